@@ -1,0 +1,315 @@
+/*
+ * libkvjpx: opens, inspects, edits and writes JPX and JP2 files (ISO/IEC 15444-2, 15444-1).
+ *
+ * A context holds one file as a tree of boxes. Every box has a 32-bit identifier; fields of a box
+ * are read and written by numeric keys (kvjpx_fields.h). All functions return 0 or one of the codes
+ * of kvjpx_errors.h.
+ *
+ * Codes that any function taking a context can return, besides those named with the function:
+ *   2    the context is null or not live; nothing has changed
+ *   1    an allocation failed: an *ending error*
+ * An ending error is one that a failure deep inside raised: everything that the context had loaded
+ * is gone, and so are all blocks that it handed out. From then on the context answers 8 to whatever
+ * needs an input and 1 to a new input; it is fit to be destroyed only. Where an error of this kind
+ * is possible the comment says "(ending)".
+ *
+ * One context is used by one thread at a time; separate contexts are independent of each other.
+ * A context that has not returned from a call must not be used from a callback of that call.
+ */
+#ifndef KVJPX_H_
+#define KVJPX_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "kvjpx_errors.h"
+#include "kvjpx_fields.h"
+
+#if defined(__GNUC__) || defined(__clang__)
+#define KV_JPX_API __attribute__((visibility("default")))
+#else
+#define KV_JPX_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct kv_jpx_context kv_jpx_context;
+
+/** Identifier (and type) of the root, the nameless box whose content is the whole file. Where an
+ *  identifier is returned it also stands for "no box". */
+#define KV_JPX_ROOT 0xFFFFFFFFu
+
+/** A four-character box type as a number: KV_JPX_TYPE('j','p','2','h') is 0x6A703268. */
+#define KV_JPX_TYPE(a, b, c, d)                                                  \
+  (((uint32_t)(unsigned char)(a) << 24) | ((uint32_t)(unsigned char)(b) << 16) | \
+   ((uint32_t)(unsigned char)(c) << 8) | (uint32_t)(unsigned char)(d))
+
+/** Output type of the JPX file itself, written from the (edited) box tree. The default. */
+#define KV_JPX_OUTPUT_JPX 74
+
+/* ------------------------------------------------------------------------------- Life cycle */
+
+/**
+ * Tells the library's version (1000200 stands for 1.0.2) and its banner.
+ *
+ * version      receives the number; may be null.
+ * banner       receives 31 characters and a terminating zero; may be null.
+ * banner_size  bytes at banner; may be null. Must be at least 33; it stays as it was on success and
+ *              becomes 32 when it is too small, so offering exactly 32 is refused again.
+ * Returns 0; 5 when the banner's buffer is too small.
+ */
+KV_JPX_API int32_t kv_jpx_get_library_version(uint32_t* version, char* banner,
+                                              uint32_t* banner_size);
+
+/**
+ * Makes a context that allocates with malloc. The caller owns it: kv_jpx_destroy.
+ * Returns 0; 1 when out is null or memory is short (out is then left as it was).
+ */
+KV_JPX_API int32_t kv_jpx_create(kv_jpx_context** out);
+
+/**
+ * Makes a context that allocates with the caller's functions. They are used only if both are
+ * given; else malloc and free serve for everything.
+ *
+ * user_data    passed back as first argument of both.
+ * allocate     returns a block of the given size, aligned for any type, or null.
+ * release      takes a block back; never called with null. Releases balance allocations exactly
+ *              once the context is destroyed.
+ * Returns 0; 1 as kv_jpx_create.
+ */
+KV_JPX_API int32_t kv_jpx_create_with_memory_manager(kv_jpx_context** out, void* user_data,
+                                                     void* (*allocate)(void* user_data,
+                                                                       size_t size),
+                                                     void (*release)(void* user_data, void* block));
+
+/**
+ * Releases the context and everything that it holds or has handed out. Also ends a context that
+ * has had an ending error. Returns 0.
+ */
+KV_JPX_API int32_t kv_jpx_destroy(kv_jpx_context* context);
+
+/** Stores five values of pointer size with the context. The library never calls or reads them;
+ *  they are kept for hosts that look them up in the context's memory record. Returns 0. */
+KV_JPX_API int32_t kv_jpx_register_callbacks(kv_jpx_context* context, void* first, void* second,
+                                             void* third, void* fourth, void* fifth);
+
+/**
+ * Releases a block that the library handed out (field bytes, box bytes, an output image).
+ * Returns 0; 1 (ending) when the block is null or has been released already.
+ */
+KV_JPX_API int32_t kv_jpx_free(kv_jpx_context* context, void* block);
+
+/* ------------------------------------------------------------------------------------ Input */
+
+/**
+ * Replaces the input by a file held in memory. The bytes are copied, so the caller's buffer may go
+ * on return. The whole tree is read at once; payloads of opaque boxes stay in the copy.
+ *
+ * data, length  the file; length in bytes. An empty file is an empty tree.
+ * Returns 0; 3 when data is null and length is not 0, and then the old input stays; (ending) 3 when
+ * containers are nested more than 256 deep, 7 when the signature box is wrong, 18 when a box
+ * reaches past the end of its container or of the file.
+ */
+KV_JPX_API int32_t kv_jpx_set_input_image(kv_jpx_context* context, const void* data,
+                                          uint64_t length);
+
+/**
+ * The same for a file on disk, which is read in pieces of 4 MiB and stays open as long as it is the
+ * input. Meant for files up to that size: a larger one cannot be read everywhere (999). Use
+ * kv_jpx_set_input_image_mapped for files of any size.
+ *
+ * Returns as kv_jpx_set_input_image, and (ending) 100 when the file cannot be opened, 102 when
+ * reading fails, 999 when a box of a large file lies where no whole piece can be read.
+ */
+KV_JPX_API int32_t kv_jpx_set_input_image_file(kv_jpx_context* context, const char* path);
+
+/**
+ * The same for a file of any size, mapped into memory as a whole and not copied. It must not be
+ * shortened by anybody while it is the input: the system ends a process that reads a mapping past
+ * the end of its file.
+ *
+ * Returns as kv_jpx_set_input_image, and (ending) 100 when the file cannot be opened, 102 when it
+ * cannot be mapped.
+ */
+KV_JPX_API int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const char* path);
+
+/* ----------------------------------------------------------------------------- Walking the tree */
+
+/**
+ * Finds the box of a type with the smallest identifier greater than `after`, anywhere in the tree.
+ * Start with after = 0: the box with identifier 0 (the signature box of a well-formed file) is
+ * reached by walking only.
+ * Returns 0 (also, without effect, when out is null); 3 when there is none; 8.
+ */
+KV_JPX_API int32_t kv_jpx_get_next_box_id_by_type(kv_jpx_context* context, uint32_t type,
+                                                  uint32_t after, uint32_t* out);
+
+/** Counts the boxes of a type in the whole tree. Returns 0 (also, without effect, when out is
+ * null); 8. */
+KV_JPX_API int32_t kv_jpx_get_box_count_by_type(kv_jpx_context* context, uint32_t type,
+                                                uint32_t* out);
+
+/** Tells a box's four-character type. Returns 0 (also, without effect, when out is null); 3 for an
+ *  unknown identifier; 8. */
+KV_JPX_API int32_t kv_jpx_get_box_type_by_id(kv_jpx_context* context, uint32_t id, uint32_t* out);
+
+/** Tells the identifier of a box's next sibling, KV_JPX_ROOT behind the last. out must not be null.
+ *  Returns 0; 3 for an unknown identifier; 8. */
+KV_JPX_API int32_t kv_jpx_get_next_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out);
+
+/** Tells the identifier of a box's first child; KV_JPX_ROOT gives the file's first box. out must
+ *  not be null. Returns 0; 3 for an unknown identifier, a box that is not a container, or an empty
+ *  container; 8. */
+KV_JPX_API int32_t kv_jpx_get_first_child_box_id(kv_jpx_context* context, uint32_t id,
+                                                 uint32_t* out);
+
+/** Tells whether a box is a container (1) or not (0). out must not be null.
+ *  Returns 0; 3 for an unknown identifier; 8. */
+KV_JPX_API int32_t kv_jpx_is_box_super(kv_jpx_context* context, uint32_t id, uint8_t* out);
+
+/**
+ * Prints a box in readable form on standard output and flushes it. KV_JPX_ROOT prints the whole
+ * tree. Returns 0; 3 for an unknown identifier; 8.
+ */
+KV_JPX_API int32_t kv_jpx_print_box(kv_jpx_context* context, uint32_t id);
+
+/* --------------------------------------------------------------------------- Fields and editing */
+
+/**
+ * Reads an integer field.
+ *
+ * key    a JPX_FIELD_... constant of the box's type.
+ * index  0 for single fields, the entry's number (from 0) for repeating ones.
+ * Returns 0; 3 for a null out or an unknown identifier; 4 when the box has no such field now or the
+ * index is out of range; 8.
+ */
+KV_JPX_API int32_t kv_jpx_get_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                            uint64_t index, uint64_t* out);
+
+/**
+ * Changes an integer field. A repeating field whose index lies at or past the count gets one entry
+ * more, wherever the index points.
+ * Returns 0; 3 for an unknown identifier or a value out of the field's range; 4 when the box has no
+ * such field now or the index is out of range; 8.
+ */
+KV_JPX_API int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                            uint64_t index, uint64_t value);
+
+/**
+ * Tells how many entries a field has and how many bytes each takes. count and element_size may be
+ * null. Returns 0; 3 for an unknown identifier; 4 when the box has no such field now; 8.
+ */
+KV_JPX_API int32_t kv_jpx_get_box_field_count(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                              uint64_t* count, uint32_t* element_size);
+
+/**
+ * Replaces a field held as bytes by a copy of count entries of element_size bytes.
+ * Returns 0; 3 for an unknown identifier, data null with bytes to copy, a size that overflows, or
+ * an element size or count that the field does not take; 4 when the box has no such field now; 8.
+ */
+KV_JPX_API int32_t kv_jpx_set_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                               uint64_t count, uint32_t element_size,
+                                               const void* data);
+
+/**
+ * Reads a field held as bytes.
+ *
+ * data   points to a null pointer: the library allocates the bytes (null when there are none),
+ * which the caller releases with kv_jpx_free. Or to a buffer of the caller's with room for *count
+ * times *element_size bytes. count, element_size  receive the field's entries and their size; may
+ * be null when the library allocates. Returns 0; 3 for an unknown identifier or a null data, and
+ * for opaque payloads also when the caller's buffer comes without its size; 4 when the box has no
+ * such field now; 5 when the caller's buffer is too small (the needed size is written back) or
+ * comes without its size; 8; (ending) 18, 102 or 999 when the input can no longer be read.
+ */
+KV_JPX_API int32_t kv_jpx_get_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                               uint64_t* count, uint32_t* element_size,
+                                               void** data);
+
+/**
+ * Adds an empty box.
+ *
+ * type       four-character code; an unknown one makes an opaque box.
+ * reference  identifier of the box that the place is relative to.
+ * placement  2: first child of the reference; 0: directly before it; any other value: directly
+ *            after it. Nothing can be put before a first child by 0; use 2 on the parent.
+ * new_id     receives the new box's identifier; may be null.
+ * Returns 0; 3 for an unknown reference, a placement 2 in a box that is not a container, a
+ * placement 0 before a first child, any placement but 2 relative to the root, or a container that
+ * would be nested more than 256 deep; 6 when the type may not stand there; 8.
+ */
+KV_JPX_API int32_t kv_jpx_add_box(kv_jpx_context* context, uint32_t type, uint32_t reference,
+                                  int32_t placement, uint32_t* new_id);
+
+/** Deletes a box with everything in it. Its identifier is not used again within this input.
+ *  Returns 0; 3 for an unknown identifier or the root; 8. */
+KV_JPX_API int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id);
+
+/**
+ * Fetches the payload of an opaque box as a block that the caller releases with kv_jpx_free. Prints
+ * one line of four numbers (length, position, source, whether the box owns its source) on standard
+ * output, which hosts use to follow large reads; kv_jpx_get_box_field_buffer with
+ * JPX_FIELD_JP2C_DATA does the same silently.
+ *
+ * length, data  receive the size in bytes and the block (null when the payload is empty).
+ * Returns 0; 3 for an unknown identifier or a null length or data; 4 when the box is not opaque or
+ * has no payload yet; 8; (ending) 18, 102 or 999 when the input can no longer be read.
+ */
+KV_JPX_API int32_t kv_jpx_get_box_buffer(kv_jpx_context* context, uint32_t id, uint64_t* length,
+                                         void** data);
+
+/* ------------------------------------------------------------------------------------- Output */
+
+/**
+ * Sets the rectangle to decode, in samples of the full-size image; right and bottom are exclusive,
+ * and 0 there means up to the image's edge. Kept unchecked. Returns 0.
+ */
+KV_JPX_API int32_t kv_jpx_set_input_jpx_region_level(kv_jpx_context* context, uint64_t left,
+                                                     uint64_t top, uint64_t right, uint64_t bottom);
+
+/**
+ * Sets the resolution level to decode: 1 is full size, each level more halves width and height.
+ * The flag is handed to the codec; 1 keeps the image at full size.
+ * Returns 0; 3 for a level below 1, and then nothing changes.
+ */
+KV_JPX_API int32_t kv_jpx_set_input_jpx_resolution_level(kv_jpx_context* context, int16_t level,
+                                                         int16_t flag);
+
+/** Sets the quality level to decode; 1 asks for everything, 2 and more are handed to the codec.
+ *  Returns 0; 3 for a level below 1, and then nothing changes. */
+KV_JPX_API int32_t kv_jpx_set_input_jpx_quality_level(kv_jpx_context* context, int16_t level);
+
+/**
+ * Chooses what the output functions deliver: KV_JPX_OUTPUT_JPX, or a decoded image in one of the
+ * codec's types 64, 66 to 72, 75, 77, 79, 89, 128.
+ * Returns 0; 3 (ending) for any other type.
+ */
+KV_JPX_API int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type);
+
+/**
+ * Delivers the output in memory.
+ *
+ * data    points to a null pointer: the library allocates the output, which the caller releases
+ * with kv_jpx_free. With KV_JPX_OUTPUT_JPX it may point to a buffer of *length bytes instead.
+ * length  receives the output's size in bytes.
+ * Returns 0; 3 for a null data or length; 5 when the caller's buffer is too small (the needed size
+ * is written back); 8; (ending) 5 when a box renders more bytes than its length says, 18, 102 or
+ * 999 when the input can no longer be read.
+ */
+KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length);
+
+/**
+ * Writes the output to a file, which is created or overwritten.
+ * Returns 0; 3 when the path is the mapped or partly read file that is the input, which writing
+ * would destroy; 8; (ending) 100 when the file cannot be created, 102 when writing fails (a full
+ * disk, say), 18 or 999 when the input can no longer be read.
+ */
+KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KVJPX_H_ */

@@ -1,0 +1,394 @@
+// Decoding the image (see decoding.h).
+//
+// What the codec answers is not judged: a codestream that it cannot decode leaves its place in the
+// composed image empty, so that one broken layer does not cost the others. What it delivers is
+// trusted for nothing: copies are clipped to the composed image and to the bytes that came.
+#include "api/decoding.h"
+
+#include <string.h>
+
+#include "api/codec.h"
+#include "box/super.h"
+#include "kvjpx.h"
+
+namespace kvjpx {
+namespace {
+
+constexpr int32_t kRawPlanes = 64;       // the codec's type: one byte a sample, plane by plane
+constexpr int32_t kFullSizeFlag = 1;     // a resolution flag that keeps the image at full size
+constexpr int32_t kFirstMeaningful = 2;  // levels below say nothing to the codec
+constexpr uint32_t kRawBits = 24;        // handed on with the composed image as it has always been
+constexpr uint64_t kMaxPayload = 0xFFFFFFFF;
+
+// The composed image, plane by plane, one byte a sample.
+struct Composition {
+  uint64_t left;  // of the region, at full resolution
+  uint64_t top;
+  uint32_t width;
+  uint32_t height;
+  uint64_t out_width;  // reduced
+  uint64_t out_height;
+  uint32_t planes;
+  uint8_t* samples;
+};
+
+// One codestream: where it is placed and what the codec says of it.
+struct Codestream {
+  uint64_t x;  // place of its image area on the composed image
+  uint64_t y;
+  uint32_t width;  // extent on its reference grid
+  uint32_t height;
+  uint32_t x_offset;  // of the image area on that grid
+  uint32_t y_offset;
+  uint32_t components;
+};
+
+// A rectangle of a codestream, right and bottom exclusive.
+struct Rectangle {
+  uint64_t left;
+  uint64_t top;
+  uint64_t right;
+  uint64_t bottom;
+};
+
+// Everything of one call. It is a tracked record, known to the environment, so that an error exit
+// ends the codec instance.
+struct Decoding {
+  Resource resource;
+  void* codec;
+  Context* context;
+  uint32_t reduction;   // r, as a shift
+  uint64_t scale;       // 2 to the r
+  uint32_t components;  // of the codestream described last
+  Composition image;
+};
+
+void release_codec(Resource* resource) {
+  static_assert(offsetof(Decoding, resource) == 0, "the resource stands for the record");
+  auto* decoding = reinterpret_cast<Decoding*>(resource);
+  if (decoding->codec != nullptr) kv_j2k_destroy(decoding->codec);
+}
+
+Decoding* begin(Context& context) {
+  Environment* const env = &context.environment;
+  auto* decoding = static_cast<Decoding*>(allocate_zeroed(env, sizeof(Decoding)));
+  decoding->context = &context;
+  attach_resource(env, &decoding->resource, release_codec);
+  if (has_codec()) kv_j2k_create(&decoding->codec);
+  return decoding;
+}
+
+void end(Decoding* decoding) {
+  Environment* const env = &decoding->context->environment;
+  detach_resource(env, &decoding->resource);
+  release_codec(&decoding->resource);
+  release(env, decoding->image.samples);
+  JPX_SafeFreeInternal(env, decoding);
+}
+
+// The first box of a type as callers of the library find it, that is, never the one with
+// identifier 0.
+Box* find_after(const Context& context, uint32_t type, uint32_t after) {
+  Box* const root = context.root;
+  return root == nullptr ? nullptr : root->find_by_type(root, type, after);
+}
+
+// 0 when the box or the field is missing.
+uint64_t field_of(Box* box, uint32_t key, uint64_t index) {
+  uint64_t value = 0;
+  if (box == nullptr || box->get_int_field(box, key, index, &value) != JPX_OK) return 0;
+  return value;
+}
+
+uint32_t reduction_of(const Context& context) {
+  const bool is_reduced =
+      context.resolution_flag != kFullSizeFlag && context.resolution_level >= kFirstMeaningful;
+  const uint32_t levels =
+      is_reduced ? (static_cast<uint32_t>(context.resolution_level) & 0xFF) - 1 : 0;
+  return levels & 31;
+}
+
+// The part of the region that lies in the image. A left or top beyond the image is not caught and
+// wraps around: such a region asks for more memory than there is.
+uint32_t clipped(uint64_t from, uint64_t to, uint32_t whole) {
+  const auto extent = static_cast<uint32_t>(to != 0 ? to - from : whole);
+  return from + extent > whole ? static_cast<uint32_t>(whole - from) : extent;
+}
+
+// Raises 1 for a size that cannot be allocated.
+uint64_t plane_bytes(Environment* env, const Composition& image, uint64_t planes) {
+  uint64_t size;
+  if (__builtin_mul_overflow(image.out_width, image.out_height, &size) ||
+      __builtin_mul_overflow(size, planes, &size)) {
+    JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  }
+  return size;
+}
+
+void prepare_image(Decoding* decoding) {
+  const Context& context = *decoding->context;
+  Environment* const env = &decoding->context->environment;
+  Box* const header = find_after(context, code("ihdr"), 0);
+  const auto width = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_WIDTH, 0));
+  const auto height = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_HEIGHT, 0));
+  Composition& image = decoding->image;
+  decoding->reduction = reduction_of(context);
+  decoding->scale = uint64_t{1} << decoding->reduction;
+  image.left = context.region_left;
+  image.top = context.region_top;
+  image.width = clipped(context.region_left, context.region_right, width);
+  image.height = clipped(context.region_top, context.region_bottom, height);
+  image.out_width = (image.width + decoding->scale - 1) >> decoding->reduction;
+  image.out_height = (image.height + decoding->scale - 1) >> decoding->reduction;
+  image.planes = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_NC, 0));
+  decoding->components = image.planes;
+  image.samples =
+      static_cast<uint8_t*>(allocate_zeroed(env, plane_bytes(env, image, image.planes)));
+}
+
+// Hands the payload to the codec, which keeps what it needs. False when there is nothing to hand.
+bool give_payload(Decoding* decoding, Box* box) {
+  Environment* const env = &decoding->context->environment;
+  uint64_t length = 0;
+  box->get_field_count(box, JPX_FIELD_JP2C_DATA, &length, nullptr);
+  if (length == 0 || length > kMaxPayload) return false;
+  void* payload = nullptr;
+  box->get_buffer_field(box, env, JPX_FIELD_JP2C_DATA, nullptr, nullptr, &payload);
+  kv_j2k_set_input_image(decoding->codec, payload, static_cast<uint32_t>(length));
+  JPX_SafeFreeInternal(env, payload);
+  return true;
+}
+
+void describe(Decoding* decoding, Codestream* stream) {
+  uint32_t unused = 0;
+  kv_j2k_get_input_image_info(decoding->codec, &stream->width, &stream->height, &unused,
+                              &stream->components);
+  kv_j2k_get_input_j2k_tile_info(decoding->codec, nullptr, nullptr, nullptr, nullptr,
+                                 &stream->x_offset, &stream->y_offset);
+  if (stream->components != 0) decoding->components = stream->components;
+}
+
+bool begins_behind_region(const Composition& image, const Codestream& stream) {
+  return stream.x > image.left + image.width || stream.y > image.top + image.height;
+}
+
+bool ends_before_region(const Composition& image, const Codestream& stream) {
+  return stream.x + stream.width - stream.x_offset <= image.left ||
+         stream.y + stream.height - stream.y_offset <= image.top;
+}
+
+// One axis of the part of a codestream that the region needs: from, to.
+struct Span {
+  uint64_t from;
+  uint64_t to;
+};
+
+Span needed_span(uint64_t region_from, uint32_t region_extent, uint64_t place, uint32_t extent,
+                 uint32_t offset) {
+  const uint64_t distance = region_from - place;  // may be negative, in two's complement
+  const uint64_t from = static_cast<int64_t>(distance) > 0 ? distance : 0;
+  const uint64_t of_codestream = uint32_t{extent - offset} - from;
+  const uint64_t of_region = distance - from + region_extent;
+  return {from, (of_codestream < of_region ? of_codestream : of_region) + from};
+}
+
+Rectangle needed_part(const Composition& image, const Codestream& stream) {
+  const Span x = needed_span(image.left, image.width, stream.x, stream.width, stream.x_offset);
+  const Span y = needed_span(image.top, image.height, stream.y, stream.height, stream.y_offset);
+  return {x.from, y.from, x.to, y.to};
+}
+
+// How many reduced samples the codec delivers for a span; 0 for none.
+uint64_t delivered_extent(const Decoding& decoding, uint64_t from, uint64_t to, uint32_t extent,
+                          uint32_t offset) {
+  const uint64_t round = decoding.scale - 1;
+  const uint64_t end = to < extent ? to : extent;
+  const uint64_t begin = from > offset ? from : offset;
+  const auto first = static_cast<int64_t>(round + begin) >> decoding.reduction;
+  const auto count = static_cast<int64_t>((round + end) >> decoding.reduction) - first;
+  return count > 0 ? static_cast<uint64_t>(count) : 0;
+}
+
+struct Delivery {
+  const uint8_t* samples;
+  uint64_t length;
+  uint64_t width;  // of each plane
+  uint64_t height;
+  uint32_t planes;
+};
+
+// Where in the delivery a row starts; past its end for rows that it cannot hold.
+uint64_t row_offset(const Delivery& delivery, uint32_t plane, uint64_t row) {
+  uint64_t rows;
+  uint64_t offset;
+  if (__builtin_mul_overflow(delivery.height, plane, &rows) ||
+      __builtin_mul_overflow(rows + row, delivery.width, &offset)) {
+    return delivery.length;
+  }
+  return offset;
+}
+
+uint64_t smaller_of(uint64_t a, uint64_t b) { return a < b ? a : b; }
+
+void copy_into_image(const Composition& image, const Delivery& delivery, uint64_t column,
+                     uint64_t row) {
+  if (column >= image.out_width || row >= image.out_height) return;
+  const uint64_t columns = smaller_of(delivery.width, image.out_width - column);
+  const uint64_t rows = smaller_of(delivery.height, image.out_height - row);
+  const uint64_t planes = smaller_of(delivery.planes, image.planes);
+  for (uint32_t plane = 0; plane < planes; ++plane) {
+    for (uint64_t y = 0; y < rows; ++y) {
+      const uint64_t from = row_offset(delivery, plane, y);
+      if (from >= delivery.length) return;
+      uint8_t* const target =
+          image.samples + (plane * image.out_height + row + y) * image.out_width + column;
+      memcpy(target, delivery.samples + from, smaller_of(columns, delivery.length - from));
+    }
+  }
+}
+
+// The place of a codestream on the reduced image.
+uint64_t reduced_place(uint64_t place, uint64_t region_from, uint64_t scale) {
+  const auto distance = static_cast<int64_t>(place - region_from);
+  return distance > 0 ? static_cast<uint64_t>(distance) / scale : 0;
+}
+
+// Sets the levels that the caller asked for.
+void set_levels(const Decoding& decoding) {
+  const Context& context = *decoding.context;
+  if (context.resolution_level >= kFirstMeaningful) {
+    kv_j2k_set_input_j2k_resolution_level(decoding.codec, context.resolution_level,
+                                          context.resolution_flag);
+  }
+  if (context.quality_level >= kFirstMeaningful) {
+    kv_j2k_set_input_j2k_quality_level(decoding.codec, context.quality_level);
+  }
+}
+
+// Decodes the part of a codestream that the region needs into the composed image; later codestreams
+// overwrite earlier ones.
+void decode_part(Decoding* decoding, const Codestream& stream, void** decoded) {
+  const Composition& image = decoding->image;
+  const Rectangle part = needed_part(image, stream);
+  kv_j2k_set_input_j2k_region_level(decoding->codec, part.left, part.top, part.right, part.bottom);
+  set_levels(*decoding);
+  kv_j2k_set_output_type(decoding->codec, kRawPlanes);
+  uint32_t length = 0;
+  kv_j2k_get_output_image(decoding->codec, decoded, &length);
+  if (*decoded == nullptr) return;
+  const Delivery delivery = {
+      static_cast<const uint8_t*>(*decoded), length,
+      delivered_extent(*decoding, part.left, part.right, stream.width, stream.x_offset),
+      delivered_extent(*decoding, part.top, part.bottom, stream.height, stream.y_offset),
+      stream.components};
+  copy_into_image(image, delivery, reduced_place(stream.x, image.left, decoding->scale),
+                  reduced_place(stream.y, image.top, decoding->scale));
+}
+
+// Decodes the next codestream after *last to the place given. An instruction that begins behind the
+// region is skipped without using up its codestream, which the next instruction then takes:
+// composed files leave such instructions for frames that are not shown.
+void compose(Decoding* decoding, Codestream stream, uint32_t* last) {
+  void* decoded = nullptr;
+  if (!begins_behind_region(decoding->image, stream)) {
+    Box* const box = find_after(*decoding->context, code("jp2c"), *last);
+    if (box != nullptr) {
+      *last = box->id;
+      if (give_payload(decoding, box)) {
+        describe(decoding, &stream);
+        if (!ends_before_region(decoding->image, stream)) decode_part(decoding, stream, &decoded);
+      }
+    }
+  }
+  kv_j2k_free(decoding->codec, decoded);
+}
+
+void compose_all(Decoding* decoding) {
+  const Context& context = *decoding->context;
+  const uint32_t count = jpx_count_boxes_of_type(context.root, code("jp2c"));
+  Box* const instructions = count > 1 ? find_after(context, code("inst"), 0) : nullptr;
+  uint32_t last = 0;
+  for (uint32_t i = 0; i < count; ++i) {
+    const Codestream stream = {field_of(instructions, JPX_FIELD_INST_XO, i),
+                               field_of(instructions, JPX_FIELD_INST_YO, i),
+                               0,
+                               0,
+                               0,
+                               0,
+                               0};
+    compose(decoding, stream, &last);
+  }
+}
+
+// The codec reads as many planes as the codestream described last has; the image gets empty ones if
+// its header promised fewer.
+void hand_over_image(Decoding* decoding) {
+  Environment* const env = &decoding->context->environment;
+  Composition& image = decoding->image;
+  if (decoding->components > image.planes) {
+    const uint64_t held = plane_bytes(env, image, image.planes);
+    const uint64_t needed = plane_bytes(env, image, decoding->components);
+    image.samples = static_cast<uint8_t*>(reallocate(env, image.samples, needed));
+    if (needed != 0) memset(image.samples + held, 0, needed - held);
+  }
+  kv_j2k_set_input_image_raw(
+      decoding->codec, image.samples, static_cast<uint32_t>(image.out_height),
+      static_cast<uint32_t>(image.out_width), decoding->components, kRawBits, 0);
+  kv_j2k_set_output_type(decoding->codec, decoding->context->output_type);
+}
+
+// From the input to an image in the codec's hands. Without a codec there is nothing to do.
+Decoding* decode(Context& context) {
+  Decoding* const decoding = begin(context);
+  prepare_image(decoding);
+  if (decoding->codec != nullptr) {
+    compose_all(decoding);
+    hand_over_image(decoding);
+  }
+  return decoding;
+}
+
+// Fetches the final output: its length first, then its bytes. The block that comes in serves as the
+// handle of the length query only and is freed, whoever allocated it; null comes back for no
+// output.
+void* fetch_output(Decoding* decoding, void* block, uint64_t* length) {
+  Environment* const env = &decoding->context->environment;
+  uint32_t needed = 0;
+  if (decoding->codec != nullptr) kv_j2k_get_output_image(decoding->codec, &block, &needed);
+  JPX_SafeFreeInternal(env, block);
+  *length = 0;
+  if (needed == 0) return nullptr;
+  void* output = allocate(env, needed);
+  uint32_t filled = needed;
+  kv_j2k_get_output_image(decoding->codec, &output, &filled);
+  *length = smaller_of(filled, needed);
+  return output;
+}
+
+}  // namespace
+
+int32_t decode_to_memory(Context& context, void** data, uint64_t* length) {
+  Decoding* const decoding = decode(context);
+  if (*data != nullptr && *length == 0) {
+    *length = 1;
+    end(decoding);
+    return JPX_ERR_BUFFER_TOO_SMALL;
+  }
+  void* const block = *data != nullptr ? *data : allocate(&context.environment, 1);
+  *data = nullptr;
+  *data = fetch_output(decoding, block, length);
+  end(decoding);
+  return JPX_OK;
+}
+
+int32_t decode_to_file(Context& context, const char* path) {
+  Decoding* const decoding = decode(context);
+  int32_t result = JPX_OK;
+  if (decoding->codec != nullptr) result = kv_j2k_get_output_image_file(decoding->codec, path);
+  end(decoding);
+  // Of all that a codec may answer, only a file that could not be made or filled is the caller's
+  // business.
+  return result == JPX_ERR_OPEN_FILE || result == JPX_ERR_FILE_IO ? result : JPX_OK;
+}
+
+}  // namespace kvjpx

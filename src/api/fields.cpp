@@ -1,0 +1,98 @@
+// Public functions: the fields of boxes, forwarded to each box's own operations.
+#include <stdio.h>
+
+#include "api/lookup.h"
+#include "box/basic.h"
+#include "box/field_table.h"
+#include "kvjpx.h"
+
+using namespace kvjpx;
+
+int32_t kv_jpx_get_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key, uint64_t index,
+                                 uint64_t* out) {
+  return guarded_with_input(context, [&](Context& live) -> int32_t {
+    if (out == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    Box* const box = find_box(live, id);
+    if (box == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    return box->get_int_field(box, key, index, out);
+  });
+}
+
+int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key, uint64_t index,
+                                 uint64_t value) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    return box->set_int_field(box, &live.environment, key, index, value);
+  });
+}
+
+int32_t kv_jpx_get_box_field_count(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                   uint64_t* count, uint32_t* element_size) {
+  return guarded_with_box(context, id, [&](Context&, Box* box) -> int32_t {
+    return box->get_field_count(box, key, count, element_size);
+  });
+}
+
+int32_t kv_jpx_set_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                    uint64_t count, uint32_t element_size, const void* data) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    return box->set_buffer_field(box, &live.environment, key, count, element_size, data);
+  });
+}
+
+int32_t kv_jpx_get_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                    uint64_t* count, uint32_t* element_size, void** data) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    Environment* const env = &live.environment;
+    if (data == nullptr) return box->get_buffer_field(box, env, key, count, element_size, nullptr);
+    // The caller sees a block only once it is filled: an error exit on the way takes it back.
+    void* block = *data;
+    const int32_t result = box->get_buffer_field(box, env, key, count, element_size, &block);
+    *data = block;
+    return result;
+  });
+}
+
+int32_t kv_jpx_get_box_buffer(kv_jpx_context* context, uint32_t id, uint64_t* length, void** data) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    if (length == nullptr || data == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    // Parsed and super boxes have no opaque payload; xml and uuid boxes are basic and pass.
+    if (box->kind != kBasic) return JPX_ERR_NO_SUCH_FIELD;
+    auto* const opaque = static_cast<BasicBox*>(box);
+    if (opaque->source == nullptr) return JPX_ERR_NO_SUCH_FIELD;
+    void* const block = allocate(&live.environment, opaque->payload_length);
+    printf("%d %d %d %d\n", static_cast<int>(opaque->payload_length),
+           static_cast<int>(opaque->payload_offset),
+           static_cast<int>(reinterpret_cast<uintptr_t>(opaque->source)), opaque->owns_stream);
+    copy_payload(opaque, &live.environment, block);
+    *data = block;
+    *length = opaque->payload_length;
+    return JPX_OK;
+  });
+}
+
+namespace {
+
+// The field numbered `index` in the table, or null; counts index down by the table's fields.
+const Field* pick_field(const FieldTable& table, uint32_t* index) {
+  if (*index < table.count) return table.fields + *index;
+  *index -= table.count;
+  return nullptr;
+}
+
+int32_t describe(uint32_t box_type, const Field& field, kv_jpx_field_info* info) {
+  *info = {box_type, field.key, field.name, field.width, field.access};
+  return JPX_OK;
+}
+
+}  // namespace
+
+int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
+  if (info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+  for (const BoxType& row : all_box_types()) {
+    if (row.fields == nullptr) continue;
+    if (const Field* field = pick_field(*row.fields, &index))
+      return describe(row.code, *field, info);
+  }
+  if (const Field* field = pick_field(kPayloadFields, &index)) return describe(0, *field, info);
+  return JPX_ERR_INVALID_ARGUMENT;
+}

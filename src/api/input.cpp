@@ -1,0 +1,53 @@
+// Public functions: setting the input. The whole file is parsed at once into the tree of boxes.
+#include "box/super.h"
+#include "frame/guard.h"
+#include "kvjpx.h"
+
+namespace kvjpx {
+namespace {
+
+// The tree goes before the stream that its payloads lie in.
+void discard_input(Context& context) {
+  Environment* const env = &context.environment;
+  if (context.root != nullptr) context.root->box_destroy(context.root, env);
+  context.root = nullptr;
+  context.next_id = kRoot;
+  destroy_stream(env, context.input);
+}
+
+// open(env) gives the reader of the new input.
+template <class Open>
+int32_t set_input(Context* context, const Open& open) {
+  return guarded(context, [&](Context& live) -> int32_t {
+    Environment* const env = &live.environment;
+    discard_input(live);
+    live.input = open(env);
+    live.root = jpx_read_super_box(env, kRoot, live.input, nullptr, &live.next_id);
+    return JPX_OK;
+  });
+}
+
+}  // namespace
+}  // namespace kvjpx
+
+using namespace kvjpx;
+
+int32_t kv_jpx_set_input_image(kv_jpx_context* context, const void* data, uint64_t length) {
+  if (data == nullptr && length != 0) {
+    return guarded(context, [](Context&) -> int32_t { return JPX_ERR_INVALID_ARGUMENT; });
+  }
+  return set_input(context,
+                   [&](Environment* env) { return bs_reader_from_buffer(env, data, length); });
+}
+
+int32_t kv_jpx_set_input_image_file(kv_jpx_context* context, const char* path) {
+  return set_input(context, [&](Environment* env) { return bs_reader_from_file(env, path); });
+}
+
+int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const char* path) {
+  return set_input(context, [&](Environment* env) {
+    Stream* const stream = bs_reader_from_mmap(env, path);
+    bs_map_pointer(env, stream, stream->size);
+    return stream;
+  });
+}

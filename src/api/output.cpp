@@ -1,0 +1,96 @@
+// Public functions: choosing the output and delivering the JPX file written from the tree. Decoded
+// images are in decoding.cpp.
+#include <sys/stat.h>
+
+#include "api/decoding.h"
+#include "box/box.h"
+#include "frame/guard.h"
+#include "kvjpx.h"
+
+namespace kvjpx {
+namespace {
+
+// What an output type means is the codec's business, but for the JPX file itself. The image
+// header makes no difference: a depth above 8 bits never widens the choice, and 78, 80 and 83 to 88
+// are refused for every image, because hosts offer their users exactly this list.
+bool is_output_type(int32_t type) {
+  constexpr int32_t kTypes[] = {64, 66, 67, 68, 69, 70, 71, 72, KV_JPX_OUTPUT_JPX,
+                                75, 77, 79, 89, 128};
+  for (const int32_t accepted : kTypes) {
+    if (accepted == type) return true;
+  }
+  return false;
+}
+
+int32_t write_to_memory(Context& context, void** data, uint64_t* length) {
+  Environment* const env = &context.environment;
+  Box* const root = context.root;
+  const uint64_t needed = root->length(root);
+  void* buffer = *data;
+  if (buffer == nullptr) {
+    buffer = allocate(env, needed);
+  } else if (*length < needed) {
+    *length = needed;
+    return JPX_ERR_BUFFER_TOO_SMALL;
+  }
+  Stream* writer = bs_writer_to_buffer(env, buffer, needed);
+  root->render(root, env, writer);
+  uint64_t written;
+  *data = bs_writer_get_buffer(env, writer, &written);
+  *length = written;
+  destroy_stream(env, writer);
+  return JPX_OK;
+}
+
+// Whether writing the file would destroy what the tree's payloads still have to be read from.
+bool holds_unread_input(const Stream* input, const char* path) {
+  const bool is_in_memory =
+      input->source == kMemory ||
+      (input->source == kFile &&
+       static_cast<uint64_t>(input->buffer_end - input->buffer_start) == input->size);
+  struct stat target;
+  struct stat source;
+  return !is_in_memory && input->size != 0 && path != nullptr && stat(path, &target) == 0 &&
+         fstat(input->descriptor, &source) == 0 && target.st_dev == source.st_dev &&
+         target.st_ino == source.st_ino;
+}
+
+int32_t write_to_file(Context& context, const char* path) {
+  Environment* const env = &context.environment;
+  Box* const root = context.root;
+  if (holds_unread_input(context.input, path)) return JPX_ERR_INVALID_ARGUMENT;
+  Stream* writer = bs_writer_to_file(env, path, root->length(root));
+  // An empty tree writes nothing that would show the failure.
+  if (writer->descriptor < 0) JPX_ErrorExit(env, JPX_ERR_OPEN_FILE);
+  root->render(root, env, writer);
+  destroy_stream(env, writer);
+  return JPX_OK;
+}
+
+}  // namespace
+}  // namespace kvjpx
+
+using namespace kvjpx;
+
+int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type) {
+  return guarded(context, [&](Context& live) -> int32_t {
+    if (!is_output_type(type)) JPX_ErrorExit(&live.environment, JPX_ERR_INVALID_ARGUMENT);
+    live.output_type = type;
+    return JPX_OK;
+  });
+}
+
+int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length) {
+  return guarded_with_input(context, [&](Context& live) -> int32_t {
+    if (data == nullptr || length == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    return live.output_type == KV_JPX_OUTPUT_JPX ? write_to_memory(live, data, length)
+                                                 : decode_to_memory(live, data, length);
+  });
+}
+
+int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path) {
+  return guarded(context, [&](Context& live) -> int32_t {
+    if (live.output_type != KV_JPX_OUTPUT_JPX) return decode_to_file(live, path);
+    return live.root == nullptr ? JPX_ERR_NO_INPUT : write_to_file(live, path);
+  });
+}

@@ -1,0 +1,39 @@
+// Super boxes: boxes whose content is nothing but other boxes. The whole file is one, the root,
+// which has no header of its own. Their reader is the parser of the file.
+#ifndef KVJPX_BOX_SUPER_H_
+#define KVJPX_BOX_SUPER_H_
+
+#include "box/box.h"
+
+namespace kvjpx {
+
+struct SuperBox : Box {
+  Box* first_child;
+};
+
+// Containers nested deeper (the root not counted) are refused: printing, searching and destroying
+// recurse, and threads of host applications have small stacks.
+constexpr uint32_t kMaxDepth = 256;
+
+// How deep a container in this parent is nested; stops counting behind kMaxDepth.
+uint32_t container_depth(const Box* parent);
+
+LengthFn jpx_super_length;
+RenderFn jpx_super_render;
+PrintFn jpx_super_print;
+DestroyFn jpx_super_destroy;
+FindByIdFn jpx_super_find_by_id;
+FindByTypeFn jpx_super_find_by_type;
+
+extern "C" {
+KVJPX_EXPORT Box* jpx_make_super_box(Environment* env, uint32_t type, Box* parent, uint32_t id);
+
+// Reads boxes up to the current read limit. Every box takes the counter's next value; the super box
+// itself has the value that the counter comes with. Never returns null.
+KVJPX_EXPORT Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
+                                     uint32_t* counter);
+}
+
+}  // namespace kvjpx
+
+#endif  // KVJPX_BOX_SUPER_H_

@@ -1,0 +1,60 @@
+// dtbl, the data reference box (ISO/IEC 15444-2, M.11).
+//
+//   2 NDR, then url boxes
+//
+// NDR is not kept: a box that was made writes the number of its children, and one that is read
+// becomes a plain super box, which is written without NDR.
+#include "box/super.h"
+#include "boxes/boxes.h"
+
+namespace kvjpx {
+namespace {
+
+constexpr uint32_t kType = code("dtbl");
+constexpr uint64_t kFixedSize = 2;
+
+uint64_t child_count(const Box* box) {
+  uint64_t count = 0;
+  const Box* child = static_cast<const SuperBox*>(box)->first_child;
+  for (; child != nullptr; child = child->next) ++count;
+  return count;
+}
+
+uint64_t jpx_dtbl_length(Box* box) {
+  return box->type == kType ? kFixedSize + jpx_super_length(box) : 0;
+}
+
+void jpx_dtbl_render(Box* box, Environment* env, Stream* stream) {
+  if (box->type != kType) return;
+  bs_write_2_byte_big(env, stream, child_count(box));
+  jpx_super_render(box, env, stream);
+}
+
+constexpr BoxOperations kOperations = {jpx_dtbl_length,
+                                       jpx_dtbl_render,
+                                       jpx_super_print,
+                                       jpx_super_destroy,
+                                       jpx_super_find_by_id,
+                                       jpx_super_find_by_type,
+                                       jpx_generic_set_int_field,
+                                       jpx_generic_get_int_field,
+                                       jpx_generic_get_field_count,
+                                       jpx_generic_set_buffer_field,
+                                       jpx_generic_get_buffer_field};
+
+}  // namespace
+
+extern "C" {
+
+Box* jpx_make_dtbl_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
+  return make_record<SuperBox>(env, kSuper, type, parent, id, kOperations);
+}
+
+Box* jpx_read_dtbl_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
+                       uint32_t* counter) {
+  bs_read_2_byte_big(env, stream);
+  return jpx_read_super_box(env, type, stream, parent, counter);
+}
+
+}  // extern "C"
+}  // namespace kvjpx

@@ -1,0 +1,218 @@
+// Memory manager, allocation tracker and error exit (see memory.h).
+#include "frame/memory.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace kvjpx {
+namespace {
+
+bool has_callbacks(const MemoryManager* manager) {
+  return manager != nullptr && manager->allocate != nullptr && manager->release != nullptr;
+}
+
+// The caller's allocator is declared with two parameters and gets four: by the platform's calling
+// conventions the two behind are ignored by a function that does not ask for them, and allocators
+// that do ask (for a file name and line, say) find the reserved arguments there.
+#if defined(__clang__)
+__attribute__((no_sanitize("function")))
+#endif
+void* raw_allocate(const MemoryManager* manager, size_t size, void* reserved1, void* reserved2) {
+  if (!has_callbacks(manager)) return malloc(size);
+  using FourArguments = void* (*)(void*, size_t, void*, void*);
+  const auto function =
+      reinterpret_cast<FourArguments>(reinterpret_cast<void (*)()>(manager->allocate));
+  return function(manager->user_data, size, reserved1, reserved2);
+}
+
+BlockHeader* header_of(void* block) { return static_cast<BlockHeader*>(block) - 1; }
+
+void link_before_tail(Environment* env, BlockHeader* header) {
+  header->next = env->tail;
+  header->previous = env->tail->previous;
+  header->previous->next = header;
+  env->tail->previous = header;
+}
+
+void unlink_block(BlockHeader* header) {
+  header->previous->next = header->next;
+  header->next->previous = header->previous;
+  header->marker = kReleasedBlock;
+}
+
+// The header of a live block; raises 1 for anything else. A spent environment has no live blocks,
+// so the pointer is not followed there.
+BlockHeader* require_live(Environment* env, void* block) {
+  if (is_spent(env) || block == nullptr || header_of(block)->marker != kLiveBlock) {
+    JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  }
+  return header_of(block);
+}
+
+void adopt(Environment* env, BlockHeader* header, size_t size) {
+  header->size = size;
+  header->marker = kLiveBlock;
+  link_before_tail(env, header);
+}
+
+// A tracked block of a non-zero size.
+void* tracked_block(Environment* env, size_t size, void* reserved1, void* reserved2) {
+  const size_t whole = size + sizeof(BlockHeader);
+  if (is_spent(env) || whole < size) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  auto* header = static_cast<BlockHeader*>(raw_allocate(env->manager, whole, reserved1, reserved2));
+  if (header == nullptr) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  adopt(env, header, size);
+  return header + 1;
+}
+
+void release_resources(Environment* env) {
+  while (env->resources != nullptr) {
+    Resource* const resource = env->resources;
+    const auto release = resource->release;
+    detach_resource(env, resource);
+    release(resource);
+  }
+}
+
+// Frees every tracked block and both sentinels and leaves the environment spent. A block that is
+// not live means a damaged list: what lies behind it cannot be trusted and is left alone.
+void JPX_TrackerReleaseAll(Environment* env) {
+  release_resources(env);
+  BlockHeader* const head = env->head;
+  BlockHeader* const tail = env->tail;
+  env->head = nullptr;
+  env->tail = nullptr;
+  env->last_found = nullptr;
+  for (BlockHeader* header = head; header != nullptr;) {
+    BlockHeader* const next = header->next;
+    if (header != head && header != tail && header->marker != kLiveBlock) {
+      JPX_ErrorExit(env, JPX_ERR_MEMORY);
+    }
+    JPX_KovraFree(env->manager, header);
+    header = next;
+  }
+}
+
+}  // namespace
+
+void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*)) {
+  resource->release = release;
+  resource->previous = nullptr;
+  resource->next = env->resources;
+  if (resource->next != nullptr) resource->next->previous = resource;
+  env->resources = resource;
+}
+
+void detach_resource(Environment* env, Resource* resource) {
+  if (resource->release == nullptr) return;
+  if (resource->next != nullptr) resource->next->previous = resource->previous;
+  if (resource->previous != nullptr) {
+    resource->previous->next = resource->next;
+  } else {
+    env->resources = resource->next;
+  }
+  resource->release = nullptr;
+}
+
+extern "C" {
+
+void* JPX_KovraMalloc(const MemoryManager* manager, size_t size) {
+  return has_callbacks(manager) ? manager->allocate(manager->user_data, size) : malloc(size);
+}
+
+void JPX_KovraFree(const MemoryManager* manager, void* block) {
+  if (block == nullptr) return;
+  if (has_callbacks(manager)) {
+    manager->release(manager->user_data, block);
+  } else {
+    free(block);
+  }
+}
+
+void JPX_Kv_StartupCompressionSystem(Environment* env) {
+  auto* head = static_cast<BlockHeader*>(JPX_KovraMalloc(env->manager, sizeof(BlockHeader)));
+  auto* tail = static_cast<BlockHeader*>(JPX_KovraMalloc(env->manager, sizeof(BlockHeader)));
+  if (head == nullptr || tail == nullptr) {
+    JPX_KovraFree(env->manager, head);
+    JPX_KovraFree(env->manager, tail);
+    head = tail = nullptr;
+  } else {
+    *head = {tail, nullptr, 0, 0, 0};
+    *tail = {nullptr, head, 0, 0, 0};
+  }
+  env->head = head;
+  env->tail = tail;
+}
+
+void JPX_Kv_ShutdownCompressionSystem(Environment* env) { JPX_TrackerReleaseAll(env); }
+
+void* JPX_SafeMallocInternal(Environment* env, size_t size, void* reserved1, void* reserved2) {
+  return size == 0 ? nullptr : tracked_block(env, size, reserved1, reserved2);
+}
+
+void* JPX_SafeMallocFunc(Environment* env, size_t size, void* reserved1, void* reserved2) {
+  return JPX_SafeMallocInternal(env, size, reserved1, reserved2);
+}
+
+void* JPX_SafeCallocInternal(Environment* env, size_t size, void* reserved1, void* reserved2) {
+  void* block = JPX_SafeMallocInternal(env, size, reserved1, reserved2);
+  return block == nullptr ? nullptr : memset(block, 0, size);
+}
+
+void* JPX_SafeReallocInternal(Environment* env, void* block, size_t size, void* reserved1,
+                              void* reserved2) {
+  if (block == nullptr) return JPX_SafeMallocInternal(env, size, reserved1, reserved2);
+  const uint64_t old_size = require_live(env, block)->size;
+  void* const moved = JPX_SafeMallocInternal(env, size, reserved1, reserved2);
+  if (moved != nullptr) memcpy(moved, block, old_size < size ? old_size : size);
+  JPX_SafeFreeInternal(env, block);
+  return moved;
+}
+
+void JPX_SafeFreeInternal(Environment* env, void* block) {
+  BlockHeader* const header = require_live(env, block);
+  unlink_block(header);
+  JPX_KovraFree(env->manager, header);
+}
+
+void JPX_TrackerAdd(Environment* env, void* block, void*, void*, size_t size) {
+  if (is_spent(env)) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  adopt(env, header_of(block), size);
+}
+
+void JPX_TrackeRemove(Environment* env, void* block) { unlink_block(require_live(env, block)); }
+
+void* JPX_TrackeRelease(Environment* env, void* block) {
+  BlockHeader* const header = require_live(env, block);
+  unlink_block(header);
+  return memmove(header, block, header->size);
+}
+
+void JPX_ErrorExit(Environment* env, uint32_t code) {
+  JPX_TrackerReleaseAll(env);
+  longjmp(env->jump, static_cast<int>(code));
+}
+
+void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns, size_t element_size,
+                            uint8_t zero_fill) {
+  if (rows == 0 || columns == 0 || element_size == 0) return nullptr;
+  auto** table = static_cast<void**>(allocate(env, rows * sizeof(void*)));
+  // The element count wraps at 32 bits while the stride does not, as callers with huge tables have
+  // always found it; the palette's 65535 x 255 values, the only use in this library, cannot wrap.
+  const uint32_t count = rows * columns;
+  const size_t size = count * element_size;
+  auto* data =
+      static_cast<char*>(zero_fill != 0 ? allocate_zeroed(env, size) : allocate(env, size));
+  const size_t stride = columns * element_size;
+  for (uint32_t row = 0; row < rows; ++row) table[row] = data + row * stride;
+  return table;
+}
+
+void jpx_internal_Free2D(Environment* env, void** table) {
+  if (table == nullptr) return;
+  if (table[0] != nullptr) JPX_SafeFreeInternal(env, table[0]);
+  JPX_SafeFreeInternal(env, table);
+}
+
+}  // extern "C"
+}  // namespace kvjpx

@@ -1,0 +1,113 @@
+// Streams: readers and writers over a memory buffer, a file, or a file mapped into memory. All work
+// through a view, a window of bytes between buffer_start and buffer_end that the cursor moves in.
+//
+// All failures leave through the error exit: 999 for a null stream or one of the wrong kind, 5 for
+// going past the end of a bounded stream, 18 for bytes that the source did not deliver, 100 and 102
+// for the system's refusals.
+#ifndef KVJPX_STREAM_STREAM_H_
+#define KVJPX_STREAM_STREAM_H_
+
+#include "frame/memory.h"
+
+namespace kvjpx {
+
+enum Source : uint32_t { kMemory = 0, kFile = 1, kMapped = 2 };
+enum Direction : uint32_t { kReader = 0, kWriter = 1 };
+
+// Reads that would cross the innermost limit deliver nothing; this is how parsing stops at the end
+// of a box.
+struct ReadLimit {
+  uint64_t limit;  // absolute position
+  ReadLimit* next;
+};
+
+struct Stream {
+  uint32_t source;
+  uint32_t direction;
+  uint8_t growable;  // writers that may be extended past their size
+  uint8_t* buffer_start;
+  uint8_t* cursor;
+  uint8_t* buffer_end;
+  uint64_t size;           // of the whole stream; the capacity of a memory writer
+  uint64_t buffer_offset;  // position of buffer_start
+  uint64_t alignment;      // of the start of mapped views
+  int32_t descriptor;      // -1 when there is none
+  uint64_t view_size;      // step of bs_write_from_bs, and view of writers
+  ReadLimit* limits;
+  uint8_t owns_buffer;
+  uint8_t view_is_read_only;  // a writer's mapping made by positioning
+  uint64_t mapped_length;     // the view may have been cut since
+  Resource resource;          // descriptor and mapping
+};
+
+extern "C" {
+
+// Readers. bs_reader_from_buffer works on a private copy.
+KVJPX_EXPORT Stream* bs_reader_from_buffer(Environment* env, const void* data, uint64_t length);
+KVJPX_EXPORT Stream* bs_reader_from_file(Environment* env, const char* path);
+KVJPX_EXPORT Stream* bs_reader_from_mmap(Environment* env, const char* path);
+
+KVJPX_EXPORT uint64_t bs_read_1_byte(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_2_byte_big(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_4_byte_big(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_8_byte_big(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_2_byte_little(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_4_byte_little(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_8_byte_little(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_read_n_byte(Environment* env, Stream* stream, uint32_t width,
+                                     uint32_t little_endian);
+KVJPX_EXPORT void bs_read_memcpy(Environment* env, Stream* stream, void* destination,
+                                 uint64_t count);
+
+// Loads a view for a read of `needed` bytes; 0 when the source has nothing to load.
+KVJPX_EXPORT uint32_t bs_refill(Environment* env, Stream* stream, uint64_t needed);
+
+KVJPX_EXPORT ReadLimit* bs_push_read_limit(Environment* env, Stream* stream, uint64_t limit);
+KVJPX_EXPORT void bs_pop_read_limit(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_get_current_read_limit(Environment* env, Stream* stream);
+KVJPX_EXPORT uint32_t bs_at_limit(Environment* env, Stream* stream);
+KVJPX_EXPORT uint32_t bs_at_eof(Environment* env, Stream* stream);
+
+// Position and size, of readers and writers.
+KVJPX_EXPORT uint64_t bs_get_file_size(Environment* env, Stream* stream);
+KVJPX_EXPORT uint64_t bs_get_current_position(Environment* env, Stream* stream);
+KVJPX_EXPORT void bs_set_current_position(Environment* env, Stream* stream, uint64_t position);
+KVJPX_EXPORT void bs_map_range(Environment* env, Stream* stream, uint64_t position, uint64_t extra);
+KVJPX_EXPORT uint8_t* bs_map_pointer(Environment* env, Stream* stream, uint64_t count);
+KVJPX_EXPORT void bs_set_file_length(Environment* env, Stream* stream, uint64_t length);
+
+// Releases view and descriptor, not the record. A file writer flushes its view first.
+KVJPX_EXPORT void bs_destroy(Environment* env, Stream* stream);
+
+// Writers. A null buffer makes a memory writer that owns its growing buffer.
+KVJPX_EXPORT Stream* bs_writer_to_buffer(Environment* env, void* buffer, uint64_t length);
+KVJPX_EXPORT Stream* bs_writer_to_file(Environment* env, const char* path, uint64_t view_size);
+KVJPX_EXPORT Stream* bs_writer_to_mmap(Environment* env, const char* path, uint64_t view_size);
+
+KVJPX_EXPORT void bs_write_1_byte(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_2_byte_big(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_4_byte_big(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_8_byte_big(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_2_byte_little(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_4_byte_little(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_8_byte_little(Environment* env, Stream* stream, uint64_t value);
+KVJPX_EXPORT void bs_write_n_byte(Environment* env, Stream* stream, uint64_t value, uint32_t width,
+                                  uint32_t little_endian);
+KVJPX_EXPORT void bs_write_memcpy(Environment* env, Stream* stream, const void* source,
+                                  uint64_t count);
+KVJPX_EXPORT void bs_write_from_bs(Environment* env, Stream* destination, Stream* source,
+                                   uint64_t count);
+KVJPX_EXPORT void bs_writer_grow(Environment* env, Stream* stream, uint64_t needed);
+KVJPX_EXPORT void bs_set_eof(Environment* env, Stream* stream);
+
+// Hands the bytes written over to the caller, who frees them as a tracked block.
+KVJPX_EXPORT uint8_t* bs_writer_get_buffer(Environment* env, Stream* stream, uint64_t* length);
+
+}  // extern "C"
+
+// Destroys a stream together with its record and forgets it.
+void destroy_stream(Environment* env, Stream*& stream);
+
+}  // namespace kvjpx
+
+#endif  // KVJPX_STREAM_STREAM_H_
