@@ -1,0 +1,121 @@
+// Writes and resolves paths.
+#include "box_path.h"
+
+#include <cstring>
+#include <optional>
+#include <sstream>
+
+#include "value.h"
+
+namespace kvjpx_tool {
+namespace {
+
+// Kept free for the syntax of paths, of fields behind them and of command lines.
+bool needs_escape(unsigned char character) {
+  return character <= ' ' || character > '~' || std::strchr("/[].#%-=", character) != nullptr;
+}
+
+// The characters that an escaped text stands for; nothing when an escape is broken.
+std::optional<std::string> unescape(const std::string& text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      plain += text[i];
+      continue;
+    }
+    const std::optional<std::string> byte = parse_hex(text.substr(i + 1, 2));
+    if (!byte || byte->size() != 1) return std::nullopt;
+    plain += *byte;
+    i += 2;
+  }
+  return plain;
+}
+
+struct Step {
+  uint32_t type;
+  uint64_t index;
+};
+
+Step parse_step(const std::string& text, const std::string& place) {
+  const size_t bracket = text.find('[');
+  const Step step{parse_type(text.substr(0, bracket), kNoSuchPlace), 0};
+  if (bracket == std::string::npos) return step;
+  const std::optional<uint64_t> index =
+      text.back() == ']' ? parse_number(text.substr(bracket + 1, text.size() - bracket - 2))
+                         : std::nullopt;
+  if (!index) throw Failure(kNoSuchPlace, place + ": '" + text + "' has no proper [index]");
+  return {step.type, *index};
+}
+
+const Box& find_child(const Box& parent, const Step& step, const std::string& place) {
+  for (const auto& child : parent.children) {
+    if (child->type == step.type && child->index == step.index) return *child;
+  }
+  std::string wanted = type_name(step.type);
+  if (step.index > 0) wanted += "[" + std::to_string(step.index) + "]";
+  throw Failure(kNoSuchPlace, place + ": there is no box '" + wanted + "' in " + path_of(parent));
+}
+
+const Box& find_id(const Box& root, const std::string& digits, const std::string& place) {
+  const std::optional<uint64_t> id = parse_number(digits);
+  const Box* found = nullptr;
+  for_each_box(root, [&](const Box& box) {
+    if (id && box.id == *id) found = &box;
+  });
+  if (!found) throw Failure(kNoSuchPlace, place + ": there is no box with this identifier");
+  return *found;
+}
+
+}  // namespace
+
+std::string type_name(uint32_t type) {
+  const char characters[] = {static_cast<char>(type >> 24), static_cast<char>(type >> 16),
+                             static_cast<char>(type >> 8), static_cast<char>(type)};
+  size_t length = 4;
+  while (length > 1 && characters[length - 1] == ' ') --length;
+  std::string name;
+  for (size_t i = 0; i < length; ++i) {
+    const unsigned char character = static_cast<unsigned char>(characters[i]);
+    if (needs_escape(character)) {
+      name += "%" + to_hex(std::string(1, characters[i]));
+    } else {
+      name += characters[i];
+    }
+  }
+  return name;
+}
+
+uint32_t parse_type(const std::string& text, ExitCode exit_code) {
+  std::optional<std::string> characters = unescape(text);
+  if (!characters || characters->empty() || characters->size() > 4) {
+    throw Failure(exit_code, "'" + text + "' is not a box type (one to four characters)");
+  }
+  characters->resize(4, ' ');
+  const std::string& c = *characters;
+  return KV_JPX_TYPE(c[0], c[1], c[2], c[3]);
+}
+
+std::string path_of(const Box& box) {
+  if (box.is_root()) return "/";
+  std::string path = box.parent->is_root() ? "" : path_of(*box.parent) + "/";
+  path += type_name(box.type);
+  if (box.same_type_count > 1) path += "[" + std::to_string(box.index) + "]";
+  return path;
+}
+
+const Box& resolve_path(const Box& root, const std::string& path, const std::string& label) {
+  const std::string place = label + ": " + path;
+  const Box* box = &root;
+  std::istringstream steps(path);
+  for (std::string step; std::getline(steps, step, '/');) {
+    if (step.empty()) continue;
+    if (box->is_root() && step[0] == '#') {
+      box = &find_id(root, step.substr(1), place);
+    } else {
+      box = &find_child(*box, parse_step(step, place), place);
+    }
+  }
+  return *box;
+}
+
+}  // namespace kvjpx_tool

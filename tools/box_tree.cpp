@@ -1,0 +1,157 @@
+// Walks box headers in the file's bytes and the library's tree side by side. Identifiers are what
+// pairs them: the library numbers headers in the order in which they stand in the file, a container
+// before its content, and spends a number on a header also when it refuses the box.
+#include "box_tree.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+
+#include "failure.h"
+
+namespace kvjpx_tool {
+namespace {
+
+struct Header {
+  uint32_t type;
+  uint64_t begin;
+  uint64_t content_begin;
+  uint64_t end;
+};
+
+uint64_t big_endian(std::string_view bytes, uint64_t position, unsigned width) {
+  uint64_t value = 0;
+  for (unsigned i = 0; i < width; ++i) {
+    value = value << 8 | static_cast<unsigned char>(bytes[position + i]);
+  }
+  return value;
+}
+
+// Reads the header at `position` of a container whose content ends at `limit`.
+std::optional<Header> read_header(std::string_view bytes, uint64_t position, uint64_t limit) {
+  if (limit - position < 8) return std::nullopt;
+  const uint64_t short_length = big_endian(bytes, position, 4);
+  const bool has_long_length = short_length == 1;
+  if (has_long_length && limit - position < 16) return std::nullopt;
+
+  Header header;
+  header.type = static_cast<uint32_t>(big_endian(bytes, position + 4, 4));
+  header.begin = position;
+  header.content_begin = position + (has_long_length ? 16 : 8);
+  uint64_t length = has_long_length ? big_endian(bytes, position + 8, 8) : short_length;
+  if (short_length == 0) length = bytes.size() - position;
+  if (length > limit - position) return std::nullopt;
+  // A length that does not even cover the header stands for an empty box.
+  header.end = std::max(header.content_begin, position + length);
+  return header;
+}
+
+// Bytes of a container's own fields before its first child.
+uint64_t prefix_length(uint32_t type) {
+  if (type == KV_JPX_TYPE('c', 'r', 'e', 'f')) return 4;
+  if (type == KV_JPX_TYPE('d', 't', 'b', 'l')) return 2;
+  return 0;
+}
+
+class TreeReader {
+ public:
+  TreeReader(kv_jpx_context* context, std::string_view bytes, const std::string& label,
+             BoxTree& tree)
+      : context_(context), bytes_(bytes), label_(label), tree_(tree) {}
+
+  void read() {
+    tree_.root.end = bytes_.size();
+    read_children(tree_.root, 0, bytes_.size());
+  }
+
+ private:
+  // Returns where the library went on behind the container: its end, or, when a box was refused,
+  // the end of that box, from where the enclosing container takes over.
+  uint64_t read_children(Box& container, uint64_t position, uint64_t limit) {
+    uint32_t expected = first_child(container.id);
+    while (position < limit) {
+      const std::optional<Header> header = read_header(bytes_, position, limit);
+      if (!header) break;
+      const uint32_t id = next_id_++;
+      if (id != expected) {
+        tree_.refused.push_back({&container, header->type, header->begin});
+        limit = position = header->end;
+        break;
+      }
+      Box& child = append(container, id, *header);
+      position = header->end;
+      if (child.is_container) {
+        const uint64_t content =
+            std::min(header->content_begin + prefix_length(child.type), header->end);
+        position = read_children(child, content, header->end);
+      }
+      expected = next_sibling(id);
+    }
+    if (position != limit || expected != KV_JPX_ROOT) {
+      throw Failure(kNotJpx, label_ + ": the boxes behind offset " + std::to_string(position) +
+                                 " cannot be located");
+    }
+    number_siblings(container);
+    return position;
+  }
+
+  Box& append(Box& container, uint32_t id, const Header& header) {
+    auto box = std::make_unique<Box>();
+    box->id = id;
+    box->type = header.type;
+    box->is_container = is_container(id);
+    box->begin = header.begin;
+    box->content_begin = header.content_begin;
+    box->end = header.end;
+    box->parent = &container;
+    container.children.push_back(std::move(box));
+    return *container.children.back();
+  }
+
+  static void number_siblings(Box& container) {
+    std::unordered_map<uint32_t, uint32_t> counts;
+    for (const auto& child : container.children) child->index = counts[child->type]++;
+    for (const auto& child : container.children) child->same_type_count = counts[child->type];
+  }
+
+  uint32_t first_child(uint32_t id) const {
+    uint32_t child = KV_JPX_ROOT;
+    const int32_t code = kv_jpx_get_first_child_box_id(context_, id, &child);
+    return code == JPX_OK ? child : KV_JPX_ROOT;
+  }
+
+  uint32_t next_sibling(uint32_t id) const {
+    uint32_t sibling = KV_JPX_ROOT;
+    const int32_t code = kv_jpx_get_next_box_id(context_, id, &sibling);
+    return code == JPX_OK ? sibling : KV_JPX_ROOT;
+  }
+
+  bool is_container(uint32_t id) const {
+    uint8_t flag = 0;
+    return kv_jpx_is_box_super(context_, id, &flag) == JPX_OK && flag != 0;
+  }
+
+  kv_jpx_context* context_;
+  std::string_view bytes_;
+  const std::string& label_;
+  BoxTree& tree_;
+  uint32_t next_id_ = 0;
+};
+
+}  // namespace
+
+void for_each_box(const Box& box, const std::function<void(const Box&)>& visit) {
+  for (const auto& child : box.children) {
+    visit(*child);
+    for_each_box(*child, visit);
+  }
+}
+
+std::unique_ptr<BoxTree> read_box_tree(kv_jpx_context* context, std::string_view bytes,
+                                       const std::string& label) {
+  auto tree = std::make_unique<BoxTree>();
+  TreeReader(context, bytes, label, *tree).read();
+  return tree;
+}
+
+}  // namespace kvjpx_tool

@@ -1,0 +1,59 @@
+// The boxes of a loaded file as a tree: what the library holds, together with where each box stands
+// in the file's bytes, which the library does not tell.
+#ifndef KVJPX_TOOLS_BOX_TREE_H_
+#define KVJPX_TOOLS_BOX_TREE_H_
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kvjpx.h"
+
+namespace kvjpx_tool {
+
+struct Box {
+  uint32_t id = KV_JPX_ROOT;
+  uint32_t type = KV_JPX_ROOT;
+  bool is_container = true;
+
+  // Positions in the file; the end is the first byte behind the box.
+  uint64_t begin = 0;
+  uint64_t content_begin = 0;
+  uint64_t end = 0;
+
+  // Place among the siblings of the same type, and how many of them there are.
+  uint32_t index = 0;
+  uint32_t same_type_count = 1;
+
+  const Box* parent = nullptr;
+  std::vector<std::unique_ptr<Box>> children;
+
+  bool is_root() const { return id == KV_JPX_ROOT; }
+};
+
+// Calls `visit` for every box under `box`, a container before its content.
+void for_each_box(const Box& box, const std::function<void(const Box&)>& visit);
+
+// A box that the library does not take in `container`.
+struct RefusedBox {
+  const Box* container;
+  uint32_t type;
+  uint64_t offset;
+};
+
+struct BoxTree {
+  Box root;
+  std::vector<RefusedBox> refused;
+};
+
+// Pairs the tree of the freshly loaded `context` with the headers in the file's bytes. `label`
+// names the file in messages.
+std::unique_ptr<BoxTree> read_box_tree(kv_jpx_context* context, std::string_view bytes,
+                                       const std::string& label);
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_BOX_TREE_H_

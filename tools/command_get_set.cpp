@@ -1,0 +1,43 @@
+// get and set: fields of boxes.
+#include "commands.h"
+#include "document.h"
+#include "field.h"
+#include "save.h"
+
+namespace kvjpx_tool {
+
+void get_field(const GetRequest& request) {
+  const Document document(request.file);
+  if (request.address.find('.') == std::string::npos) {
+    if (request.raw_target) {
+      throw Failure(kUsage, "-o takes one field: " + request.address + ".FIELD");
+    }
+    for (const Field& field : Field::all_of(document, document.find(request.address))) {
+      print_text(field.assignments());
+    }
+    return;
+  }
+  const Field field = Field::find(document, request.address);
+  if (request.raw_target) {
+    write_result(*request.raw_target, field.raw());
+  } else {
+    print_text(field.text());
+  }
+}
+
+void set_fields(const std::string& file, const std::vector<std::string>& assignments,
+                const Target& target) {
+  check_takes_binary(target);
+  const Document document(file);
+  for (const std::string& assignment : assignments) {
+    // A box type may hold '=' only in its escaped form, so the first one begins the value.
+    const size_t equals = assignment.find('=');
+    if (equals == std::string::npos) {
+      throw Failure(kUsage, "'" + assignment + "' is not of the form PATH.FIELD=VALUE");
+    }
+    Field::find(document, assignment.substr(0, equals)).set(assignment.substr(equals + 1));
+  }
+  save(document, target);
+}
+
+}  // namespace kvjpx_tool

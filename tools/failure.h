@@ -1,0 +1,48 @@
+// What ends a command before its work is done: an exit code and a message for people.
+#ifndef KVJPX_TOOLS_FAILURE_H_
+#define KVJPX_TOOLS_FAILURE_H_
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace kvjpx_tool {
+
+// Documented in the program's help; scripts rely on the numbers.
+enum ExitCode {
+  kDone = 0,
+  kUsage = 2,
+  kInputOutput = 3,
+  kNotJpx = 4,
+  kNoSuchPlace = 5,
+  kEditRefused = 6,
+  kNothingDecoded = 7,
+};
+
+class Failure : public std::runtime_error {
+ public:
+  Failure(ExitCode exit_code, const std::string& message)
+      : std::runtime_error(message), exit_code_(exit_code) {}
+
+  ExitCode exit_code() const { return exit_code_; }
+
+ private:
+  ExitCode exit_code_;
+};
+
+// A failed system call: "<place>: <what>: <the system's reason>".
+Failure system_failure(const std::string& place, const std::string& what);
+
+// Words for a result code of the library, whatever the call.
+std::string library_reason(int32_t code);
+
+// A failed library call. `refusal` is the exit code for what the library judges; short memory and
+// unreadable files have their own.
+Failure library_failure(const std::string& place, int32_t code, ExitCode refusal);
+
+// Writes "kvjpx: <message>" to standard error.
+void report(const std::string& message);
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_FAILURE_H_

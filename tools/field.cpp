@@ -1,0 +1,343 @@
+// Reads and changes fields, guided by the library's table of them.
+#include "field.h"
+
+#include <strings.h>
+
+#include "box_path.h"
+#include "failure.h"
+#include "input_file.h"
+#include "value.h"
+
+namespace kvjpx_tool {
+namespace {
+
+// The rows of the library's table that can apply to a type: its own, then the payload that opaque
+// boxes of every type have.
+std::vector<kv_jpx_field_info> known_fields(uint32_t box_type) {
+  std::vector<kv_jpx_field_info> own;
+  std::vector<kv_jpx_field_info> common;
+  kv_jpx_field_info info;
+  for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
+    if (info.box_type == box_type) own.push_back(info);
+    if (info.box_type == 0) common.push_back(info);
+  }
+  own.insert(own.end(), common.begin(), common.end());
+  return own;
+}
+
+// Whether the box has the field in its present state. Some numbers can be counted but not read, and
+// others the other way round, so it is reading that decides.
+bool is_live(const Document& document, const Box& box, const kv_jpx_field_info& info) {
+  const bool is_single_number =
+      (info.access & KV_JPX_FIELD_INTEGER) != 0 && (info.access & KV_JPX_FIELD_REPEATS) == 0;
+  uint64_t value = 0;
+  const int32_t code =
+      is_single_number
+          ? kv_jpx_get_box_field_int(document.context(), box.id, info.key, 0, &value)
+          : kv_jpx_get_box_field_count(document.context(), box.id, info.key, nullptr, nullptr);
+  return code == JPX_OK;
+}
+
+std::vector<kv_jpx_field_info> live_fields(const Document& document, const Box& box) {
+  std::vector<kv_jpx_field_info> live;
+  for (const kv_jpx_field_info& info : known_fields(box.type)) {
+    bool is_alias = false;
+    for (const kv_jpx_field_info& other : live) is_alias |= strcasecmp(other.name, info.name) == 0;
+    if (!is_alias && is_live(document, box, info)) live.push_back(info);
+  }
+  return live;
+}
+
+// Names differ by more than case within a box type, so case is left to the user's taste.
+kv_jpx_field_info find_field(const Document& document, const Box& box, const std::string& name) {
+  const std::string place = document.place(box) + "." + name;
+  for (const kv_jpx_field_info& info : known_fields(box.type)) {
+    if (strcasecmp(info.name, name.c_str()) != 0) continue;
+    if (is_live(document, box, info)) return info;
+    if (info.box_type != 0) {
+      throw Failure(kNoSuchPlace, place + ": the box has no such field in its present state");
+    }
+  }
+  std::string names;
+  for (const kv_jpx_field_info& info : live_fields(document, box)) {
+    names += (names.empty() ? "" : ", ") + std::string(info.name);
+  }
+  throw Failure(kNoSuchPlace, place + ": no such field; the box has " +
+                                  (names.empty() ? std::string("no fields") : names));
+}
+
+// "PATH.FIELD[i]" in its parts.
+struct Address {
+  std::string path;
+  std::string name;
+  std::optional<uint64_t> index;
+};
+
+Address parse_address(const std::string& address, const std::string& label) {
+  // Paths have their dots escaped, so the first one begins the field's name.
+  const size_t dot = address.find('.');
+  if (dot == std::string::npos || dot + 1 == address.size()) {
+    throw Failure(kNoSuchPlace, label + ": '" + address + "' names no field (PATH.FIELD)");
+  }
+  Address parts{address.substr(0, dot), address.substr(dot + 1), std::nullopt};
+  const size_t bracket = parts.name.find('[');
+  if (bracket == std::string::npos) return parts;
+  const std::string index = parts.name.substr(bracket + 1);
+  if (!index.empty() && index.back() == ']') {
+    parts.index = parse_number(index.substr(0, index.size() - 1));
+  }
+  if (!parts.index) {
+    throw Failure(kNoSuchPlace, label + ": '" + address + "' has no proper [index]");
+  }
+  parts.name.resize(bracket);
+  return parts;
+}
+
+// The bytes that "@FILE", "hex:..." or "text:..." stand for; nothing for any other value.
+std::optional<std::string> parse_bytes(const std::string& value, const std::string& place) {
+  if (value.rfind('@', 0) == 0) return std::string(InputFile(value.substr(1)).bytes());
+  if (value.rfind("text:", 0) == 0) return value.substr(5);
+  if (value.rfind("hex:", 0) != 0) return std::nullopt;
+  std::optional<std::string> bytes = parse_hex(value.substr(4));
+  if (!bytes) throw Failure(kEditRefused, place + ": '" + value + "' is not hexadecimal");
+  return bytes;
+}
+
+// Whether `stored` is the number that was written as `text`: in a field of fewer bits, negative
+// numbers lose their leading ones; nothing else may be lost.
+bool is_number(uint64_t stored, uint64_t value, const std::string& text) {
+  if (stored == value) return true;
+  if (text[0] != '-') return false;
+  for (const unsigned bits : {8u, 16u, 24u, 32u}) {
+    const uint64_t lost = ~uint64_t{0} << bits;
+    const bool fits = (value | (lost >> 1)) == value;
+    if (fits && stored == (value & ~lost)) return true;
+  }
+  return false;
+}
+
+bool is_known_brand(uint64_t code) {
+  return code == KV_JPX_TYPE('j', 'p', '2', ' ') || code == KV_JPX_TYPE('j', 'p', 'x', ' ') ||
+         code == KV_JPX_TYPE('j', 'p', 'x', 'b');
+}
+
+}  // namespace
+
+Field Field::find(const Document& document, const std::string& address) {
+  const Address parts = parse_address(address, document.label());
+  const Box& box = document.find(parts.path);
+  return Field(document, box, find_field(document, box, parts.name), parts.index);
+}
+
+std::vector<Field> Field::all_of(const Document& document, const Box& box) {
+  std::vector<Field> fields;
+  for (const kv_jpx_field_info& info : live_fields(document, box)) {
+    const Field field(document, box, info, std::nullopt);
+    if (field.is_integer() || field.is_bytes()) fields.push_back(field);
+  }
+  return fields;
+}
+
+std::string Field::text() const {
+  std::string lines;
+  for (const std::string& value : values()) lines += value + "\n";
+  return lines;
+}
+
+std::string Field::raw() const {
+  if (!is_bytes()) return text();
+  return index_ ? entry_bytes(*index_) : all_bytes();
+}
+
+std::string Field::assignments() const {
+  std::string lines;
+  const std::vector<std::string> all = values();
+  for (size_t i = 0; i < all.size(); ++i) {
+    const std::string index = repeats() ? "[" + std::to_string(i) + "]" : "";
+    lines += path_of(box_) + "." + info_.name + index + "=" + all[i] + "\n";
+  }
+  return lines;
+}
+
+std::vector<std::string> Field::values() const {
+  if (!is_integer() && !is_bytes()) {
+    throw Failure(kNoSuchPlace, place() + ": the library only counts these entries; there are " +
+                                    std::to_string(count()));
+  }
+  const auto value = [this](uint64_t index) {
+    return is_integer() ? std::to_string(integer(index)) : to_hex(entry_bytes(index));
+  };
+  if (index_) return {value(*index_)};
+  const uint64_t entries = repeats() ? count() : 1;
+  std::vector<std::string> all;
+  for (uint64_t i = 0; i < entries; ++i) all.push_back(value(i));
+  return all;
+}
+
+uint64_t Field::count() const {
+  uint64_t entries = 0;
+  const int32_t code =
+      kv_jpx_get_box_field_count(document_.context(), box_.id, info_.key, &entries, nullptr);
+  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  return entries;
+}
+
+uint64_t Field::integer(uint64_t index) const {
+  uint64_t value = 0;
+  const int32_t code =
+      kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &value);
+  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  return value;
+}
+
+std::string Field::all_bytes() const {
+  uint64_t entries = 0;
+  uint32_t size = 0;
+  void* data = nullptr;
+  const int32_t code =
+      kv_jpx_get_box_field_buffer(document_.context(), box_.id, info_.key, &entries, &size, &data);
+  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  return std::string(LibraryBlock(document_.context(), data, entries * size).bytes());
+}
+
+std::string Field::entry_bytes(uint64_t index) const {
+  const std::string bytes = all_bytes();
+  const uint64_t entries = repeats() ? count() : 1;
+  check_index(entries);
+  const size_t size = bytes.size() / entries;
+  return bytes.substr(index * size, size);
+}
+
+void Field::set(const std::string& value) const {
+  std::optional<std::string> bytes = parse_bytes(value, place());
+  if (!bytes && !is_integer()) bytes = parse_hex(value);
+  if (bytes && is_bytes()) {
+    index_ ? set_entry(*index_, *bytes) : set_all_bytes(*bytes);
+  } else if (is_integer()) {
+    set_integer(value);
+  } else {
+    throw Failure(kEditRefused, place() + ": '" + value +
+                                    "' is no value for this field; it takes " +
+                                    (is_bytes() ? "@FILE, hex:... or text:..." : "none"));
+  }
+}
+
+void Field::set_integer(const std::string& text) const {
+  std::optional<uint64_t> value = parse_signed_number(text);
+  if (!value && info_.width == 4) value = parse_code(text);
+  if (!value) throw Failure(kEditRefused, place() + ": '" + text + "' is not a number");
+  const uint64_t index = index_.value_or(0);
+  const uint64_t entries = repeats() ? count() : 1;
+  if (info_.key == JPX_FIELD_OPCT_Cv) {
+    set_chroma_key(index, *value);
+  } else if (repeats() && index == entries) {
+    append_integer(*value, text);
+  } else {
+    // Behind the end, the library would append an entry and put the value there.
+    if (index > entries) check_index(entries);
+    replace_integer(index, *value, text);
+  }
+}
+
+void Field::append_integer(uint64_t value, const std::string& text) const {
+  const uint64_t entries = count();
+  const int32_t code =
+      kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key, entries, value);
+  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
+  // Some lists take a value behind their end and forget it.
+  if (count() != entries + 1) {
+    throw Failure(kEditRefused,
+                  place() + ": no entry can be appended; entries: " + std::to_string(entries));
+  }
+  // A list may keep its entries in an order of its own.
+  for (uint64_t i = 0; i <= entries; ++i) {
+    if (is_number(integer(i), value, text)) return;
+  }
+  throw Failure(kEditRefused, place() + ": value " + text + " is out of range");
+}
+
+void Field::replace_integer(uint64_t index, uint64_t value, const std::string& text) const {
+  // Files hold values that no edit could give them; keeping such a value is no edit.
+  if (integer(index) == value) return;
+  const int32_t code = kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key,
+                                                set_position(index, value), value);
+  // The field itself is asked what came of it: a change of opct.OTyp is answered with "no such
+  // field" though it is made, and other changes with success though bits of the value are lost.
+  uint64_t held = 0;
+  const int32_t get_code =
+      kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &held);
+  if (get_code == JPX_OK && is_number(held, value, text)) return;
+  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
+  throw Failure(kEditRefused, place() + ": value " + text +
+                                  " is out of range: the field would hold " + std::to_string(held));
+}
+
+// The library's own way of setting one value mixes up value and index, so all are set together.
+void Field::set_chroma_key(uint64_t index, uint64_t value) const {
+  if (value > 0xFF) {
+    throw Failure(kEditRefused, place() + ": value " + std::to_string(value) +
+                                    " is out of range: the file has one byte for it");
+  }
+  const int64_t entry = static_cast<int64_t>(value);
+  set_entry(index, std::string(reinterpret_cast<const char*>(&entry), sizeof entry));
+}
+
+// The compatibility list of a file is read with the three known brands in front, which are there or
+// not, but changed by the position among the others.
+uint64_t Field::set_position(uint64_t index, uint64_t value) const {
+  if (info_.key != JPX_FIELD_FTYP_CL) return index;
+  if (is_known_brand(integer(index)) || is_known_brand(value)) {
+    throw Failure(kEditRefused, place() +
+                                    ": a known brand neither gives nor takes another's place; "
+                                    "append with index " +
+                                    std::to_string(count()));
+  }
+  uint64_t known = 0;
+  while (is_known_brand(integer(known))) ++known;
+  return index - known;
+}
+
+// Sets one entry among the others, or one more at the end.
+void Field::set_entry(uint64_t index, const std::string& bytes) const {
+  const uint64_t entries = repeats() ? count() : 1;
+  if (index > entries) check_index(entries);
+  if (bytes.size() != info_.width) {
+    throw Failure(kEditRefused, place() + ": an entry has " + std::to_string(info_.width) +
+                                    " bytes, not " + std::to_string(bytes.size()));
+  }
+  set_all_bytes(all_bytes().replace(index * info_.width, info_.width, bytes));
+}
+
+void Field::set_all_bytes(const std::string& bytes) const {
+  const uint32_t size = info_.width > 0 && bytes.size() % info_.width == 0 ? info_.width : 1;
+  const int32_t code = kv_jpx_set_box_field_buffer(document_.context(), box_.id, info_.key,
+                                                   bytes.size() / size, size, bytes.data());
+  if (code != JPX_OK) {
+    throw refusal(code, "the field does not take " + std::to_string(bytes.size()) + " bytes");
+  }
+  if (all_bytes() != bytes) {
+    throw Failure(kEditRefused, place() + ": the field would not hold these bytes unchanged");
+  }
+}
+
+std::string Field::place() const {
+  const std::string index = index_ ? "[" + std::to_string(*index_) + "]" : "";
+  return document_.place(box_) + "." + info_.name + index;
+}
+
+Failure Field::refusal(int32_t code, const std::string& out_of_range) const {
+  if (code == JPX_ERR_INVALID_ARGUMENT) {
+    return Failure(kEditRefused, place() + ": " + out_of_range);
+  }
+  return library_failure(place(), code,
+                         code == JPX_ERR_NO_SUCH_FIELD ? kNoSuchPlace : kEditRefused);
+}
+
+// Called with the index that the user gave; without one the first entry is meant.
+void Field::check_index(uint64_t entries) const {
+  if (index_.value_or(0) < entries) return;
+  throw Failure(kNoSuchPlace,
+                place() + ": the index is out of range; entries: " + std::to_string(entries));
+}
+
+}  // namespace kvjpx_tool

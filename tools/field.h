@@ -1,0 +1,68 @@
+// Fields of boxes, addressed as "PATH.FIELD" or "PATH.FIELD[i]".
+#ifndef KVJPX_TOOLS_FIELD_H_
+#define KVJPX_TOOLS_FIELD_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "document.h"
+#include "failure.h"
+
+namespace kvjpx_tool {
+
+class Field {
+ public:
+  // Finds what `address` names. Throws a Failure with kNoSuchPlace.
+  static Field find(const Document& document, const std::string& address);
+  // All fields that a box has in its present state and that can be read.
+  static std::vector<Field> all_of(const Document& document, const Box& box);
+
+  // The value as text that `set` takes again. Entries of a repeating field without an index come
+  // one a line, each line with its end.
+  std::string text() const;
+  // The bytes of a field held as bytes, the text of any other.
+  std::string raw() const;
+  // Lines "PATH.FIELD=VALUE", entries with their index.
+  std::string assignments() const;
+
+  // Changes the field; throws a Failure when the library refuses.
+  void set(const std::string& value) const;
+
+ private:
+  Field(const Document& document, const Box& box, const kv_jpx_field_info& info,
+        std::optional<uint64_t> index)
+      : document_(document), box_(box), info_(info), index_(index) {}
+
+  bool is_integer() const { return (info_.access & KV_JPX_FIELD_INTEGER) != 0; }
+  bool is_bytes() const { return (info_.access & KV_JPX_FIELD_BYTES) != 0; }
+  bool repeats() const { return (info_.access & KV_JPX_FIELD_REPEATS) != 0; }
+
+  uint64_t count() const;
+  std::vector<std::string> values() const;
+  uint64_t integer(uint64_t index) const;
+  std::string all_bytes() const;
+  std::string entry_bytes(uint64_t index) const;
+
+  void set_integer(const std::string& text) const;
+  void append_integer(uint64_t value, const std::string& text) const;
+  void replace_integer(uint64_t index, uint64_t value, const std::string& text) const;
+  void set_chroma_key(uint64_t index, uint64_t value) const;
+  void set_entry(uint64_t index, const std::string& bytes) const;
+  void set_all_bytes(const std::string& bytes) const;
+  uint64_t set_position(uint64_t index, uint64_t value) const;
+
+  std::string place() const;
+  Failure refusal(int32_t code, const std::string& out_of_range) const;
+  void check_index(uint64_t entries) const;
+
+  const Document& document_;
+  const Box& box_;
+  kv_jpx_field_info info_;
+  std::optional<uint64_t> index_;
+};
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_FIELD_H_

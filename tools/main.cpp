@@ -1,0 +1,316 @@
+// kvjpx: looks into JPX and JP2 files and edits them from the command line.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <new>
+#include <sstream>
+
+#include "commands.h"
+#include "kvjpx.h"
+#include "output.h"
+
+namespace kvjpx_tool {
+namespace {
+
+const char kDescription[] =
+    R"(kvjpx looks into JPX and JP2 files (ISO/IEC 15444-2, 15444-1) and edits them.)";
+
+const char kConventions[] =
+    R"(PATH names a box: jp2h/ihdr, or jp2h/colr[1] (counting from 0 among siblings of one
+type; without [i] the first), or #17 for an identifier; / is the file itself. Blanks
+at the end of a type may be left out; unusual characters are written %XX. 'kvjpx ls'
+prints every path.
+FILE and OUT may be - for standard input and output. OUT may be FILE itself: outputs
+are written beside their target and renamed when complete.
+
+Exit codes:
+  0  done
+  2  wrong usage
+  3  a file cannot be opened, read or written
+  4  not a readable JPX
+  5  no such path or field
+  6  an edit is refused; nothing is written
+  7  nothing could be decoded
+
+Examples:
+  kvjpx ls photo.jpx
+  kvjpx get photo.jpx jp2h/ihdr.WIDTH
+  kvjpx set photo.jpx jp2h/ihdr.IPR=1 -o changed.jpx
+  kvjpx decode photo.jpx -o photo.png)";
+
+std::string version_text() {
+  uint32_t number = 0;
+  char banner[33];
+  uint32_t banner_size = sizeof banner;
+  kv_jpx_get_library_version(&number, banner, &banner_size);
+  const std::string version = std::to_string(number / 1000000) + "." +
+                              std::to_string(number / 10000 % 100) + "." +
+                              std::to_string(number / 100 % 100);
+  return "kvjpx " + version + "\n" + banner;
+}
+
+// All commands and their options; holds what the command line gave.
+class CommandLine {
+ public:
+  CommandLine() : app_(kDescription, "kvjpx") {
+    app_.require_subcommand(1);
+    app_.set_version_flag("--version", version_text);
+    app_.footer(kConventions);
+    add_ls();
+    add_print();
+    add_get();
+    add_set();
+    add_add();
+    add_rm();
+    add_extract();
+    add_copy();
+    add_decode();
+  }
+
+  ExitCode run(int argc, char** argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      if (error.get_exit_code() != 0) {
+        throw Failure(kUsage, std::string(error.what()) + " (see kvjpx --help)");
+      }
+      // A call for help or the version.
+      std::ostringstream text;
+      app_.exit(error, text, text);
+      print_text(text.str());
+      return kDone;
+    }
+    return action_();
+  }
+
+ private:
+  CLI::App* command(const std::string& name, const std::string& description,
+                    const std::string& examples, std::function<ExitCode()> action) {
+    CLI::App* command = app_.add_subcommand(name, description);
+    command->footer("Examples:\n" + examples + "\nPaths and exit codes: kvjpx --help");
+    command->callback([this, action] { action_ = action; });
+    return command;
+  }
+
+  void take_file(CLI::App* command) {
+    command->add_option("FILE", file_, "JPX or JP2 file; - is standard input")
+        ->required()
+        ->type_name("");
+  }
+
+  void take_path(CLI::App* command, const std::string& description) {
+    command->add_option("PATH", path_, description)->required()->type_name("");
+  }
+
+  CLI::Option* take_target(CLI::App* command, const std::string& also_forced = "") {
+    command->add_flag("--force", target_.force,
+                      "Write binary data even to a terminal" + also_forced);
+    return command->add_option("-o,--output", target_.name, "Output file; - is standard output")
+        ->type_name("OUT");
+  }
+
+  void take_edited_target(CLI::App* command) {
+    take_target(command, ", and a result that could not be read again")->required();
+  }
+
+  void add_ls() {
+    CLI::App* ls =
+        command("ls", "List boxes: offset, total length, identifier, path, type",
+                "  kvjpx ls photo.jpx\n  kvjpx ls *.jp2", [this] { return list_boxes(files_); });
+    ls->add_option("FILE", files_, "JPX or JP2 files; - is standard input")
+        ->required()
+        ->type_name("");
+  }
+
+  void add_print() {
+    CLI::App* print = command("print", "Describe a box with everything in it",
+                              "  kvjpx print photo.jpx\n  kvjpx print photo.jpx jp2h/colr", [this] {
+                                print_box(file_, path_.empty() ? "/" : path_);
+                                return kDone;
+                              });
+    take_file(print);
+    print->add_option("PATH", path_, "Box to describe; without it, the whole file")->type_name("");
+  }
+
+  void add_get() {
+    CLI::App* get =
+        command("get", "Read a field of a box, or all its fields",
+                "  kvjpx get photo.jpx jp2h/ihdr.WIDTH\n"
+                "  kvjpx get photo.jpx ftyp.CL[0]\n"
+                "  kvjpx get photo.jpx jp2h/colr          (all fields)\n"
+                "  kvjpx get photo.jpx jp2h/colr.ICC -o profile.icc\n"
+                "Numbers are printed in decimal, bytes in hexadecimal; a repeating field\n"
+                "prints one entry a line.",
+                [this] {
+                  GetRequest request{file_, path_, std::nullopt};
+                  if (has_target_->count() > 0) request.raw_target = target_;
+                  get_field(request);
+                  return kDone;
+                });
+    take_file(get);
+    get->add_option("PATH.FIELD", path_, "Field, PATH.FIELD[i] for one entry; PATH for all")
+        ->required()
+        ->type_name("");
+    has_target_ = take_target(get)->description("Write the field's bytes as they are to this file");
+  }
+
+  void add_set() {
+    CLI::App* set =
+        command("set", "Change fields of boxes; all of them or, if one is refused, none",
+                "  kvjpx set photo.jpx jp2h/ihdr.IPR=1 jp2h/ihdr.UnkC=0 -o changed.jpx\n"
+                "  kvjpx set photo.jpx \"ftyp.BR='jpx '\" -o photo.jpx\n"
+                "  kvjpx set photo.jpx xml.DATA=@note.xml -o changed.jpx\n"
+                "Values: decimal or 0x numbers, also negative; four-character codes in\n"
+                "quotes; bytes as @FILE, hex:00ff or text:words. An entry number equal to\n"
+                "the number of entries appends one.",
+                [this] {
+                  set_fields(file_, items_, target_);
+                  return kDone;
+                });
+    take_file(set);
+    set->add_option("PATH.FIELD=VALUE", items_, "What to change")->required()->type_name("");
+    take_edited_target(set);
+  }
+
+  void add_add() {
+    CLI::App* add = command("add", "Add an empty box, or one with a payload",
+                            "  kvjpx add photo.jpx xml --into / --payload note.xml -o changed.jpx\n"
+                            "  kvjpx add photo.jpx colr --after jp2h/ihdr -o changed.jpx",
+                            [this] {
+                              add_box(add_, target_);
+                              return kDone;
+                            });
+    add->add_option("FILE", add_.file, "JPX or JP2 file; - is standard input")
+        ->required()
+        ->type_name("");
+    add->add_option("TYPE", add_.type, "Four-character type; trailing blanks may be left out")
+        ->required()
+        ->type_name("");
+    CLI::Option* into = add_place(add, "--into", AddRequest::Place::kInto,
+                                  "Put it as the last box into this container");
+    CLI::Option* before =
+        add_place(add, "--before", AddRequest::Place::kBefore, "Put it directly before this box");
+    CLI::Option* after =
+        add_place(add, "--after", AddRequest::Place::kAfter, "Put it directly after this box");
+    into->excludes(before)->excludes(after);
+    before->excludes(after);
+    add->add_option("--payload", add_.payload_file, "File with the payload; - is standard input")
+        ->type_name("F");
+    take_edited_target(add);
+  }
+
+  CLI::Option* add_place(CLI::App* add, const std::string& name, AddRequest::Place place,
+                         const std::string& description) {
+    const auto take = [this, place](const std::string& path) {
+      add_.place = place;
+      add_.reference = path;
+    };
+    return add->add_option_function<std::string>(name, take, description)->type_name("PATH");
+  }
+
+  void add_rm() {
+    CLI::App* rm = command("rm", "Remove boxes with everything in them",
+                           "  kvjpx rm photo.jpx xml uuid[1] -o smaller.jpx", [this] {
+                             remove_boxes(file_, items_, target_);
+                             return kDone;
+                           });
+    take_file(rm);
+    rm->add_option("PATH", items_, "Boxes to remove")->required()->type_name("");
+    take_edited_target(rm);
+  }
+
+  void add_extract() {
+    CLI::App* extract =
+        command("extract", "Take out the payload of a box, as it stands in the file",
+                "  kvjpx extract photo.jpx jp2c -o photo.j2c\n"
+                "  kvjpx extract photo.jpx xml | less",
+                [this] {
+                  extract_payload(file_, path_, target_);
+                  return kDone;
+                });
+    take_file(extract);
+    take_path(extract, "Box whose payload is wanted");
+    take_target(extract);
+  }
+
+  void add_copy() {
+    CLI::App* copy = command("copy", "Read a file and write it again, box by box",
+                             "  kvjpx copy photo.jpx -o copy.jpx", [this] {
+                               copy_file(file_, target_);
+                               return kDone;
+                             });
+    take_file(copy);
+    take_edited_target(copy);
+  }
+
+  void add_decode() {
+    CLI::App* decode =
+        command("decode", "Decode a picture",
+                "  kvjpx decode photo.jpx -o photo.png\n"
+                "  kvjpx decode photo.jpx --region 0,0,640,480 --reduce 1 -o part.tif\n"
+                "  kvjpx decode photo.jpx --format ppm -o - | less",
+                [this] {
+                  decode_picture(decode_, target_);
+                  return kDone;
+                });
+    decode->add_option("FILE", decode_.file, "JPX or JP2 file; - is standard input")
+        ->required()
+        ->type_name("");
+    decode
+        ->add_option("--format", decode_.format,
+                     "One of " + decode_formats() + "; without it, by the ending of OUT")
+        ->type_name("NAME");
+    decode
+        ->add_option("--region", decode_.region,
+                     "left,top,right,bottom in samples of the full-size image")
+        ->type_name("L,T,R,B");
+    decode->add_option("--reduce", decode_.reduce, "Halve width and height N times")
+        ->check(CLI::Range(0, 31))
+        ->type_name("N");
+    decode->add_option("--layers", decode_.layers, "Decode the first N quality layers only")
+        ->check(CLI::Range(1, 255))
+        ->type_name("N");
+    decode
+        ->add_option("--codestream", decode_.codestream,
+                     "Decode this codestream alone, counting from 0, and compose nothing")
+        ->type_name("N");
+    take_target(decode)->required();
+  }
+
+  CLI::App app_;
+  std::function<ExitCode()> action_;
+
+  std::string file_;
+  std::string path_;
+  std::vector<std::string> files_;
+  std::vector<std::string> items_;
+  Target target_;
+  CLI::Option* has_target_ = nullptr;
+  AddRequest add_;
+  DecodeRequest decode_;
+};
+
+ExitCode run(int argc, char** argv) {
+  try {
+    const ExitCode result = CommandLine().run(argc, argv);
+    finish_stdout();
+    return result;
+  } catch (const Failure& failure) {
+    report(failure.what());
+    return failure.exit_code();
+  } catch (const std::bad_alloc&) {
+    report("not enough memory");
+    return kInputOutput;
+  }
+}
+
+}  // namespace
+}  // namespace kvjpx_tool
+
+int main(int argc, char** argv) {
+  kvjpx_tool::secure_standard_descriptors();
+  // A reader that went away is told like any other failed write.
+  std::signal(SIGPIPE, SIG_IGN);
+  return kvjpx_tool::run(argc, argv);
+}

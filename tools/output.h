@@ -1,0 +1,38 @@
+// Where results go: standard output, or a file that is replaced as a whole or not at all.
+#ifndef KVJPX_TOOLS_OUTPUT_H_
+#define KVJPX_TOOLS_OUTPUT_H_
+
+#include <string>
+#include <string_view>
+
+namespace kvjpx_tool {
+
+// A target as given on the command line.
+struct Target {
+  std::string name = "-";  // "-" is standard output
+  bool force = false;      // do what is otherwise refused for the user's good
+
+  bool is_stdout() const { return name == "-"; }
+};
+
+// Text for people or scripts, on standard output.
+void print_text(std::string_view text);
+
+// Throws a Failure when the target is a terminal and not forced. Commands call it before long work.
+void check_takes_binary(const Target& target);
+
+// Writes a result. A regular file is written beside its target and renamed, so that a failure
+// leaves the old file as it was; an existing file keeps its permissions. Devices and pipes are
+// written directly. Binary bytes are kept from a terminal.
+void write_result(const Target& target, std::string_view bytes);
+
+// Makes sure that everything printed has arrived; throws a Failure when not.
+void finish_stdout();
+
+// Gives the three standard descriptors a meaning when the caller has closed them, so that no file
+// opened later lands on their numbers; reading or writing them still fails.
+void secure_standard_descriptors();
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_OUTPUT_H_
