@@ -10,7 +10,8 @@ enum Placement : int32_t { kBefore = 0, kFirstChild = 2 };  // any other value: 
 
 bool is_possible_place(const Box* reference, int32_t placement) {
   if (placement == kFirstChild) return reference->kind == kSuper;
-  if (reference->type == kRoot) return false;
+  const bool is_root = reference->parent == nullptr;
+  if (is_root) return false;
   return placement != kBefore || reference->previous != nullptr;
 }
 
@@ -67,7 +68,7 @@ int32_t kv_jpx_add_box(kv_jpx_context* context, uint32_t type, uint32_t referenc
 
 int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id) {
   return guarded_with_box(context, id, [](Context& live, Box* box) -> int32_t {
-    if (box->type == kRoot) return JPX_ERR_INVALID_ARGUMENT;
+    if (box == live.root) return JPX_ERR_INVALID_ARGUMENT;
     box->box_destroy(box, &live.environment);
     return JPX_OK;
   });

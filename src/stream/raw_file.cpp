@@ -59,7 +59,7 @@ void write_raw_data(const char* path, const void* data, uint64_t length) {
     fprintf(stderr, "Error: unable to open `%s' for writing\n", path);
     return;
   }
-  fwrite(data, 1, length, file);
+  if (length != 0) fwrite(data, 1, length, file);
   if (file != stdout) fclose(file);
 }
 

@@ -228,6 +228,7 @@ void bs_set_current_position(Environment* env, Stream* stream, uint64_t position
 
 uint8_t* bs_map_pointer(Environment* env, Stream* stream, uint64_t count) {
   bs_map_range(env, stream, bs_get_current_position(env, stream), count);
+  if (count > available(stream)) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   return stream->cursor;
 }
 

@@ -1,0 +1,245 @@
+// Decoding: what the codec is asked for, how codestreams are composed, and that nothing is written
+// outside the image or left behind, whatever the codec does.
+#include <string>
+#include <vector>
+
+#include "api/recording_codec.h"
+#include "support/test_context.h"
+
+namespace kvjpx::test {
+namespace {
+
+constexpr int32_t kPng = 68;
+
+std::string header(uint32_t width, uint32_t height, uint32_t components) {
+  return box("jp2h",
+             box("ihdr", be32(height) + be32(width) + be16(components) + bytes({7, 7, 0, 0})));
+}
+
+// A file of pictures placed by offsets.
+struct Placed {
+  uint32_t x;
+  uint32_t y;
+};
+std::string composition(const std::vector<Placed>& places, const std::vector<std::string>& pictures,
+                        const std::string& jp2h) {
+  std::string instructions = be16(1) + be16(0) + be32(0);
+  for (const Placed& place : places) instructions += be32(place.x) + be32(place.y);
+  std::string file = signature_box() + jp2h + box("comp", box("inst", instructions));
+  for (const std::string& picture : pictures) file += box("jp2c", picture);
+  return file;
+}
+
+class DecodingTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    reset_codec();
+    ASSERT_EQ(kv_jpx_set_output_type(context_.get(), kPng), JPX_OK);
+  }
+  void TearDown() override {
+    EXPECT_EQ(codec().instances, 0);
+    EXPECT_EQ(codec().blocks, 0);
+  }
+
+  // Decodes into memory; the stand-in's final output is the composed image itself.
+  std::string decode() {
+    void* data = nullptr;
+    uint64_t length = 0;
+    EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
+    const std::string image(static_cast<const char*>(data), length);
+    if (data != nullptr) {
+      EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
+    }
+    return image;
+  }
+
+  TestContext context_;
+};
+
+TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
+  ASSERT_EQ(context_.load(signature_box() + header(6, 4, 2) + box("jp2c", picture(6, 4, 2, 10))),
+            JPX_OK);
+  kv_jpx_set_input_jpx_region_level(context_.get(), 2, 2, 0, 0);
+  kv_jpx_set_input_jpx_resolution_level(context_.get(), 2, 9);
+  kv_jpx_set_input_jpx_quality_level(context_.get(), 3);
+  EXPECT_EQ(decode(), std::string(2, 10) + std::string(2, 11));
+  const std::vector<std::string> expected = {
+      "create",    "input 8",    "tile 1",     "region 2 2 6 4", "resolution 2 9",
+      "quality 3", "type 64",    "output 0 0", "free 1",         "raw 1 2 2 24 0",
+      "type 68",   "output 1 0", "output 1 4", "destroy"};
+  EXPECT_EQ(codec().calls, expected);
+
+  codec().calls.clear();
+  EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "a.png"), JPX_OK);
+  const std::vector<std::string> file_calls = {"type 68", "file a.png", "destroy"};
+  EXPECT_EQ(std::vector<std::string>(codec().calls.end() - 3, codec().calls.end()), file_calls);
+}
+
+TEST_F(DecodingTest, LevelsBelowTwoAreNotHandedOn) {
+  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
+            JPX_OK);
+  kv_jpx_set_input_jpx_resolution_level(context_.get(), 1, 0);
+  EXPECT_EQ(decode(), std::string(4, 5));
+  for (const std::string& call : codec().calls) {
+    EXPECT_NE(call.substr(0, 10), "resolution");
+    EXPECT_NE(call.substr(0, 7), "quality");
+  }
+}
+
+TEST_F(DecodingTest, ReductionRoundsUpUnlessFlagKeepsFullSize) {
+  ASSERT_EQ(context_.load(signature_box() + header(1001, 1001, 1) +
+                          box("jp2c", picture(1001, 1001, 1, 3))),
+            JPX_OK);
+  kv_jpx_set_input_jpx_resolution_level(context_.get(), 3, 0);
+  EXPECT_EQ(decode(), std::string(251 * 251, 3));
+  kv_jpx_set_input_jpx_resolution_level(context_.get(), 3, 1);
+  EXPECT_EQ(decode(), std::string(1001 * 1001, 3));
+}
+
+TEST_F(DecodingTest, RegionIsClippedToTheImage) {
+  ASSERT_EQ(context_.load(signature_box() + header(8, 8, 1) + box("jp2c", picture(8, 8, 1, 1))),
+            JPX_OK);
+  kv_jpx_set_input_jpx_region_level(context_.get(), 6, 5, 100, 100);
+  EXPECT_EQ(decode().size(), 2u * 3);
+  // A left beyond the image wraps the width around, to more than there is memory for.
+  context_.allocator().set_largest_block(1 << 20);
+  kv_jpx_set_input_jpx_region_level(context_.get(), 9, 0, 0, 0);
+  void* data = nullptr;
+  uint64_t length = 0;
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_MEMORY);
+  EXPECT_EQ(data, nullptr);
+}
+
+TEST_F(DecodingTest, ImageAreaOffsetCutsTheCodestream) {
+  // Extent 8 x 4 with the image area from (3, 1): 5 x 3 samples, placed at the image's corner.
+  ASSERT_EQ(
+      context_.load(signature_box() + header(8, 4, 1) + box("jp2c", picture(8, 4, 1, 9, 3, 1))),
+      JPX_OK);
+  const std::string image = decode();
+  EXPECT_EQ(codec().calls[3], "region 0 0 5 3");
+  // The codec delivers [3, 5) x [1, 3) of that rectangle.
+  EXPECT_EQ(image.substr(0, 8), std::string(2, 9) + std::string(6, 0));
+  EXPECT_EQ(image.substr(16, 8), std::string(8, 0));
+}
+
+TEST_F(DecodingTest, LaterInstructionsOverwriteEarlierOnes) {
+  ASSERT_EQ(context_.load(composition({{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)},
+                                      header(4, 3, 1))),
+            JPX_OK);
+  EXPECT_EQ(decode(), bytes({1, 1, 1, 1, 1, 1, 7, 7, 1, 1, 7, 7}));
+}
+
+TEST_F(DecodingTest, SkippedInstructionLeavesItsCodestreamToTheNext) {
+  ASSERT_EQ(context_.load(composition({{50, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)},
+                                      header(2, 1, 1))),
+            JPX_OK);
+  EXPECT_EQ(decode(), bytes({4, 4}));
+  EXPECT_EQ(codec().calls[1], "free 0");
+  // An instruction right on the edge is not skipped: it uses up its codestream without showing it.
+  ASSERT_EQ(context_.load(composition({{2, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)},
+                                      header(2, 1, 1))),
+            JPX_OK);
+  EXPECT_EQ(decode(), bytes({6, 6}));
+}
+
+TEST_F(DecodingTest, MissingInstructionsPlaceAtTheCorner) {
+  std::string file = signature_box() + header(2, 1, 1);
+  file += box("jp2c", picture(2, 1, 1, 4)) + box("jp2c", picture(1, 1, 1, 6));
+  ASSERT_EQ(context_.load(file), JPX_OK);
+  EXPECT_EQ(decode(), bytes({6, 4}));
+}
+
+TEST_F(DecodingTest, CodestreamLargerThanItsHeaderIsClipped) {
+  // More columns, rows and planes than the image header promised.
+  ASSERT_EQ(context_.load(composition({{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)},
+                                      header(3, 2, 1))),
+            JPX_OK);
+  EXPECT_EQ(decode().substr(0, 6), bytes({8, 8, 8, 8, 8, 8}));
+  // The final conversion reads three planes; the two that the header did not promise are empty.
+  EXPECT_EQ(codec().final_image, std::string(6, 8) + std::string(12, 0));
+}
+
+TEST_F(DecodingTest, TooLittleDeliveredLeavesTheRestEmpty) {
+  ASSERT_EQ(context_.load(signature_box() + header(4, 2, 1) + box("jp2c", picture(4, 2, 1, 5))),
+            JPX_OK);
+  codec().largest_delivery = 6;
+  EXPECT_EQ(decode(), bytes({5, 5, 5, 5, 5, 5, 0, 0}));
+}
+
+TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
+  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
+            JPX_OK);
+  codec().answer = 1;  // every verdict is ignored; what is delivered counts
+  EXPECT_EQ(decode(), std::string(4, 5));
+  codec().delivers_nothing = true;
+  EXPECT_EQ(decode(), "");
+  codec().create_fails = true;
+  codec().calls.clear();
+  EXPECT_EQ(decode(), "");
+  EXPECT_EQ(codec().calls, std::vector<std::string>{"create"});
+}
+
+TEST_F(DecodingTest, FileTroubleIsTheOnlyVerdictPassedOn) {
+  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
+            JPX_OK);
+  for (const auto& [answer, result] : {std::pair{JPX_ERR_OPEN_FILE, JPX_ERR_OPEN_FILE},
+                                       {JPX_ERR_FILE_IO, JPX_ERR_FILE_IO},
+                                       {JPX_ERR_INVALID_ARGUMENT, JPX_OK}}) {
+    codec().file_answer = answer;
+    EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), result);
+  }
+}
+
+TEST_F(DecodingTest, CallersBuffer) {
+  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
+            JPX_OK);
+  char own[4];
+  void* data = own;
+  uint64_t length = 0;
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(length, 1u);
+  EXPECT_EQ(codec().instances, 0);
+  // A buffer with a length is given up for a new one, so it must come from the context.
+  data = JPX_SafeMallocInternal(context_.env(), 1, nullptr, nullptr);
+  length = 1;
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
+  EXPECT_EQ(length, 4u);
+  EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
+}
+
+TEST_F(DecodingTest, NothingToDecode) {
+  void* data = nullptr;
+  uint64_t length = 0;
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_NO_INPUT);
+  // The file variant goes on without an input, with zeros for what it finds nothing of.
+  EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), JPX_OK);
+  EXPECT_EQ(codec().calls[1], "raw 0 0 0 24 0");
+  // Without a codestream the codec hears of as many components as the header promised.
+  ASSERT_EQ(context_.load(signature_box() + header(1, 2, 3)), JPX_OK);
+  codec().calls.clear();
+  EXPECT_EQ(decode(), std::string(6, 0));
+  EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
+}
+
+TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
+  const std::string file =
+      composition({{0, 0}, {1, 0}}, {picture(2, 2, 1, 1), picture(2, 2, 2, 2)}, header(3, 2, 1));
+  bool has_failed = true;
+  for (size_t n = 1; has_failed; ++n) {
+    reset_codec();
+    TestContext context;
+    ASSERT_EQ(kv_jpx_set_output_type(context.get(), kPng), JPX_OK);
+    ASSERT_EQ(context.load(file), JPX_OK);
+    context.allocator().fail_at(n);
+    void* data = nullptr;
+    uint64_t length = 0;
+    const int32_t result = kv_jpx_get_output_image(context.get(), &data, &length);
+    has_failed = context.allocator().has_failed();
+    EXPECT_EQ(result, has_failed ? JPX_ERR_MEMORY : JPX_OK);
+    EXPECT_EQ(codec().instances, 0);
+    EXPECT_EQ(codec().blocks, 0);
+  }
+}
+
+}  // namespace
+}  // namespace kvjpx::test

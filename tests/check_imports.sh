@@ -1,0 +1,23 @@
+#!/bin/sh
+# Checks that a library needs no C++ run-time library, and nothing of libc that Android's libc at
+# API level 24 (android_imports.txt) does not have. The codec's functions are the host's.
+# usage: check_imports.sh <library> <folder of android_imports.txt>
+set -eu
+export LC_ALL=C
+
+# Weak imports come from the compiler's start files and may stay unresolved.
+imported=$(nm -D --undefined-only "$1" | awk '$1 == "U" { sub(/@.*/, "", $2); print $2 }' |
+           grep -v '^kv_j2k_' | sort -u)
+if echo "$imported" | grep -qE '^__(asan|ubsan|tsan|msan|sanitizer|gcov|llvm_profile)_'; then
+  echo "skipped: an instrumented library imports its instrumentation"
+  exit 77
+fi
+
+if readelf -d "$1" | grep NEEDED | grep -E 'libstdc\+\+|libc\+\+|libgcc_s'; then
+  echo "$1 needs a C++ run-time library" >&2
+  exit 1
+fi
+
+foreign=$(echo "$imported" | grep -vxF -f "$2/android_imports.txt") || exit 0
+echo "$1 imports what Android's libc does not have:" $foreign >&2
+exit 1

@@ -1,0 +1,43 @@
+// The book-keeping allocator (see checking_allocator.h).
+#include "support/checking_allocator.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace kvjpx::test {
+
+CheckingAllocator::~CheckingAllocator() {
+  EXPECT_EQ(live_.size(), 0u) << "blocks were never released";
+  for (void* block : live_) free(block);
+  for (void* block : kept_) free(block);
+}
+
+void* CheckingAllocator::allocate(void* user_data, size_t size) {
+  auto& self = *static_cast<CheckingAllocator*>(user_data);
+  if (self.allocations_until_failure_ != 0 && --self.allocations_until_failure_ == 0) {
+    self.has_failed_ = true;
+    return nullptr;
+  }
+  if (size > self.largest_block_) return nullptr;
+  void* const block = malloc(size);
+  if (block == nullptr) return nullptr;
+  memset(block, 0xA5, size);
+  self.live_.insert(block);
+  ++self.allocations_;
+  return block;
+}
+
+void CheckingAllocator::release(void* user_data, void* block) {
+  auto& self = *static_cast<CheckingAllocator*>(user_data);
+  if (self.live_.erase(block) == 0) {
+    ADD_FAILURE() << "a block was released that is not live";
+  } else if (self.keeps_released_) {
+    self.kept_.insert(block);
+  } else {
+    free(block);
+  }
+}
+
+}  // namespace kvjpx::test
