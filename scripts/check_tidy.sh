@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Runs clang-tidy over the library, the codec and the program, by the compile commands of a clang
+# build folder.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+git ls-files -z -- 'src/*.cpp' 'codec/*.cpp' 'tools/*.cpp' |
+  xargs -0 -n 4 -P 2 clang-tidy -p "$1" --quiet 2>/dev/null
+echo "clean"

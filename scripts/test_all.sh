@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# What ./test --all runs besides: other compilers, processors and build types, static analysis,
+# fuzzing.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/packages.sh
+# shellcheck disable=SC2086
+need_packages $all_packages
+
+section() { echo; echo "== $*"; }
+# Configures, builds and tests in a folder of its own: variant NAME [cmake arguments]
+variant() {
+  local dir=build-$1
+  shift
+  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  cmake --build "$dir" >"$dir/build.log" 2>&1 || { cat "$dir/build.log" >&2; exit 1; }
+  ctest --test-dir "$dir" --output-on-failure -j2 | tail -n 8
+}
+werror="-DCMAKE_C_FLAGS=-Werror -DCMAKE_CXX_FLAGS=-Werror"
+
+section "clang, release"
+# shellcheck disable=SC2086
+variant clang $werror -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+
+section "clang, sanitizers"
+variant clang-asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  "-DCMAKE_C_FLAGS=-Werror -fsanitize=address,undefined -fno-sanitize-recover=all" \
+  "-DCMAKE_CXX_FLAGS=-Werror -fsanitize=address,undefined -fno-sanitize-recover=all"
+
+section "gcc, debug"
+# shellcheck disable=SC2086
+variant debug-all $werror -DCMAKE_BUILD_TYPE=Debug
+
+section "gcc, release, _FORTIFY_SOURCE=3"
+variant fortify -DCMAKE_BUILD_TYPE=Release "-DCMAKE_C_FLAGS=-Werror -D_FORTIFY_SOURCE=3" \
+  "-DCMAKE_CXX_FLAGS=-Werror -D_FORTIFY_SOURCE=3"
+
+section "Without the codec"
+# shellcheck disable=SC2086
+variant no-codec $werror -DCMAKE_BUILD_TYPE=Release -DKVJPX_BUILD_CODEC=OFF
+
+section "A stack of 512 KiB"
+(ulimit -s 512 && build/bin/kvjpx_tests --gtest_brief=1)
+
+section "aarch64 under qemu"
+scripts/test_aarch64.sh
+
+section "clang-tidy"
+scripts/check_tidy.sh build-clang
+
+section "cppcheck"
+cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
+  --error-exitcode=1 -j2 -I include -I src src
+echo "clean"
+
+section "Fuzzers"
+scripts/fuzz.sh 60
