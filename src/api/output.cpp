@@ -1,8 +1,7 @@
 // Public functions: choosing the output and delivering the JPX file written from the tree. Decoded
 // images are in decoding.cpp.
-#include <sys/stat.h>
-
 #include "api/decoding.h"
+#include "api/file_replacement.h"
 #include "box/box.h"
 #include "frame/guard.h"
 #include "kvjpx.h"
@@ -42,28 +41,16 @@ int32_t write_to_memory(Context& context, void** data, uint64_t* length) {
   return JPX_OK;
 }
 
-// Whether writing the file would destroy what the tree's payloads still have to be read from.
-bool holds_unread_input(const Stream* input, const char* path) {
-  const bool is_in_memory =
-      input->source == kMemory ||
-      (input->source == kFile &&
-       static_cast<uint64_t>(input->buffer_end - input->buffer_start) == input->size);
-  struct stat target;
-  struct stat source;
-  return !is_in_memory && input->size != 0 && path != nullptr && stat(path, &target) == 0 &&
-         fstat(input->descriptor, &source) == 0 && target.st_dev == source.st_dev &&
-         target.st_ino == source.st_ino;
-}
-
 int32_t write_to_file(Context& context, const char* path) {
   Environment* const env = &context.environment;
   Box* const root = context.root;
-  if (holds_unread_input(context.input, path)) return JPX_ERR_INVALID_ARGUMENT;
-  Stream* writer = bs_writer_to_file(env, path, root->length(root));
+  FileReplacement* replacement;
+  Stream* writer = open_replacement(env, path, root->length(root), &replacement);
   // An empty tree writes nothing that would show the failure.
   if (writer->descriptor < 0) JPX_ErrorExit(env, JPX_ERR_OPEN_FILE);
   root->render(root, env, writer);
   destroy_stream(env, writer);
+  finish_replacement(env, replacement);
   return JPX_OK;
 }
 

@@ -1,0 +1,72 @@
+// Makes system calls of the library fail (see system_calls.h).
+#include "support/system_calls.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+namespace kvjpx::test {
+namespace {
+
+size_t calls_until_failure[kSystemCalls];
+bool has_failed;
+
+bool fails(SystemCall call) {
+  if (calls_until_failure[call] == 0 || --calls_until_failure[call] != 0) return false;
+  has_failed = true;
+  errno = EIO;
+  return true;
+}
+
+}  // namespace
+
+void fail_system_call(SystemCall call, size_t n) {
+  calls_until_failure[call] = n;
+  has_failed = false;
+}
+
+bool has_system_call_failed() { return has_failed; }
+
+}  // namespace kvjpx::test
+
+using namespace kvjpx::test;
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
+  va_end(arguments);
+  if (fails(kOpen)) return -1;
+  return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+int fstat(int descriptor, struct stat* status) noexcept {
+  if (fails(kFstat)) return -1;
+  return static_cast<int>(syscall(SYS_fstat, descriptor, status));
+}
+
+ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
+  if (fails(kPread)) return -1;
+  return syscall(SYS_pread64, descriptor, buffer, count, offset);
+}
+
+ssize_t write(int descriptor, const void* buffer, size_t count) {
+  if (descriptor > 2 && fails(kWrite)) return -1;
+  return syscall(SYS_write, descriptor, buffer, count);
+}
+
+void* mmap(void* address, size_t length, int protection, int flags, int descriptor,
+           off_t offset) noexcept {
+  if (descriptor >= 0 && fails(kMmap)) return MAP_FAILED;
+  return reinterpret_cast<void*>(
+      syscall(SYS_mmap, address, length, protection, flags, descriptor, offset));
+}
+
+}  // extern "C"
