@@ -15,8 +15,11 @@ bool is_possible_place(const Box* reference, int32_t placement) {
   return placement != kBefore || reference->previous != nullptr;
 }
 
-bool is_too_deep(const BoxType* type, const Box* parent) {
-  return type != nullptr && type->kind == kSuper && container_depth(parent) > kMaxDepth;
+// Judged only for a container that its type allows there; any other is refused as such.
+bool is_too_deep(uint32_t type, const Box* parent) {
+  const BoxType* const known = find_box_type(type);
+  return known != nullptr && known->kind == kSuper && may_stand(type, parent) &&
+         container_depth(parent) > kMaxDepth;
 }
 
 // Puts the box between two neighbours, either of which may be null.
@@ -43,8 +46,8 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
                 uint32_t* new_id) {
   if (!is_possible_place(reference, placement)) return JPX_ERR_INVALID_ARGUMENT;
   Box* const parent = placement == kFirstChild ? reference : reference->parent;
+  if (is_too_deep(type, parent)) return JPX_ERR_INVALID_ARGUMENT;
   const BoxType* const known = find_box_type(type);
-  if (is_too_deep(known, parent)) return JPX_ERR_INVALID_ARGUMENT;
   MakeFn* const make = known != nullptr ? known->make : jpx_make_unknown_box;
   Box* const box = make(&context.environment, type, parent, context.next_id + 1);
   if (box == nullptr) return JPX_ERR_CANNOT_MAKE_BOX;

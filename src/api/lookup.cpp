@@ -14,8 +14,12 @@ bool is_linked(const Box* box) {
   return box->parent != nullptr && first_child_of(box->parent) == box;
 }
 
+bool is_in_tree(const Box* box, const Box* root) {
+  while (box != nullptr && box != root && is_linked(box)) box = box->parent;
+  return box == root;
+}
+
 Box* find_near(Box* box, uint32_t id) {
-  if (box == nullptr || !is_linked(box)) return nullptr;
   Box* const neighbours[] = {box, box->next, first_child_of(box), box->parent, box->previous};
   for (Box* near : neighbours) {
     if (near != nullptr && near->id == id) return near;
@@ -26,8 +30,10 @@ Box* find_near(Box* box, uint32_t id) {
 }  // namespace
 
 Box* find_box(Context& context, uint32_t id) {
-  Box*& last_found = context.environment.last_found;
-  Box* found = find_near(last_found, id);
+  Box*& last_found = context.environment.tail->last_found;
+  Box* found = nullptr;
+  if (last_found != nullptr && is_in_tree(last_found, context.root))
+    found = find_near(last_found, id);
   if (found == nullptr) found = context.root->find_by_id(context.root, id);
   if (found != nullptr) last_found = found;
   return found;

@@ -74,6 +74,7 @@ void render_payload(BasicBox* box, Environment* env, Stream* stream) {
 void release_payload(BasicBox* box, Environment* env) {
   if (box->owns_stream != 0) destroy_stream(env, box->source);
   box->source = nullptr;
+  box->owns_stream = 0;
 }
 
 int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t element_size,
@@ -108,6 +109,7 @@ Box* jpx_make_basic_box(Environment* env, uint32_t type, Box* parent, uint32_t i
 
 void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
   auto* basic = static_cast<BasicBox*>(box);
+  release_payload(basic, env);
   basic->payload_offset = bs_get_current_position(env, stream);
   basic->payload_length = bytes_left(env, stream);
   basic->source = stream;

@@ -75,7 +75,7 @@ void jpx_box_render(Box* box, Environment* env, Stream* stream) {
 void jpx_box_destroy(Box* box, Environment* env) {
   box->destroy(box, env);
   unlink_box(box);
-  free_record(env, box);
+  JPX_SafeFreeInternal(env, box);
 }
 
 void jpx_generic_destroy(Box*, Environment*) {}

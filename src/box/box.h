@@ -118,12 +118,6 @@ KVJPX_EXPORT void jpx_print_uuid(const uint8_t* uuid);
 
 constexpr uint32_t kUuidSize = 16;
 
-// Frees a record whose content has been released.
-inline void free_record(Environment* env, Box* box) {
-  env->last_found = nullptr;
-  JPX_SafeFreeInternal(env, box);
-}
-
 // Makes a record that extends Box. Everything behind the common part is zero.
 template <class Record>
 Record* make_record(Environment* env, Kind kind, uint32_t type, Box* parent, uint32_t id,

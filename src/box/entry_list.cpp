@@ -26,7 +26,7 @@ void list_resize(Environment* env, EntryList* list, uint64_t entry_size, uint64_
     const uint64_t kept = count < list->count ? count : list->count;
     memset(list->entries + kept * entry_size, 0, (list->count - kept + 1) * entry_size);
   }
-  reserve(env, list, entry_size, count + 1);
+  if (count != 0) reserve(env, list, entry_size, count + 1);
   list->count = count;
 }
 

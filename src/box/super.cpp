@@ -56,7 +56,7 @@ void jpx_super_destroy(Box* box, Environment* env) {
   for (Box* child = first_child_of(box); child != nullptr;) {
     Box* const next = child->next;
     child->destroy(child, env);
-    free_record(env, child);
+    JPX_SafeFreeInternal(env, child);
     child = next;
   }
   if (box->kind == kSuper) static_cast<SuperBox*>(box)->first_child = nullptr;

@@ -33,7 +33,7 @@ EntryList* others_of(Box* box) { return &ftyp(box)->others; }
 constexpr ListTraits kOthers = {others_of, sizeof(uint32_t), nullptr, false, false};
 
 // 0 for a brand that has no flag.
-uint8_t flag_of(uint64_t brand) {
+uint8_t flag_of(uint32_t brand) {
   for (uint32_t i = 0; i < 3; ++i) {
     if (kKnownBrands[i] == brand) return static_cast<uint8_t>(1 << i);
   }
@@ -61,7 +61,8 @@ uint32_t brand_at(const FtypBox* box, uint64_t index) {
 int32_t set_compatible_brand(const Field&, Box* box, Environment* env, uint64_t index,
                              uint64_t value) {
   FtypBox* const self = ftyp(box);
-  const uint8_t flag = flag_of(value);
+  const auto brand = static_cast<uint32_t>(value);
+  const uint8_t flag = flag_of(brand);
   if (flag != 0) {
     self->known_brands |= flag;
     return JPX_OK;
@@ -70,7 +71,7 @@ int32_t set_compatible_brand(const Field&, Box* box, Environment* env, uint64_t 
     index = index_or_append(env, &self->others, kOthers, self->others.count);
   }
   if (index >= self->others.count) return JPX_ERR_NO_SUCH_FIELD;
-  *entry_at<uint32_t>(self->others, index) = static_cast<uint32_t>(value);
+  *entry_at<uint32_t>(self->others, index) = brand;
   return JPX_OK;
 }
 

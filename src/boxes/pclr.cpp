@@ -23,16 +23,14 @@ constexpr uint8_t kDroppedDepthBit = 0x40;
 constexpr uint8_t kSignBit = 0x80;
 constexpr uint32_t kValueSize = sizeof(uint32_t);
 
-// Depth bytes are sized by the entries, not the columns; with room for every column that a byte can
-// count there is one for any index.
-constexpr uint32_t kMinDepths = 256;
+// One for every column that a byte can count, and one behind.
+constexpr uint32_t kDepths = 256;
 
 struct PclrBox : Box {
-  uint16_t entry_count;  // NE
-  uint8_t column_count;  // NPC
-  uint8_t* depths;       // B; null until needed
-  uint32_t depths_size;  // bytes there, at least kMinDepths
-  EntryList values;      // C, entry by entry, uint32_t each; without storage until needed
+  uint16_t entry_count;     // NE
+  uint8_t column_count;     // NPC
+  uint8_t depths[kDepths];  // B
+  EntryList values;         // C, entry by entry, uint32_t each; without storage until needed
 };
 
 PclrBox* pclr(Box* box) { return static_cast<PclrBox*>(box); }
@@ -44,20 +42,12 @@ uint64_t value_count(const PclrBox* self) {
 bool has_table(const PclrBox* self) { return self->values.entries != nullptr; }
 
 uint8_t depth_byte(const PclrBox* self, uint64_t column) {
-  return column < self->depths_size ? self->depths[column] : 0;
+  return column < kDepths ? self->depths[column] : 0;
 }
 
 // Values that have no table yet are zeros.
 uint32_t value_at(const PclrBox* self, uint64_t index) {
   return index < self->values.count ? *entry_at<uint32_t>(self->values, index) : 0;
-}
-
-void provide_depths(PclrBox* self, Environment* env, uint32_t entries) {
-  const uint32_t size = entries > kMinDepths ? entries : kMinDepths;
-  if (size <= self->depths_size) return;
-  self->depths = static_cast<uint8_t*>(reallocate(env, self->depths, size));
-  memset(self->depths + self->depths_size, 0, size - self->depths_size);
-  self->depths_size = size;
 }
 
 // The values stay where they are in their block; new ones are zero.
@@ -72,10 +62,8 @@ int32_t set_entry_count(const Field&, Box* box, Environment* env, uint64_t index
   const uint16_t old_count = self->entry_count;
   if (value == old_count) return JPX_OK;
   self->entry_count = static_cast<uint16_t>(value);
-  provide_depths(self, env, self->entry_count);
-  if (self->entry_count > old_count) {
-    memset(self->depths + old_count, 0, self->entry_count - uint32_t{old_count});
-  }
+  // The depths are taken to be one for each entry, so those of new entries start at 0.
+  for (uint32_t i = old_count; i < self->entry_count && i < kDepths; ++i) self->depths[i] = 0;
   size_table(self, env);
   return JPX_OK;
 }
@@ -93,11 +81,10 @@ int32_t set_column_count(const Field&, Box* box, Environment* env, uint64_t inde
 }
 
 // One column more than there are is taken, on set and get: hosts clear the byte behind the last.
-int32_t set_depth(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
+int32_t set_depth(const Field&, Box* box, Environment*, uint64_t index, uint64_t value) {
   PclrBox* const self = pclr(box);
   if (index > self->column_count) return JPX_ERR_NO_SUCH_FIELD;
   if (value > kMaxDepthByte) return JPX_ERR_INVALID_ARGUMENT;
-  provide_depths(self, env, self->entry_count);
   self->depths[index] = static_cast<uint8_t>(value & ~uint64_t{kDroppedDepthBit});
   return JPX_OK;
 }
@@ -134,9 +121,8 @@ bool is_inside(const PclrBox* self, uint64_t index, const Cell& cell) {
          (cell.place == self->values.count && index == value_count(self));
 }
 
-// For an unsigned column of 32 bits the limit wraps to 0 and every value is refused; files bring
-// such values, and changing single ones of them would lose precision in the 64-bit range of other
-// boxes.
+// For an unsigned column of 32 bits the limit wraps to 0 and every value is refused: hosts replace
+// the values of such columns as a whole, and learn by the refusal that they have one.
 bool is_in_range(uint8_t depth, uint64_t value) {
   const uint32_t shift = (depth & 0x7Fu) % 32;
   if ((depth & kSignBit) == 0) return static_cast<uint32_t>(value) < uint32_t{2} << shift;
@@ -256,15 +242,8 @@ void jpx_pclr_print(Box* box) {
   }
 }
 
-void discard_depths(PclrBox* self, Environment* env) {
-  release(env, self->depths);
-  self->depths_size = 0;
-}
-
 void jpx_pclr_destroy(Box* box, Environment* env) {
-  if (box->type != kType) return;
-  discard_depths(pclr(box), env);
-  list_release(env, &pclr(box)->values);
+  if (box->type == kType) list_release(env, &pclr(box)->values);
 }
 
 int32_t jpx_pclr_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
@@ -303,9 +282,8 @@ int32_t set_all_depths(PclrBox* self, Environment* env, uint64_t count, uint32_t
     if (size < 1 || size > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
     self->column_count = static_cast<uint8_t>(size);
     if (has_table(self)) size_table(self, env);
-    discard_depths(self, env);
+    memset(self->depths, 0, kDepths);
   }
-  provide_depths(self, env, self->entry_count);
   if (size != 0) memcpy(self->depths, source, size);
   return JPX_OK;
 }
@@ -354,7 +332,6 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
   self->entry_count = static_cast<uint16_t>(bs_read_2_byte_big(env, stream));
   self->column_count = static_cast<uint8_t>(bs_read_1_byte(env, stream));
   require_content(env, stream, self->column_count + value_count(self), 1);
-  provide_depths(self, env, self->entry_count);
   bs_read_memcpy(env, stream, self->depths, self->column_count);
   size_table(self, env);
   for (uint64_t place = 0; place < value_count(self); ++place) {

@@ -46,6 +46,8 @@ BlockHeader* require_live(Environment* env, void* block) {
   if (is_spent(env) || block == nullptr || header_of(block)->marker != kLiveBlock) {
     JPX_ErrorExit(env, JPX_ERR_MEMORY);
   }
+  // Every block that goes comes by here.
+  if (block == env->tail->last_found) env->tail->last_found = nullptr;
   return header_of(block);
 }
 
@@ -66,8 +68,8 @@ void* tracked_block(Environment* env, size_t size, void* reserved1, void* reserv
 }
 
 void release_resources(Environment* env) {
-  while (env->resources != nullptr) {
-    Resource* const resource = env->resources;
+  while (env->head->resources != nullptr) {
+    Resource* const resource = env->head->resources;
     const auto release = resource->release;
     detach_resource(env, resource);
     release(resource);
@@ -77,12 +79,12 @@ void release_resources(Environment* env) {
 // Frees every tracked block and both sentinels and leaves the environment spent. A block that is
 // not live means a damaged list: what lies behind it cannot be trusted and is left alone.
 void JPX_TrackerReleaseAll(Environment* env) {
+  if (is_spent(env)) return;
   release_resources(env);
   BlockHeader* const head = env->head;
   BlockHeader* const tail = env->tail;
   env->head = nullptr;
   env->tail = nullptr;
-  env->last_found = nullptr;
   for (BlockHeader* header = head; header != nullptr;) {
     BlockHeader* const next = header->next;
     if (header != head && header != tail && header->marker != kLiveBlock) {
@@ -98,9 +100,9 @@ void JPX_TrackerReleaseAll(Environment* env) {
 void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*)) {
   resource->release = release;
   resource->previous = nullptr;
-  resource->next = env->resources;
+  resource->next = env->head->resources;
   if (resource->next != nullptr) resource->next->previous = resource;
-  env->resources = resource;
+  env->head->resources = resource;
 }
 
 void detach_resource(Environment* env, Resource* resource) {
@@ -109,7 +111,7 @@ void detach_resource(Environment* env, Resource* resource) {
   if (resource->previous != nullptr) {
     resource->previous->next = resource->next;
   } else {
-    env->resources = resource->next;
+    env->head->resources = resource->next;
   }
   resource->release = nullptr;
 }
@@ -137,8 +139,8 @@ void JPX_Kv_StartupCompressionSystem(Environment* env) {
     JPX_KovraFree(env->manager, tail);
     head = tail = nullptr;
   } else {
-    *head = {tail, nullptr, 0, 0, 0};
-    *tail = {nullptr, head, 0, 0, 0};
+    *head = {tail, nullptr, {0}, 0, 0};
+    *tail = {nullptr, head, {0}, 0, 0};
   }
   env->head = head;
   env->tail = tail;
@@ -197,8 +199,8 @@ void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns, s
                             uint8_t zero_fill) {
   if (rows == 0 || columns == 0 || element_size == 0) return nullptr;
   auto** table = static_cast<void**>(allocate(env, rows * sizeof(void*)));
-  // The element count wraps at 32 bits while the stride does not, as callers with huge tables have
-  // always found it; the palette's 65535 x 255 values, the only use in this library, cannot wrap.
+  // The element count wraps at 32 bits while the stride does not: outside callers, whom this
+  // serves, know it like that and keep their tables below.
   const uint32_t count = rows * columns;
   const size_t size = count * element_size;
   auto* data =

@@ -28,11 +28,18 @@ struct MemoryManager {
   void (*release)(void* user_data, void* block);
 };
 
-// What stands in front of every tracked block.
+struct Resource;
+
+// What stands in front of every tracked block. The list's two sentinels are bare headers, and hold
+// what the environment keeps besides blocks.
 struct BlockHeader {
   BlockHeader* next;
   BlockHeader* previous;
-  uint64_t size;    // as the caller asked for, without this header
+  union {
+    uint64_t size;        // as the caller asked for, without this header
+    Resource* resources;  // head sentinel: what an error exit must give back
+    Box* last_found;      // tail sentinel: where the next look-up by identifier starts
+  };
   uint32_t marker;  // kLiveBlock or kReleasedBlock
   uint32_t unused;
 };
@@ -56,8 +63,6 @@ struct Environment {
   BlockHeader* tail;
   uint64_t stream_view_limit;  // see bs_writer_grow
   MemoryManager* manager;
-  Resource* resources;
-  Box* last_found;  // where the next look-up by identifier starts; null after a box was freed
 };
 
 inline bool is_spent(const Environment* env) { return env->head == nullptr; }
