@@ -13,7 +13,7 @@ namespace {
 constexpr size_t kFileHeaderSize = 14;
 constexpr size_t kInfoHeaderSize = 40;
 constexpr size_t kV4HeaderSize = 108;
-constexpr size_t kPaletteSize = 256 * 4;
+constexpr size_t kPaletteSize = size_t{256} * 4;
 constexpr uint32_t kBitfields = 3;
 constexpr uint32_t kSrgb = 0x73524742;
 

@@ -47,7 +47,7 @@ opj_cparameters_t parameters_for(const Image& image) {
   parameters.tcp_numlayers = 1;
   parameters.tcp_rates[0] = 0;  // lossless
   parameters.cp_disto_alloc = 1;
-  parameters.tcp_mct = image.components >= 3;
+  parameters.tcp_mct = image.components >= 3 ? 1 : 0;
   parameters.numresolution = resolutions_for(image);
   return parameters;
 }

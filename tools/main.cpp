@@ -86,7 +86,7 @@ class CommandLine {
 
  private:
   CLI::App* command(const std::string& name, const std::string& description,
-                    const std::string& examples, std::function<ExitCode()> action) {
+                    const std::string& examples, const std::function<ExitCode()>& action) {
     CLI::App* command = app_.add_subcommand(name, description);
     command->footer("Examples:\n" + examples + "\nPaths and exit codes: kvjpx --help");
     command->callback([this, action] { action_ = action; });

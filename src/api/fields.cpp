@@ -46,6 +46,7 @@ int32_t kv_jpx_get_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32
     if (data == nullptr) return box->get_buffer_field(box, env, key, count, element_size, nullptr);
     // The caller sees a block only once it is filled: an error exit on the way takes it back.
     void* block = *data;
+    // cppcheck-suppress AssignmentAddressToInteger ; it takes the operation for a pointer
     const int32_t result = box->get_buffer_field(box, env, key, count, element_size, &block);
     *data = block;
     return result;

@@ -22,10 +22,11 @@ bool is_taken(const Field& field, const Box* box, uint64_t value) {
   return field.check == nullptr || field.check(box, value);
 }
 
+// A number of the box itself, or the count of its list.
 int32_t set_single(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
   if (!is_taken(field, box, value)) return JPX_ERR_INVALID_ARGUMENT;
-  if (field.is_list_count) {
+  if (field.list != nullptr) {
     list_resize(env, field.list->list_of(box), field.list->entry_size,
                 static_cast<uint16_t>(value));
   } else {
@@ -90,7 +91,7 @@ int32_t get_int_field(const FieldTable& table, Box* box, uint32_t key, uint64_t 
   if (!has_integers(field)) return JPX_ERR_NO_SUCH_FIELD;
   if (field->list != nullptr && !field->is_list_count) return get_entry(*field, box, index, value);
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
-  *value = field->is_list_count ? field->list->list_of(box)->count : field->slot.load(box);
+  *value = field->list != nullptr ? field->list->list_of(box)->count : field->slot.load(box);
   return JPX_OK;
 }
 

@@ -126,7 +126,7 @@ bool is_inside(const PclrBox* self, uint64_t index, const Cell& cell) {
 bool is_in_range(uint8_t depth, uint64_t value) {
   const uint32_t shift = (depth & 0x7Fu) % 32;
   if ((depth & kSignBit) == 0) return static_cast<uint32_t>(value) < uint32_t{2} << shift;
-  const auto limit = static_cast<int64_t>(uint32_t{1} << shift);
+  const int64_t limit = int64_t{1} << shift;
   const int64_t number = static_cast<int32_t>(value);
   return number >= -limit && number < limit;
 }
@@ -175,7 +175,8 @@ uint64_t jpx_pclr_length(Box* box) {
   const PclrBox* const self = pclr(box);
   uint64_t length = self->entry_count + uint64_t{3};
   for (uint32_t i = 0; i < self->column_count; ++i) {
-    length += self->entry_count * (((depth_byte(self, i) & 0x7Fu) + 7) / 8);
+    const uint64_t less_one = depth_byte(self, i) & 0x7F;
+    length += self->entry_count * ((less_one + 7) / 8);
   }
   return length;
 }
