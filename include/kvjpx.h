@@ -302,12 +302,13 @@ KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data,
 
 /**
  * Writes the output to a file. With KV_JPX_OUTPUT_JPX a regular file that stands there is replaced
- * only once the new one is complete, and may be the input itself; for that, a file named like it
- * with the process number and ".part" behind stands beside it meanwhile.
+ * only once the new one is complete, and may be the input itself; meanwhile a file named like it
+ * with seven characters more stands beside it.
  *
- * Returns 0; 8; (ending) 100 when the file cannot be created, 102 when writing fails (a full disk,
- * say), 18 or 999 when the input can no longer be read. A decoded image that the codec cannot write
- * is answered with 100 or 102 directly.
+ * Returns 0; 8; 100 when the file that stands there may not be written or replaced; (ending) 100
+ * when the file cannot be created, 102 when writing fails (a full disk, say), 18 or 999 when the
+ * input can no longer be read. A decoded image that the codec cannot write is answered with 100 or
+ * 102, not ending.
  */
 KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
 

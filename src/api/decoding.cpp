@@ -5,6 +5,7 @@
 // trusted for nothing: copies are clipped to the composed image and to the bytes that came.
 #include "api/decoding.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include "api/codec.h"
@@ -18,6 +19,7 @@ constexpr int32_t kRawPlanes = 64;       // the codec's type: one byte a sample,
 constexpr int32_t kFullSizeFlag = 1;     // a resolution flag that keeps the image at full size
 constexpr int32_t kFirstMeaningful = 2;  // levels below say nothing to the codec
 constexpr uint32_t kRawBits = 24;        // handed on with the composed image as it has always been
+constexpr uint32_t kCodestream = code("jp2c");
 constexpr uint64_t kMaxPayload = 0xFFFFFFFF;
 
 // The composed image, plane by plane, one byte a sample.
@@ -51,6 +53,13 @@ struct Rectangle {
   uint64_t bottom;
 };
 
+// The codestream boxes of a file, by identifier. Searching the tree for each would take time in
+// proportion to the square of their number.
+struct Codestreams {
+  Box** boxes;
+  uint64_t count;
+};
+
 // Everything of one call. It is a tracked record, known to the environment, so that an error exit
 // ends the codec instance.
 struct Decoding {
@@ -61,6 +70,8 @@ struct Decoding {
   uint64_t scale;       // 2 to the r
   uint32_t components;  // of the codestream described last
   Composition image;
+  Codestreams codestreams;
+  uint64_t next_codestream;
 };
 
 void release_codec(Resource* resource) {
@@ -83,14 +94,15 @@ void end(Decoding* decoding) {
   detach_resource(env, &decoding->resource);
   release_codec(&decoding->resource);
   release(env, decoding->image.samples);
+  release(env, decoding->codestreams.boxes);
   JPX_SafeFreeInternal(env, decoding);
 }
 
 // The first box of a type as callers of the library find it, that is, never the one with
 // identifier 0.
-Box* find_after(const Context& context, uint32_t type, uint32_t after) {
+Box* find_first(const Context& context, uint32_t type) {
   Box* const root = context.root;
-  return root == nullptr ? nullptr : root->find_by_type(root, type, after);
+  return root == nullptr ? nullptr : root->find_by_type(root, type, 0);
 }
 
 // 0 when the box or the field is missing.
@@ -128,7 +140,7 @@ uint64_t plane_bytes(Environment* env, const Composition& image, uint64_t planes
 void prepare_image(Decoding* decoding) {
   const Context& context = *decoding->context;
   Environment* const env = &decoding->context->environment;
-  Box* const header = find_after(context, code("ihdr"), 0);
+  Box* const header = find_first(context, code("ihdr"));
   const auto width = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_WIDTH, 0));
   const auto height = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_HEIGHT, 0));
   Composition& image = decoding->image;
@@ -285,38 +297,56 @@ void decode_part(Decoding* decoding, const Codestream& stream, void** decoded) {
                   reduced_place(stream.y, image.top, decoding->scale));
 }
 
-// Decodes the next codestream after *last to the place given. An instruction that begins behind the
-// region is skipped without using up its codestream, which the next instruction then takes:
-// composed files leave such instructions for frames that are not shown.
-void compose(Decoding* decoding, Codestream stream, uint32_t* last) {
+// Null behind the last one.
+Box* take_codestream(Decoding* decoding) {
+  const Codestreams& codestreams = decoding->codestreams;
+  if (decoding->next_codestream == codestreams.count) return nullptr;
+  return codestreams.boxes[decoding->next_codestream++];
+}
+
+// Decodes the next codestream to the place given. An instruction that begins behind the region is
+// skipped without using up its codestream, which the next instruction then takes: composed files
+// leave such instructions for frames that are not shown.
+void compose(Decoding* decoding, Codestream stream) {
   void* decoded = nullptr;
   if (!begins_behind_region(decoding->image, stream)) {
-    Box* const box = find_after(*decoding->context, code("jp2c"), *last);
-    if (box != nullptr) {
-      *last = box->id;
-      if (give_payload(decoding, box)) {
-        describe(decoding, &stream);
-        if (!ends_before_region(decoding->image, stream)) decode_part(decoding, stream, &decoded);
-      }
+    Box* const box = take_codestream(decoding);
+    if (box != nullptr && give_payload(decoding, box)) {
+      describe(decoding, &stream);
+      if (!ends_before_region(decoding->image, stream)) decode_part(decoding, stream, &decoded);
     }
   }
   kv_j2k_free(decoding->codec, decoded);
 }
 
+// Collects the codestreams of a chain of siblings and of everything in them. As in every search by
+// type, a box with identifier 0 is not found.
+void collect(Box* box, Codestreams* codestreams) {
+  for (; box != nullptr; box = box->next) {
+    if (box->type == kCodestream && box->id != 0) codestreams->boxes[codestreams->count++] = box;
+    if (box->kind == kSuper) collect(static_cast<SuperBox*>(box)->first_child, codestreams);
+  }
+}
+
+int by_identifier(const void* left, const void* right) {
+  const uint32_t a = (*static_cast<Box* const*>(left))->id;
+  const uint32_t b = (*static_cast<Box* const*>(right))->id;
+  return a < b ? -1 : a > b;
+}
+
 void compose_all(Decoding* decoding) {
   const Context& context = *decoding->context;
-  const uint32_t count = jpx_count_boxes_of_type(context.root, code("jp2c"));
-  Box* const instructions = count > 1 ? find_after(context, code("inst"), 0) : nullptr;
-  uint32_t last = 0;
+  Codestreams& codestreams = decoding->codestreams;
+  const uint32_t count = jpx_count_boxes_of_type(context.root, kCodestream);
+  if (count == 0) return;
+  codestreams.boxes =
+      static_cast<Box**>(allocate(&decoding->context->environment, uint64_t{count} * sizeof(Box*)));
+  collect(context.root, &codestreams);
+  qsort(codestreams.boxes, codestreams.count, sizeof(Box*), by_identifier);
+  Box* const instructions = count > 1 ? find_first(context, code("inst")) : nullptr;
   for (uint32_t i = 0; i < count; ++i) {
-    const Codestream stream = {field_of(instructions, JPX_FIELD_INST_XO, i),
-                               field_of(instructions, JPX_FIELD_INST_YO, i),
-                               0,
-                               0,
-                               0,
-                               0,
-                               0};
-    compose(decoding, stream, &last);
+    compose(decoding, {field_of(instructions, JPX_FIELD_INST_XO, i),
+                       field_of(instructions, JPX_FIELD_INST_YO, i), 0, 0, 0, 0, 0});
   }
 }
 

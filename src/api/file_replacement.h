@@ -1,4 +1,4 @@
-// Writing a file in place of another one that is kept until the new one is complete.
+// Writing a file so that one that stands there already is kept until the new one is complete.
 #ifndef KVJPX_API_FILE_REPLACEMENT_H_
 #define KVJPX_API_FILE_REPLACEMENT_H_
 
@@ -8,16 +8,19 @@ namespace kvjpx {
 
 struct FileReplacement;
 
-// Opens a writer for the file. If a regular file stands there already, the writer goes to a
-// temporary one beside it, so that a failure costs nothing, and so that the tree may still read
-// from the file that it is written over. Otherwise, and where no temporary file can be made, it
-// writes the file itself. *replacement is null when there is none.
-Stream* open_replacement(Environment* env, const char* path, uint64_t view_size,
-                         FileReplacement** replacement);
+struct FileOutput {
+  Stream* writer;                // null when the file must not be written
+  FileReplacement* replacement;  // null when the writer writes the file itself
+};
 
-// Puts the complete file, whose writer has been destroyed, in its place; null does nothing. An
-// error exit before this removes the temporary file.
-void finish_replacement(Environment* env, FileReplacement* replacement);
+// Opens a writer for the file. In place of a regular file the writer fills a temporary one beside
+// it, so that a failure costs nothing, and so that a tree may be written over the very file that
+// its payloads are still read from (`input`). Where no temporary file can be made, the file itself
+// is written, unless it is that input. A file that the user may not write is not replaced either.
+FileOutput open_output(Environment* env, const char* path, uint64_t view_size, const Stream* input);
+
+// Completes the output; an error exit before this removes the temporary file.
+void finish_output(Environment* env, FileOutput* output);
 
 }  // namespace kvjpx
 

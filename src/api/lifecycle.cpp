@@ -45,15 +45,16 @@ int32_t kv_jpx_create_with_memory_manager(kv_jpx_context** out, void* user_data,
   if (out == nullptr) return JPX_ERR_MEMORY;
   const MemoryManager manager = {user_data, {}, allocate, release};
   auto* context = static_cast<Context*>(JPX_KovraMalloc(&manager, sizeof(Context)));
-  auto* copy = static_cast<MemoryManager*>(JPX_KovraMalloc(&manager, sizeof(MemoryManager)));
-  if (context != nullptr && copy != nullptr) {
-    memset(context, 0, sizeof(*context));
-    *copy = manager;
-    context->environment.manager = copy;
-    JPX_Kv_StartupCompressionSystem(&context->environment);
+  if (context == nullptr) return JPX_ERR_MEMORY;
+  memset(context, 0, sizeof(*context));
+  Environment* const env = &context->environment;
+  env->manager = static_cast<MemoryManager*>(JPX_KovraMalloc(&manager, sizeof(MemoryManager)));
+  if (env->manager != nullptr) {
+    *env->manager = manager;
+    JPX_Kv_StartupCompressionSystem(env);
   }
-  if (context == nullptr || copy == nullptr || is_spent(&context->environment)) {
-    JPX_KovraFree(&manager, copy);
+  if (is_spent(env)) {
+    JPX_KovraFree(&manager, env->manager);
     JPX_KovraFree(&manager, context);
     return JPX_ERR_MEMORY;
   }

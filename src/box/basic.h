@@ -4,7 +4,6 @@
 #define KVJPX_BOX_BASIC_H_
 
 #include "box/box.h"
-#include "box/buffer_field.h"
 #include "box/registry.h"
 
 namespace kvjpx {
@@ -16,16 +15,13 @@ struct BasicBox : Box {
   uint8_t owns_stream;
 };
 
-// Unlike other fields, an opaque payload answers 3 to a buffer without its size: hosts probe for
-// opaque boxes with that.
-constexpr int32_t kMissingPayloadSize = JPX_ERR_INVALID_ARGUMENT;
-
 // The payload as such, whatever the kind of the box: uuid and url boxes build on it.
 void render_payload(BasicBox* box, Environment* env, Stream* stream);
 void release_payload(BasicBox* box, Environment* env);
 int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t element_size,
                     const void* source);
-int32_t get_payload(BasicBox* box, Environment* env, const BufferRequest& request);
+int32_t get_payload(BasicBox* box, Environment* env, uint64_t* count, uint32_t* element_size,
+                    void** buffer);
 // Copies the payload to a buffer that has room for it.
 void copy_payload(BasicBox* box, Environment* env, void* destination);
 

@@ -40,9 +40,11 @@ void start_values(Environment* env, EntryList* values, uint64_t count) {
 int32_t set_opacity_type(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
   if (value > kChromaKey) return JPX_ERR_INVALID_ARGUMENT;
-  list_release(env, values_of(box));
   opct(box)->opacity_type = static_cast<uint8_t>(value);
-  if (value != kChromaKey) return JPX_ERR_NO_SUCH_FIELD;
+  if (value != kChromaKey) {
+    list_release(env, values_of(box));
+    return JPX_ERR_NO_SUCH_FIELD;
+  }
   start_values(env, values_of(box), kFreshChannels);
   return JPX_OK;
 }

@@ -147,7 +147,8 @@ uint64_t bs_get_current_read_limit(Environment*, Stream* stream) {
 }
 
 uint32_t bs_at_limit(Environment* env, Stream* stream) {
-  return bs_get_current_position(env, stream) == bs_get_current_read_limit(env, stream);
+  const uint64_t position = bs_get_current_position(env, stream);
+  return position == bs_get_current_read_limit(env, stream);
 }
 
 }  // extern "C"

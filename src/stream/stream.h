@@ -105,6 +105,10 @@ KVJPX_EXPORT uint8_t* bs_writer_get_buffer(Environment* env, Stream* stream, uin
 
 }  // extern "C"
 
+// A file writer without a file; the caller gives it a descriptor that is open for reading and
+// writing.
+Stream* make_file_writer(Environment* env, uint64_t view_size);
+
 // Destroys a stream together with its record and forgets it.
 void destroy_stream(Environment* env, Stream*& stream);
 

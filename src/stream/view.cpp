@@ -193,7 +193,8 @@ uint64_t bs_get_current_position(Environment* env, Stream* stream) {
 }
 
 uint32_t bs_at_eof(Environment* env, Stream* stream) {
-  return bs_get_current_position(env, stream) == stream->size;
+  const uint64_t position = bs_get_current_position(env, stream);
+  return position == stream->size;
 }
 
 void bs_map_range(Environment* env, Stream* stream, uint64_t position, uint64_t extra) {

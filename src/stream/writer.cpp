@@ -8,11 +8,16 @@
 namespace kvjpx {
 namespace {
 
-Stream* open_writer(Environment* env, Source source, const char* path, uint64_t view_size) {
+Stream* make_writer(Environment* env, Source source, uint64_t view_size) {
   Stream* stream = make_stream(env, source, kWriter);
   stream->growable = 1;
   stream->view_size = view_size;
-  // A refusal shows at the first growth, which needs the file's length: 100.
+  return stream;
+}
+
+// A refusal shows at the first growth, which needs the file's length: 100.
+Stream* open_writer(Environment* env, Source source, const char* path, uint64_t view_size) {
+  Stream* stream = make_writer(env, source, view_size);
   open_stream(stream, path, O_RDWR | O_CREAT | O_TRUNC);
   return stream;
 }
@@ -61,6 +66,10 @@ void grow_mapping(Environment* env, Stream* stream, uint64_t position, uint64_t 
 }
 
 }  // namespace
+
+Stream* make_file_writer(Environment* env, uint64_t view_size) {
+  return make_writer(env, kFile, view_size);
+}
 
 extern "C" {
 
