@@ -1,0 +1,117 @@
+#!/usr/bin/env python3
+"""Makes the seeds in fuzz/corpus-NAME/ that only fuzzer NAME understands: files with a treatment or
+steps, choices of a reader, codestreams. (Those of fuzz/corpus/, which all take, come from
+scripts/make_samples.py.) Needs opj_compress (libopenjp2-tools); always gives the same bytes."""
+
+import random
+import subprocess
+import tempfile
+from pathlib import Path
+from struct import pack
+
+FUZZ = Path(__file__).resolve().parent
+FROM_FILE, FROM_MAPPING = b"\x01", b"\x02"
+FROM_MEMORY = b"\x03"
+
+# Name: components, width, height, bits, options of opj_compress.
+CODINGS = {
+    "gray": (1, 12, 9, 8, ""),
+    "lossy": (3, 16, 16, 8, "-I -r 4"),
+    "layers": (1, 24, 24, 8, "-r 8,4,1"),
+    "tiles": (3, 20, 20, 8, "-t 8,8 -n 2"),
+    "offset": (1, 20, 20, 8, "-d 5,3 -T 2,1 -t 9,9 -n 3"),
+    "precincts": (1, 40, 40, 8, "-c [16,16],[8,8] -b 4,4 -n 3"),
+    "rlcp": (3, 16, 16, 8, "-p RLCP -SOP -EPH"),
+    "rpcl": (1, 32, 32, 8, "-p RPCL -n 4"),
+    "pcrl": (3, 16, 16, 8, "-p PCRL -n 2"),
+    "cprl": (3, 16, 16, 8, "-p CPRL -TP R"),
+    "modes": (1, 16, 16, 8, "-M 63 -n 2"),
+    "wide": (1, 10, 10, 16, ""),
+    "two-bits": (1, 9, 9, 2, ""),
+    "gray-opacity": (2, 8, 8, 8, ""),
+    "rgb-opacity": (4, 8, 8, 8, ""),
+    "roi": (1, 16, 16, 8, "-ROI c=0,U=3"),
+    "markers": (1, 16, 16, 8, "-PLT -TLM -C seed"),
+    "subsampled": (3, 16, 16, 8, "-s 2,2"),
+}
+
+
+def encode(components, width, height, bits, options):
+    maximum = 2**bits - 1
+    planes = [
+        [(x * (7 + c) + y * y * 3) % (maximum + 1) for y in range(height) for x in range(width)]
+        for c in range(components)
+    ]
+    samples = b"".join(pack(">H" if bits > 8 else "B", value) for plane in planes for value in plane)
+    with tempfile.TemporaryDirectory() as folder:
+        source, target = Path(folder, "in.raw"), Path(folder, "out.j2k")
+        source.write_bytes(samples)
+        command = ["opj_compress", "-i", source, "-o", target, "-F",
+                   f"{width},{height},{components},{bits},u", *options.split()]
+        if "-n" not in options:
+            command += ["-n", "3"]
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+        return target.read_bytes()
+
+
+def file_seeds():
+    """Every source, and some allocations that fail: early in the load, in the middle, in editing."""
+    rich = (FUZZ / "corpus" / "rich.jpx").read_bytes()
+    for name, source in {"memory": FROM_MEMORY, "file": FROM_FILE, "mapped": FROM_MAPPING}.items():
+        for failing in (0, 7, 100):
+            yield f"{name}-{failing}", source + pack(">H", failing), rich
+
+
+def load_seeds():
+    return {name: treatment + file for name, treatment, file in file_seeds()}
+
+
+def step_seeds(count):
+    chance = random.Random(count)
+    return {
+        name: treatment + file + b"STEP" + chance.randbytes(count)
+        for name, treatment, file in file_seeds()
+    }
+
+
+def reader_seeds(readers=42):
+    """Each reader in a place where its boxes may stand, with numbers that are small counts."""
+    payload = bytes([0, 1, 0, 2, 7, 7, 0, 1]) + bytes(range(40))
+    return {f"{reader:02}": bytes([reader, 0, 0, 0, 0]) + payload for reader in range(readers)}
+
+
+def decode_seeds():
+    seeds = {name: encode(*coding) for name, coding in CODINGS.items()}
+    settings = {
+        "part": bytes([72, 2, 3, 9, 8, 1, 0, 0, 1]),
+        "reduced": bytes([9, 0, 0, 0, 0, 2, 0, 0, 2]),
+        "enlarged": bytes([9, 0, 0, 0, 0, 3, 1, 0, 1]),
+        "png": bytes([3, 0, 0, 0, 0, 1, 0, 0, 1]),
+        "tiff": bytes([13, 0, 0, 0, 0, 1, 0, 0, 1]),
+        "jpeg": bytes([14, 0, 0, 8, 8, 1, 0, 0, 1]),
+        "jp2": bytes([17, 0, 0, 0, 0, 1, 0, 0, 1]),
+    }
+    composed = (FUZZ / "corpus" / "minimal.jp2").read_bytes()
+    for name, prefix in settings.items():
+        seeds[f"tiles-{name}"] = prefix + seeds["tiles"]
+        seeds[f"file-{name}"] = prefix + composed
+    return seeds
+
+
+def main():
+    corpora = {
+        "load": load_seeds(),
+        "fields": step_seeds(300),
+        "edit": step_seeds(200),
+        "reader": reader_seeds(),
+        "decode": decode_seeds(),
+    }
+    for fuzzer, seeds in corpora.items():
+        folder = FUZZ / f"corpus-{fuzzer}"
+        folder.mkdir(exist_ok=True)
+        for name, seed in seeds.items():
+            (folder / name).write_bytes(seed)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,23 @@
+# Replay programs: every fuzzer as an ordinary test, with any compiler. Each takes the seed corpora
+# and its own past findings once.
+include(${CMAKE_CURRENT_LIST_DIR}/targets.cmake)
+
+function(kvjpx_add_fuzz_replays)
+  foreach(name IN LISTS kvjpx_fuzzers)
+    if(name STREQUAL decode AND NOT TARGET kvj2k)
+      continue()
+    endif()
+    set(target kvjpx_fuzz_replay_${name})
+    kvjpx_add_fuzz_target(${target} ${name})
+    target_sources(${target} PRIVATE ${kvjpx_fuzz_dir}/replay.cpp)
+    # The library's objects rather than the library: fuzzers look behind its exports.
+    target_link_libraries(${target} PRIVATE kvjpx_objects $<TARGET_NAME_IF_EXISTS:kvj2k>)
+    set(inputs ${kvjpx_fuzz_dir}/corpus)
+    foreach(folder corpus-${name} findings/${name})
+      if(EXISTS ${kvjpx_fuzz_dir}/${folder})
+        list(APPEND inputs ${kvjpx_fuzz_dir}/${folder})
+      endif()
+    endforeach()
+    add_test(NAME fuzz_replay_${name} COMMAND ${target} ${inputs})
+  endforeach()
+endfunction()
