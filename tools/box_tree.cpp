@@ -19,14 +19,6 @@ struct Header {
   uint64_t end;
 };
 
-uint64_t big_endian(std::string_view bytes, uint64_t position, unsigned width) {
-  uint64_t value = 0;
-  for (unsigned i = 0; i < width; ++i) {
-    value = value << 8 | static_cast<unsigned char>(bytes[position + i]);
-  }
-  return value;
-}
-
 // Reads the header at `position` of a container whose content ends at `limit`.
 std::optional<Header> read_header(std::string_view bytes, uint64_t position, uint64_t limit) {
   if (limit - position < 8) return std::nullopt;
@@ -46,13 +38,6 @@ std::optional<Header> read_header(std::string_view bytes, uint64_t position, uin
   return header;
 }
 
-// Bytes of a container's own fields before its first child.
-uint64_t prefix_length(uint32_t type) {
-  if (type == KV_JPX_TYPE('c', 'r', 'e', 'f')) return 4;
-  if (type == KV_JPX_TYPE('d', 't', 'b', 'l')) return 2;
-  return 0;
-}
-
 class TreeReader {
  public:
   TreeReader(kv_jpx_context* context, std::string_view bytes, const std::string& label,
@@ -68,12 +53,13 @@ class TreeReader {
   // Returns where the library went on behind the container: its end, or, when a box was refused,
   // the end of that box, from where the enclosing container takes over.
   uint64_t read_children(Box& container, uint64_t position, uint64_t limit) {
-    uint32_t expected = first_child(container.id);
+    const std::vector<uint32_t> expected = child_ids(context_, container.id);
     while (position < limit) {
       const std::optional<Header> header = read_header(bytes_, position, limit);
       if (!header) break;
       const uint32_t id = next_id_++;
-      if (id != expected) {
+      const size_t known = container.children.size();
+      if (known == expected.size() || id != expected[known]) {
         tree_.refused.push_back({&container, header->type, header->begin});
         limit = position = header->end;
         break;
@@ -85,9 +71,8 @@ class TreeReader {
             std::min(header->content_begin + prefix_length(child.type), header->end);
         position = read_children(child, content, header->end);
       }
-      expected = next_sibling(id);
     }
-    if (position != limit || expected != KV_JPX_ROOT) {
+    if (position != limit || container.children.size() != expected.size()) {
       throw Failure(kNotJpx, label_ + ": the boxes behind offset " + std::to_string(position) +
                                  " cannot be located");
     }
@@ -99,7 +84,7 @@ class TreeReader {
     auto box = std::make_unique<Box>();
     box->id = id;
     box->type = header.type;
-    box->is_container = is_container(id);
+    box->is_container = is_container(context_, id);
     box->begin = header.begin;
     box->content_begin = header.content_begin;
     box->end = header.end;
@@ -112,23 +97,6 @@ class TreeReader {
     std::unordered_map<uint32_t, uint32_t> counts;
     for (const auto& child : container.children) child->index = counts[child->type]++;
     for (const auto& child : container.children) child->same_type_count = counts[child->type];
-  }
-
-  uint32_t first_child(uint32_t id) const {
-    uint32_t child = KV_JPX_ROOT;
-    const int32_t code = kv_jpx_get_first_child_box_id(context_, id, &child);
-    return code == JPX_OK ? child : KV_JPX_ROOT;
-  }
-
-  uint32_t next_sibling(uint32_t id) const {
-    uint32_t sibling = KV_JPX_ROOT;
-    const int32_t code = kv_jpx_get_next_box_id(context_, id, &sibling);
-    return code == JPX_OK ? sibling : KV_JPX_ROOT;
-  }
-
-  bool is_container(uint32_t id) const {
-    uint8_t flag = 0;
-    return kv_jpx_is_box_super(context_, id, &flag) == JPX_OK && flag != 0;
   }
 
   kv_jpx_context* context_;
@@ -145,6 +113,36 @@ void for_each_box(const Box& box, const std::function<void(const Box&)>& visit) 
     visit(*child);
     for_each_box(*child, visit);
   }
+}
+
+std::vector<uint32_t> child_ids(kv_jpx_context* context, uint32_t container) {
+  std::vector<uint32_t> ids;
+  uint32_t id = KV_JPX_ROOT;
+  int32_t code = kv_jpx_get_first_child_box_id(context, container, &id);
+  while (code == JPX_OK && id != KV_JPX_ROOT) {
+    ids.push_back(id);
+    code = kv_jpx_get_next_box_id(context, id, &id);
+  }
+  return ids;
+}
+
+bool is_container(kv_jpx_context* context, uint32_t id) {
+  uint8_t flag = 0;
+  return kv_jpx_is_box_super(context, id, &flag) == JPX_OK && flag != 0;
+}
+
+uint64_t prefix_length(uint32_t type) {
+  if (type == KV_JPX_TYPE('c', 'r', 'e', 'f')) return 4;
+  if (type == KV_JPX_TYPE('d', 't', 'b', 'l')) return 2;
+  return 0;
+}
+
+uint64_t big_endian(std::string_view bytes, uint64_t position, unsigned width) {
+  uint64_t value = 0;
+  for (unsigned i = 0; i < width; ++i) {
+    value = value << 8 | static_cast<unsigned char>(bytes[position + i]);
+  }
+  return value;
 }
 
 std::unique_ptr<BoxTree> read_box_tree(kv_jpx_context* context, std::string_view bytes,

@@ -49,6 +49,17 @@ struct BoxTree {
   std::vector<RefusedBox> refused;
 };
 
+// The boxes in a container, as the library has them at the moment.
+std::vector<uint32_t> child_ids(kv_jpx_context* context, uint32_t container);
+
+bool is_container(kv_jpx_context* context, uint32_t id);
+
+// Bytes of a container's own fields before its first child.
+uint64_t prefix_length(uint32_t type);
+
+// Reads a number of `width` bytes, all of which must be there.
+uint64_t big_endian(std::string_view bytes, uint64_t position, unsigned width);
+
 // Pairs the tree of the freshly loaded `context` with the headers in the file's bytes. `label`
 // names the file in messages.
 std::unique_ptr<BoxTree> read_box_tree(kv_jpx_context* context, std::string_view bytes,

@@ -50,7 +50,7 @@ void add_box(const AddRequest& request, const Target& target);
 void remove_boxes(const std::string& file, const std::vector<std::string>& paths,
                   const Target& target);
 
-// copy: the file as the library writes it.
+// copy: the file as every edit writes it.
 void copy_file(const std::string& file, const Target& target);
 
 // decode: a picture.

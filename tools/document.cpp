@@ -1,8 +1,6 @@
 // Loads and renders a file.
 #include "document.h"
 
-#include <algorithm>
-
 #include "box_path.h"
 #include "failure.h"
 
@@ -29,8 +27,12 @@ ContextPointer make_context(const std::string& label) {
   return ContextPointer(context);
 }
 
+bool has_signature(std::string_view bytes) {
+  return bytes.size() >= 8 && bytes.substr(4, 4) == kSignatureType;
+}
+
 Document::Document(const std::string& name) : file_(name) {
-  if (bytes().substr(0, 8).substr(std::min<size_t>(4, bytes().size())) != kSignatureType) {
+  if (!has_signature(bytes())) {
     throw Failure(kNotJpx, label() + ": not a JPX: " + describe_foreign_file(bytes()));
   }
   context_ = make_context(label());

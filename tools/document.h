@@ -43,6 +43,9 @@ using ContextPointer = std::unique_ptr<kv_jpx_context, ContextDeleter>;
 // A context without a file; `label` names the file in messages.
 ContextPointer make_context(const std::string& label);
 
+// Whether a file begins with a signature box, as every JPX does.
+bool has_signature(std::string_view bytes);
+
 class Document {
  public:
   // Loads a file ("-" is standard input); throws a Failure when it is not a readable JPX.

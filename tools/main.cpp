@@ -22,7 +22,8 @@ type; without [i] the first), or #17 for an identifier; / is the file itself. Bl
 at the end of a type may be left out; unusual characters are written %XX. 'kvjpx ls'
 prints every path.
 FILE and OUT may be - for standard input and output. OUT may be FILE itself: outputs
-are written beside their target and renamed when complete.
+are written beside their target and renamed when complete. Palettes, cross-references
+and data references are always written complete, with their true lengths.
 
 Exit codes:
   0  done

@@ -7,9 +7,8 @@
 
 namespace kvjpx_tool {
 
-// Renders the document's boxes and writes them to the target. Unless the target is forced, the
-// result must read back as the same boxes: the library writes some boxes with a length that is not
-// theirs, and such a file would be lost to every reader.
+// Renders the document's boxes, mends what the library leaves wrong, and writes the result to the
+// target. Unless the target is forced, the result must read back as the same boxes.
 void save(const Document& document, const Target& target);
 
 }  // namespace kvjpx_tool

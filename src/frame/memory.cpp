@@ -195,17 +195,17 @@ void JPX_ErrorExit(Environment* env, uint32_t code) {
   longjmp(env->jump, static_cast<int>(code));
 }
 
-void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns, size_t element_size,
-                            uint8_t zero_fill) {
+void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns,
+                            uint32_t element_size, uint8_t zero_fill) {
   if (rows == 0 || columns == 0 || element_size == 0) return nullptr;
   auto** table = static_cast<void**>(allocate(env, rows * sizeof(void*)));
   // The element count wraps at 32 bits while the stride does not: outside callers, whom this
   // serves, know it like that and keep their tables below.
   const uint32_t count = rows * columns;
-  const size_t size = count * element_size;
+  const size_t size = size_t{count} * element_size;
   auto* data =
       static_cast<char*>(zero_fill != 0 ? allocate_zeroed(env, size) : allocate(env, size));
-  const size_t stride = columns * element_size;
+  const size_t stride = size_t{columns} * element_size;
   for (uint32_t row = 0; row < rows; ++row) table[row] = data + row * stride;
   return table;
 }

@@ -109,7 +109,7 @@ KVJPX_EXPORT void* JPX_TrackeRelease(Environment* env, void* block);
 
 // A table of row pointers over one block of rows x columns elements; null if any of the three is 0.
 KVJPX_EXPORT void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns,
-                                         size_t element_size, uint8_t zero_fill);
+                                         uint32_t element_size, uint8_t zero_fill);
 KVJPX_EXPORT void jpx_internal_Free2D(Environment* env, void** table);
 
 }  // extern "C"
