@@ -1,0 +1,177 @@
+// Setting the input and writing the file again, from and to memory, files and maps.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "box/test_document.h"
+#include "support/files.h"
+
+namespace kvjpx::test {
+namespace {
+
+std::string big_file() {
+  return jp2_file() + box("jp2c", pattern(5'000'000)) + box("xml ", "<x/>") +
+         box("jp2c", pattern(4'500'000));
+}
+
+TEST(Input, ReplacesTheOneBefore) {
+  TestDocument document(jp2_file());
+  const size_t blocks = document.allocator().live_blocks();
+  const TempFile file(jp2_file());
+  const size_t descriptors = open_descriptors();
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(kv_jpx_set_input_image_file(document.get(), file.path()), JPX_OK);
+    EXPECT_EQ(document.tree(), "jP  ,ftyp,jp2h(ihdr)");
+    EXPECT_EQ(kv_jpx_set_input_image_mapped(document.get(), file.path()), JPX_OK);
+    EXPECT_EQ(document.tree(), "jP  ,ftyp,jp2h(ihdr)");
+    EXPECT_EQ(mappings_of(file), 1u);
+    EXPECT_EQ(document.load(jp2_file()), JPX_OK);
+  }
+  EXPECT_EQ(document.allocator().live_blocks(), blocks);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(mappings_of(file), 0u);
+  EXPECT_EQ(kv_jpx_set_input_image(document.get(), nullptr, 1), 3);
+  EXPECT_EQ(document.tree(), "jP  ,ftyp,jp2h(ihdr)") << "the old input stays";
+  EXPECT_EQ(kv_jpx_set_input_image(document.get(), nullptr, 0), JPX_OK);
+  EXPECT_EQ(document.tree(), "");
+}
+
+TEST(Input, CopiesTheCallersBuffer) {
+  std::string file = box("xml ", "<x/>");
+  const std::string original = file;
+  TestDocument document(file);
+  file.assign(file.size(), '#');
+  EXPECT_EQ(document.written(), original);
+}
+
+TEST(Input, EmptyIsAnEmptyTree) {
+  const TempFile empty;
+  const TempFile target("old");
+  using SetInput = int32_t(kv_jpx_context*, const char*);
+  for (SetInput* set_input : {kv_jpx_set_input_image_file, kv_jpx_set_input_image_mapped}) {
+    TestDocument document;
+    EXPECT_EQ(set_input(document.get(), empty.path()), JPX_OK);
+    EXPECT_EQ(document.tree(), "");
+    EXPECT_EQ(document.written(), "");
+    EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), target.path()), JPX_OK);
+    EXPECT_EQ(target.contents(), "");
+    document.add("none", KV_JPX_ROOT);
+    EXPECT_EQ(document.written(), box("none"));
+  }
+}
+
+TEST(Input, MappedFilesOfAnySizeComeBackExactly) {
+  const std::string file = big_file();
+  const TempFile source(file);
+  const TempFile target;
+  TestDocument document;
+  ASSERT_EQ(kv_jpx_set_input_image_mapped(document.get(), source.path()), JPX_OK);
+  EXPECT_EQ(document.tree(), "jP  ,ftyp,jp2h(ihdr),jp2c,xml ,jp2c");
+  EXPECT_TRUE(document.written() == file);
+  EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), target.path()), JPX_OK);
+  EXPECT_TRUE(target.contents() == file);
+  EXPECT_TRUE(document.field_bytes(document.find("jp2c", 1), JPX_FIELD_JP2C_DATA) ==
+              pattern(4'500'000));
+  document.destroy();
+  EXPECT_EQ(mappings_of(source), 0u);
+}
+
+TEST(Input, FailsForFilesThatCannotBeOpened) {
+  for (const char* path : {"no such file", ""}) {
+    EXPECT_EQ(kv_jpx_set_input_image_file(TestContext().get(), path), JPX_ERR_OPEN_FILE);
+    EXPECT_EQ(kv_jpx_set_input_image_mapped(TestContext().get(), path), JPX_ERR_OPEN_FILE);
+  }
+}
+
+TEST(SpentContext, AnswersEightAndOneAndCanBeDestroyed) {
+  TestDocument document(jp2_file());
+  void* block = nullptr;
+  EXPECT_EQ(kv_jpx_get_box_field_buffer(document.get(), 0, 1, nullptr, nullptr, &block), 4);
+  EXPECT_EQ(document.load(box("jP  ", "none")), JPX_ERR_BAD_SIGNATURE);
+  kv_jpx_context* const spent = document.get();
+  const std::string file = jp2_file();
+  const TempFile on_disk(file);
+  uint64_t length = 0;
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(kv_jpx_print_box(spent, KV_JPX_ROOT), JPX_ERR_NO_INPUT);
+    EXPECT_EQ(kv_jpx_get_output_image(spent, &block, &length), JPX_ERR_NO_INPUT);
+    EXPECT_EQ(kv_jpx_get_output_image_file(spent, on_disk.path()), JPX_ERR_NO_INPUT);
+    EXPECT_EQ(kv_jpx_set_input_image(spent, file.data(), file.size()), JPX_ERR_MEMORY);
+    EXPECT_EQ(kv_jpx_set_input_image_file(spent, on_disk.path()), JPX_ERR_MEMORY);
+    EXPECT_EQ(kv_jpx_set_input_image_mapped(spent, on_disk.path()), JPX_ERR_MEMORY);
+    EXPECT_EQ(kv_jpx_free(spent, &length), JPX_ERR_MEMORY);
+    EXPECT_EQ(kv_jpx_set_output_type(spent, 74), JPX_OK);
+  }
+  EXPECT_EQ(on_disk.contents(), file);
+  document.destroy();
+  EXPECT_EQ(document.allocator().live_blocks(), 0u);
+}
+
+TEST(OutputType, IsOneOfAFixedList) {
+  const std::set<int32_t> accepted = {64, 66, 67, 68, 69, 70, 71, 72, 74, 75, 77, 79, 89, 128};
+  TestDocument deep(box("jp2h", box("ihdr", be32(1) + be32(1) + be16(3) + bytes({15, 7, 0, 0}))));
+  for (int32_t type = -1; type < 300; ++type) {
+    if (accepted.count(type) != 0) {
+      EXPECT_EQ(kv_jpx_set_output_type(deep.get(), type), JPX_OK) << type;
+      EXPECT_EQ(deep.get()->output_type, type);
+      continue;
+    }
+    TestDocument document(jp2_file());
+    EXPECT_EQ(kv_jpx_set_output_type(document.get(), type), JPX_ERR_INVALID_ARGUMENT) << type;
+    EXPECT_EQ(kv_jpx_print_box(document.get(), 0), JPX_ERR_NO_INPUT) << "an ending error";
+  }
+  EXPECT_EQ(kv_jpx_set_output_type(TestContext().get(), 74), JPX_OK) << "needs no input";
+}
+
+TEST(Output, FillsABufferOfTheCaller) {
+  const std::string file = jp2_file() + box("xml ", "<x/>");
+  TestDocument document(file);
+  std::string buffer(file.size() + 10, '#');
+  void* data = buffer.data();
+  uint64_t length = file.size() - 1;
+  EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), 5);
+  EXPECT_EQ(length, file.size());
+  EXPECT_EQ(buffer, std::string(buffer.size(), '#'));
+  for (const uint64_t room : {file.size(), file.size() + 10}) {
+    buffer.assign(buffer.size(), '#');
+    length = room;
+    EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), JPX_OK);
+    EXPECT_EQ(length, file.size());
+    EXPECT_EQ(data, buffer.data());
+    EXPECT_EQ(buffer, file + std::string(10, '#'));
+  }
+  EXPECT_EQ(kv_jpx_get_output_image(document.get(), nullptr, &length), 3);
+  EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, nullptr), 3);
+  EXPECT_EQ(kv_jpx_get_output_image(TestContext().get(), &data, &length), 8);
+}
+
+// A palette with many more columns than entries writes more than its length promises.
+TEST(Output, EndsWhenABoxWritesMoreThanItsLength) {
+  const std::string palette = be16(1) + be8(200) + std::string(200, '\7') + pattern(200);
+  TestDocument document(box("jp2h", box("pclr", palette)));
+  void* data = nullptr;
+  uint64_t length = 0;
+  EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(kv_jpx_print_box(document.get(), 0), JPX_ERR_NO_INPUT);
+}
+
+TEST(Output, ReplacesFiles) {
+  const std::string file = jp2_file() + box("xml ", "<x/>");
+  TestDocument document(file);
+  const TempFile target(pattern(10'000));
+  EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), target.path()), JPX_OK);
+  EXPECT_EQ(target.contents(), file);
+  EXPECT_EQ(kv_jpx_get_output_image_file(TestContext().get(), target.path()), 8);
+  EXPECT_EQ(target.contents(), file);
+}
+
+TEST(Output, OfAnEmptyTreeNoticesAFileThatCannotBeMade) {
+  TestDocument empty("");
+  EXPECT_EQ(kv_jpx_get_output_image_file(empty.get(), "no such folder/file.jp2"),
+            JPX_ERR_OPEN_FILE);
+}
+
+}  // namespace
+}  // namespace kvjpx::test

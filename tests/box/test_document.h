@@ -1,0 +1,74 @@
+// A loaded file in the terms that tests of boxes think in.
+#ifndef KVJPX_TESTS_BOX_TEST_DOCUMENT_H_
+#define KVJPX_TESTS_BOX_TEST_DOCUMENT_H_
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "box/box.h"
+#include "support/bytes.h"
+#include "support/test_context.h"
+
+namespace kvjpx::test {
+
+constexpr int32_t kPlaceBefore = 0;
+constexpr int32_t kPlaceAfter = 1;
+constexpr int32_t kPlaceFirst = 2;
+
+class TestDocument : public TestContext {
+ public:
+  TestDocument() = default;
+  explicit TestDocument(const std::string& file) { EXPECT_EQ(load(file), JPX_OK); }
+
+  // All boxes by type, children in parentheses: "jP  ,ftyp,jp2h(ihdr,colr)".
+  std::string tree() { return tree_below(KV_JPX_ROOT); }
+
+  // The nth box of a type in the order of the tree; KV_JPX_ROOT when there are fewer.
+  uint32_t find(std::string_view type, int nth = 0) { return find_below(KV_JPX_ROOT, type, nth); }
+
+  // Adds a box that must be taken.
+  uint32_t add(std::string_view type, uint32_t reference, int32_t placement = kPlaceFirst);
+
+  // Fields. The codes that the functions without a code give are expected to be 0.
+  int32_t set(uint32_t id, uint32_t key, uint64_t value, uint64_t index = 0) {
+    return kv_jpx_set_box_field_int(get(), id, key, index, value);
+  }
+  int32_t get_code(uint32_t id, uint32_t key, uint64_t index = 0) {
+    uint64_t ignored;
+    return kv_jpx_get_box_field_int(get(), id, key, index, &ignored);
+  }
+  uint64_t value(uint32_t id, uint32_t key, uint64_t index = 0);
+  std::pair<uint64_t, uint32_t> count(uint32_t id, uint32_t key);
+  std::string field_bytes(uint32_t id, uint32_t key);
+  int32_t set_bytes(uint32_t id, uint32_t key, std::string_view data, uint32_t element_size = 1) {
+    return kv_jpx_set_box_field_buffer(get(), id, key, data.size() / element_size, element_size,
+                                       data.data());
+  }
+
+  // The box record behind an identifier.
+  Box* record(uint32_t id);
+
+  // What the box's own render writes, and what its own length says of that.
+  std::string content(uint32_t id);
+  uint64_t content_length(uint32_t id) { return record(id)->length(record(id)); }
+
+  std::string printed(uint32_t id);
+
+  // The whole file, written to memory.
+  std::string written();
+
+ private:
+  std::string tree_below(uint32_t id);
+  uint32_t find_below(uint32_t id, std::string_view type, int& nth);
+  uint32_t first_child(uint32_t id);
+  uint32_t next(uint32_t id);
+};
+
+// The file's bytes; the path is relative to the repository, where the tests run.
+std::string file_contents(const std::string& path);
+
+}  // namespace kvjpx::test
+
+#endif  // KVJPX_TESTS_BOX_TEST_DOCUMENT_H_
