@@ -3,7 +3,6 @@
 
 #include <stdio.h>
 
-#include "box/buffer_field.h"
 #include "box/field_table.h"
 #include "kvjpx_fields.h"
 
@@ -47,7 +46,7 @@ int32_t jpx_basic_set_buffer_field(Box* box, Environment* env, uint32_t key, uin
 int32_t jpx_basic_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
                                    uint32_t* element_size, void** buffer) {
   if (!is_payload_of_basic(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  return get_payload(static_cast<BasicBox*>(box), env, count, element_size, buffer);
+  return get_payload(static_cast<BasicBox*>(box), env, opaque_request(count, element_size, buffer));
 }
 
 constexpr BoxOperations kBasicOperations = {
@@ -95,13 +94,9 @@ void copy_payload(BasicBox* box, Environment* env, void* destination) {
   bs_read_memcpy(env, box->source, destination, box->payload_length);
 }
 
-int32_t get_payload(BasicBox* box, Environment* env, uint64_t* count, uint32_t* element_size,
-                    void** buffer) {
-  // Unlike other fields, an opaque payload answers 3 to a buffer without its size: hosts probe for
-  // opaque boxes with that.
-  const BufferRequest request = {count, element_size, buffer, JPX_ERR_INVALID_ARGUMENT};
+int32_t get_payload(BasicBox* box, Environment* env, const BufferRequest& request) {
   const int32_t result = grant_buffer(env, request, box->payload_length, 1);
-  if (result == JPX_OK) copy_payload(box, env, *buffer);
+  if (result == JPX_OK) copy_payload(box, env, *request.buffer);
   return result;
 }
 

@@ -4,6 +4,7 @@
 #define KVJPX_BOX_BASIC_H_
 
 #include "box/box.h"
+#include "box/buffer_field.h"
 #include "box/registry.h"
 
 namespace kvjpx {
@@ -20,8 +21,13 @@ void render_payload(BasicBox* box, Environment* env, Stream* stream);
 void release_payload(BasicBox* box, Environment* env);
 int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t element_size,
                     const void* source);
-int32_t get_payload(BasicBox* box, Environment* env, uint64_t* count, uint32_t* element_size,
-                    void** buffer);
+int32_t get_payload(BasicBox* box, Environment* env, const BufferRequest& request);
+// A request as opaque boxes answer it: unlike other fields, their payload answers 3 to a buffer
+// without its size; hosts probe for opaque boxes with that.
+inline BufferRequest opaque_request(uint64_t* count, uint32_t* element_size, void** buffer) {
+  return {count, element_size, buffer, JPX_ERR_INVALID_ARGUMENT};
+}
+
 // Copies the payload to a buffer that has room for it.
 void copy_payload(BasicBox* box, Environment* env, void* destination);
 

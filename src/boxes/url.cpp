@@ -93,7 +93,7 @@ int32_t jpx_url_set_buffer_field(Box* box, Environment* env, uint32_t key, uint6
 int32_t jpx_url_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
                                  uint32_t* element_size, void** buffer) {
   if (!is_location(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  return get_payload(url(box), env, count, element_size, buffer);
+  return get_payload(url(box), env, opaque_request(count, element_size, buffer));
 }
 
 constexpr BoxOperations kOperations = with_buffers(

@@ -94,9 +94,11 @@ int32_t get_id(UuidBox* self, Environment* env, const BufferRequest& request) {
 int32_t jpx_uuid_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
                                   uint32_t* element_size, void** buffer) {
   if (box->type != kType) return JPX_ERR_NO_SUCH_FIELD;
-  if (key == JPX_FIELD_UUID_ID) return get_id(uuid(box), env, {count, element_size, buffer});
-  if (own_key(key) == JPX_FIELD_UUID_DATA) {
-    return get_payload(uuid(box), env, count, element_size, buffer);
+  const BufferRequest request = {count, element_size, buffer};
+  if (key == JPX_FIELD_UUID_ID) return get_id(uuid(box), env, request);
+  if (key == JPX_FIELD_UUID_DATA) return get_payload(uuid(box), env, request);
+  if (key == JPX_FIELD_JP2C_DATA) {
+    return get_payload(uuid(box), env, opaque_request(count, element_size, buffer));
   }
   return JPX_ERR_NO_SUCH_FIELD;
 }

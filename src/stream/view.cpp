@@ -99,7 +99,7 @@ Stream* make_stream(Environment* env, Source source, Direction direction) {
 }
 
 void open_stream(Stream* stream, const char* path, int flags) {
-  stream->descriptor = open(path, flags | O_CLOEXEC, 0666);
+  if (path != nullptr) stream->descriptor = open(path, flags | O_CLOEXEC, 0666);
 }
 
 void set_view(Stream* stream, uint8_t* buffer, uint64_t length, uint64_t offset) {

@@ -42,7 +42,7 @@ const std::vector<BytesField>& bytes_fields() {
   static const std::vector<BytesField> result = {
       {"none", "opaque", JPX_FIELD_JP2C_DATA, 6, 1, "opaque", 3, true},
       {"jp2c", "codestream", JPX_FIELD_JP2C_DATA, 10, 1, "codestream", 3, true},
-      {"uuid", pattern(16) + "data", JPX_FIELD_UUID_DATA, 4, 1, "data", 3, true},
+      {"uuid", pattern(16) + "data", JPX_FIELD_UUID_DATA, 4, 1, "data", 5, true},
       {"uuid", pattern(16) + "data", JPX_FIELD_JP2C_DATA, 4, 1, "data", 3, true},
       {"uuid", pattern(16) + "data", JPX_FIELD_UUID_ID, 1, 16, pattern(16), 5, false},
       {"url ", be32(0) + "http://x", JPX_FIELD_URL_LOC, 8, 1, "http://x", 3, true},
@@ -140,8 +140,8 @@ TEST_P(BytesFields, RefuseWhatTheyCannotCopy) {
   const uint64_t overflowing = ~uint64_t{0} / set_size() + 1;
   EXPECT_EQ(set(field_.bytes.size() / set_size(), set_size(), nullptr), JPX_ERR_INVALID_ARGUMENT);
   EXPECT_TRUE(set_size() == 1 || set(overflowing, set_size(), "x") != JPX_OK);
-  const bool takes_any_size = field_.missing_size == 3;  // opaque payloads
-  if (takes_any_size) {
+  const bool is_payload = field_.missing_size == 3 || field_.key == JPX_FIELD_UUID_DATA;
+  if (is_payload) {  // takes any element size
     EXPECT_EQ(set(uint64_t{1} << 62, 4, "x"), JPX_ERR_INVALID_ARGUMENT);
   } else if (field_.key != JPX_FIELD_COLR_ICC && field_.key != JPX_FIELD_COLR_VENDOR_DATA) {
     EXPECT_EQ(set(1, set_size() + 1, field_.bytes.data()), JPX_ERR_INVALID_ARGUMENT);
