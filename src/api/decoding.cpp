@@ -244,7 +244,8 @@ uint64_t smaller_of(uint64_t a, uint64_t b) { return a < b ? a : b; }
 
 void copy_into_image(const Composition& image, const Delivery& delivery, uint64_t column,
                      uint64_t row) {
-  if (column >= image.out_width || row >= image.out_height) return;
+  const bool is_empty = delivery.width == 0 || delivery.height == 0;
+  if (is_empty || column >= image.out_width || row >= image.out_height) return;
   const uint64_t columns = smaller_of(delivery.width, image.out_width - column);
   const uint64_t rows = smaller_of(delivery.height, image.out_height - row);
   const uint64_t planes = smaller_of(delivery.planes, image.planes);

@@ -6,17 +6,8 @@
 namespace kvjpx {
 namespace {
 
-constexpr BoxOperations kSuperOperations = {jpx_super_length,
-                                            jpx_super_render,
-                                            jpx_super_print,
-                                            jpx_super_destroy,
-                                            jpx_super_find_by_id,
-                                            jpx_super_find_by_type,
-                                            jpx_generic_set_int_field,
-                                            jpx_generic_get_int_field,
-                                            jpx_generic_get_field_count,
-                                            jpx_generic_set_buffer_field,
-                                            jpx_generic_get_buffer_field};
+constexpr BoxOperations kSuperOperations =
+    container_operations(jpx_super_length, jpx_super_render, jpx_super_print);
 
 // The children of a super box; none of any other box.
 Box* first_child_of(Box* box) {

@@ -58,17 +58,14 @@ int32_t jpx_cref_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32
   return get_field_count(kTable, box, key, count, element_size);
 }
 
-constexpr BoxOperations kOperations = {jpx_cref_length,
-                                       jpx_cref_render,
-                                       jpx_cref_print,
-                                       jpx_super_destroy,
-                                       jpx_super_find_by_id,
-                                       jpx_super_find_by_type,
-                                       jpx_cref_set_int_field,
-                                       jpx_cref_get_int_field,
-                                       jpx_cref_get_field_count,
-                                       jpx_generic_set_buffer_field,
-                                       jpx_generic_get_buffer_field};
+constexpr BoxOperations cref_operations() {
+  BoxOperations operations = container_operations(jpx_cref_length, jpx_cref_render, jpx_cref_print);
+  operations.set_int_field = jpx_cref_set_int_field;
+  operations.get_int_field = jpx_cref_get_int_field;
+  operations.get_field_count = jpx_cref_get_field_count;
+  return operations;
+}
+constexpr BoxOperations kOperations = cref_operations();
 
 }  // namespace
 

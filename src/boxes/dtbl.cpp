@@ -30,17 +30,8 @@ void jpx_dtbl_render(Box* box, Environment* env, Stream* stream) {
   jpx_super_render(box, env, stream);
 }
 
-constexpr BoxOperations kOperations = {jpx_dtbl_length,
-                                       jpx_dtbl_render,
-                                       jpx_super_print,
-                                       jpx_super_destroy,
-                                       jpx_super_find_by_id,
-                                       jpx_super_find_by_type,
-                                       jpx_generic_set_int_field,
-                                       jpx_generic_get_int_field,
-                                       jpx_generic_get_field_count,
-                                       jpx_generic_set_buffer_field,
-                                       jpx_generic_get_buffer_field};
+constexpr BoxOperations kOperations =
+    container_operations(jpx_dtbl_length, jpx_dtbl_render, jpx_super_print);
 
 }  // namespace
 

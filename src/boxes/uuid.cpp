@@ -103,11 +103,10 @@ int32_t jpx_uuid_get_buffer_field(Box* box, Environment* env, uint32_t key, uint
   return JPX_ERR_NO_SUCH_FIELD;
 }
 
-constexpr BoxOperations kOperations = {
-    jpx_uuid_length,           jpx_uuid_render,           jpx_uuid_print,
-    jpx_uuid_destroy,          jpx_generic_find_by_id,    jpx_generic_find_by_type,
-    jpx_generic_set_int_field, jpx_generic_get_int_field, jpx_uuid_get_field_count,
-    jpx_uuid_set_buffer_field, jpx_uuid_get_buffer_field};
+constexpr BoxOperations kOperations = with_buffers(
+    leaf_operations(jpx_uuid_length, jpx_uuid_render, jpx_uuid_print, jpx_uuid_destroy,
+                    jpx_generic_set_int_field, jpx_generic_get_int_field, jpx_uuid_get_field_count),
+    jpx_uuid_set_buffer_field, jpx_uuid_get_buffer_field);
 
 void read_payload(Environment* env, Stream* stream, Box* box) {
   jpx_read_uuid(env, stream, uuid(box)->uuid);
