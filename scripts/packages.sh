@@ -34,6 +34,8 @@ need_packages() {
 build_preset() {
   local preset=$1 dir=$2
   shift 2
-  cmake --preset "$preset" -G Ninja "$@" >"$dir.log" 2>&1 || { cat "$dir.log" >&2; exit 1; }
+  mkdir -p "$dir"
+  cmake --preset "$preset" -G Ninja "$@" >"$dir/configure.log" 2>&1 ||
+    { cat "$dir/configure.log" >&2; exit 1; }
   cmake --build "$dir" >"$dir/build.log" 2>&1 || { cat "$dir/build.log" >&2; exit 1; }
 }
