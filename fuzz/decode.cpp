@@ -90,10 +90,12 @@ uint64_t extent(uint64_t from, uint64_t to, uint64_t offset, uint64_t size, uint
 uint64_t promised_samples(const Grid& grid, const Settings& settings) {
   const bool is_reduced = settings.level >= 2 && settings.flag != 1;
   const uint32_t reduction = is_reduced ? (static_cast<uint32_t>(settings.level) - 1) % 32 : 0;
+  const uint64_t left = settings.has_region ? settings.left : 0;
+  const uint64_t top = settings.has_region ? settings.top : 0;
   const uint64_t right = settings.has_region ? settings.right : UINT64_MAX;
   const uint64_t bottom = settings.has_region ? settings.bottom : UINT64_MAX;
-  return extent(settings.left, right, grid.x_offset, grid.width, reduction) *
-         extent(settings.top, bottom, grid.y_offset, grid.height, reduction) * grid.components;
+  return extent(left, right, grid.x_offset, grid.width, reduction) *
+         extent(top, bottom, grid.y_offset, grid.height, reduction) * grid.components;
 }
 
 void deliver(void* codec, const Settings& settings, const Grid& grid) {
