@@ -340,10 +340,10 @@ void compose_all(Decoding* decoding) {
   Codestreams& codestreams = decoding->codestreams;
   const uint32_t count = jpx_count_boxes_of_type(context.root, kCodestream);
   if (count == 0) return;
-  codestreams.boxes =
-      static_cast<Box**>(allocate(&decoding->context->environment, uint64_t{count} * sizeof(Box*)));
+  codestreams.boxes = static_cast<Box**>(
+      allocate(&decoding->context->environment, uint64_t{count} * sizeof(void*)));
   collect(context.root, &codestreams);
-  qsort(codestreams.boxes, codestreams.count, sizeof(Box*), by_identifier);
+  qsort(codestreams.boxes, codestreams.count, sizeof(void*), by_identifier);
   Box* const instructions = count > 1 ? find_first(context, code("inst")) : nullptr;
   for (uint32_t i = 0; i < count; ++i) {
     compose(decoding, {field_of(instructions, JPX_FIELD_INST_XO, i),
