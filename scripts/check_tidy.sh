@@ -3,6 +3,6 @@
 # build folder.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-git ls-files -z -- 'src/*.cpp' 'codec/*.cpp' 'tools/*.cpp' |
+find src codec tools -name '*.cpp' -print0 |
   xargs -0 -n 4 -P 2 clang-tidy -p "$1" --quiet 2>/dev/null
 echo "clean"
