@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 #include "support/bytes.h"
 #include "support/files.h"
@@ -47,17 +48,14 @@ TEST(FileOutput, KeepsModeAndLink) {
 }
 
 TEST(FileOutput, RefusedPlaces) {
-  const struct {
-    const char* path;
-    int32_t code;
-  } places[] = {{"/nonexistent/file", JPX_ERR_OPEN_FILE},
-                {nullptr, JPX_ERR_OPEN_FILE},
-                {"/", JPX_ERR_OPEN_FILE},
-                {"/dev/full", JPX_ERR_FILE_IO}};
-  for (const auto& place : places) {
+  const std::pair<const char*, int32_t> places[] = {{"/nonexistent/file", JPX_ERR_OPEN_FILE},
+                                                    {nullptr, JPX_ERR_OPEN_FILE},
+                                                    {"/", JPX_ERR_OPEN_FILE},
+                                                    {"/dev/full", JPX_ERR_FILE_IO}};
+  for (const auto& [path, code] : places) {
     TestContext context;
     ASSERT_EQ(context.load(jp2_file()), JPX_OK);
-    EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), place.path), place.code);
+    EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), path), code);
   }
 }
 

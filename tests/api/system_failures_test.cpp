@@ -1,6 +1,6 @@
 // Every system call that the library makes is made to fail in turn: each failure gives its code,
 // costs no file that was there before, and leaves nothing behind.
-#include <dirent.h>
+#include <glob.h>
 
 #include <string>
 
@@ -36,16 +36,10 @@ int32_t write_over_file(kv_jpx_context* context, const char*, const char* output
 }
 
 bool has_partial_file_beside(const TempFile& file) {
-  const std::string path = file.path();
-  const size_t slash = path.rfind('/');
-  const std::string prefix = path.substr(slash + 1) + ".";
-  DIR* const folder = opendir(path.substr(0, slash).c_str());
-  bool found = false;
-  while (const dirent* entry = readdir(folder)) {
-    if (std::string(entry->d_name).compare(0, prefix.size(), prefix) == 0) found = true;
-  }
-  closedir(folder);
-  return found;
+  glob_t found;
+  const int result = glob((std::string(file.path()) + ".*").c_str(), 0, nullptr, &found);
+  globfree(&found);
+  return result != GLOB_NOMATCH;
 }
 
 TEST(SystemFailures, EachGivesItsCodeAndLeavesNothing) {
@@ -66,9 +60,7 @@ TEST(SystemFailures, EachGivesItsCodeAndLeavesNothing) {
         // directly.
         const bool is_survived = scenario == write_over_file && call == kOpen;
         ASSERT_EQ(result, has_failed && !is_survived ? kCodes[call] : JPX_OK);
-        if (result != JPX_OK) {
-          EXPECT_EQ(output.contents(), "what was there");
-        }
+        EXPECT_TRUE(result == JPX_OK || output.contents() == "what was there");
         EXPECT_FALSE(has_partial_file_beside(output));
         EXPECT_EQ(mappings_of(input), result == JPX_OK && scenario == load_mapped ? 1u : 0u);
         context.destroy();

@@ -2,52 +2,43 @@
 #include "box/test_document.h"
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
+#include "box/super.h"
 #include "support/files.h"
 
 namespace kvjpx::test {
 namespace {
 
-std::string type_text(uint32_t type) { return be32(type); }
-
-}  // namespace
-
-uint32_t TestDocument::first_child(uint32_t id) {
-  uint32_t child = KV_JPX_ROOT;
-  kv_jpx_get_first_child_box_id(get(), id, &child);
-  return child;
+const Box* first_child_of(const Box* box) {
+  return box->kind == kSuper ? static_cast<const SuperBox*>(box)->first_child : nullptr;
 }
 
-uint32_t TestDocument::next(uint32_t id) {
-  uint32_t sibling = KV_JPX_ROOT;
-  EXPECT_EQ(kv_jpx_get_next_box_id(get(), id, &sibling), JPX_OK);
-  return sibling;
-}
-
-std::string TestDocument::tree_below(uint32_t id) {
+std::string tree_below(const Box* parent) {
   std::string result;
-  for (uint32_t child = first_child(id); child != KV_JPX_ROOT; child = next(child)) {
-    uint32_t type = 0;
-    uint8_t is_super = 0;
-    EXPECT_EQ(kv_jpx_get_box_type_by_id(get(), child, &type), JPX_OK);
-    EXPECT_EQ(kv_jpx_is_box_super(get(), child, &is_super), JPX_OK);
+  for (const Box* child = first_child_of(parent); child != nullptr; child = child->next) {
     if (!result.empty()) result += ',';
-    result += type_text(type);
-    if (is_super != 0) result += '(' + tree_below(child) + ')';
+    result += be32(child->type);
+    if (child->kind == kSuper) result += '(' + tree_below(child) + ')';
   }
   return result;
 }
 
-uint32_t TestDocument::find_below(uint32_t id, std::string_view type, int& nth) {
-  for (uint32_t child = first_child(id); child != KV_JPX_ROOT; child = next(child)) {
-    uint32_t child_type = 0;
-    kv_jpx_get_box_type_by_id(get(), child, &child_type);
-    if (child_type == type_code(type) && nth-- == 0) return child;
-    const uint32_t deeper = find_below(child, type, nth);
-    if (deeper != KV_JPX_ROOT) return deeper;
+const Box* find_below(const Box* parent, uint32_t type, int& nth) {
+  for (const Box* child = first_child_of(parent); child != nullptr; child = child->next) {
+    if (child->type == type && nth-- == 0) return child;
+    if (const Box* const deeper = find_below(child, type, nth)) return deeper;
   }
-  return KV_JPX_ROOT;
+  return nullptr;
+}
+
+}  // namespace
+
+std::string TestDocument::tree() { return tree_below(get()->root); }
+
+uint32_t TestDocument::find(std::string_view type, int nth) {
+  const Box* const found = find_below(get()->root, type_code(type), nth);
+  return found != nullptr ? found->id : KV_JPX_ROOT;
 }
 
 uint32_t TestDocument::add(std::string_view type, uint32_t reference, int32_t placement) {
@@ -68,15 +59,19 @@ std::pair<uint64_t, uint32_t> TestDocument::count(uint32_t id, uint32_t key) {
   return result;
 }
 
+std::string TestDocument::take(void* block, uint64_t length) {
+  if (block == nullptr) return {};
+  std::string result(static_cast<char*>(block), length);
+  EXPECT_EQ(kv_jpx_free(get(), block), JPX_OK);
+  return result;
+}
+
 std::string TestDocument::field_bytes(uint32_t id, uint32_t key) {
   uint64_t count = 0;
   uint32_t element_size = 0;
   void* data = nullptr;
   EXPECT_EQ(kv_jpx_get_box_field_buffer(get(), id, key, &count, &element_size, &data), JPX_OK);
-  if (data == nullptr) return {};
-  std::string result(static_cast<char*>(data), count * element_size);
-  EXPECT_EQ(kv_jpx_free(get(), data), JPX_OK);
-  return result;
+  return take(data, count * element_size);
 }
 
 Box* TestDocument::record(uint32_t id) {
@@ -90,16 +85,14 @@ std::string TestDocument::content(uint32_t id) {
   // Some boxes render more than their length says.
   std::string buffer(box->length(box) + 4096, '#');
   uint64_t length = 0;
-  EXPECT_EQ(raised(env(),
-                   [&] {
-                     Stream* const writer =
-                         bs_writer_to_buffer(env(), buffer.data(), buffer.size());
-                     box->render(box, env(), writer);
-                     bs_writer_get_buffer(env(), writer, &length);
-                     bs_destroy(env(), writer);
-                     JPX_SafeFreeInternal(env(), writer);
-                   }),
-            0);
+  const auto render = [&] {
+    Stream* const writer = bs_writer_to_buffer(env(), buffer.data(), buffer.size());
+    box->render(box, env(), writer);
+    bs_writer_get_buffer(env(), writer, &length);
+    bs_destroy(env(), writer);
+    JPX_SafeFreeInternal(env(), writer);
+  };
+  EXPECT_EQ(raised(env(), render), 0);
   return buffer.substr(0, length);
 }
 
@@ -111,18 +104,13 @@ std::string TestDocument::written() {
   void* data = nullptr;
   uint64_t length = 0;
   EXPECT_EQ(kv_jpx_get_output_image(get(), &data, &length), JPX_OK);
-  if (data == nullptr) return {};
-  std::string result(static_cast<char*>(data), length);
-  EXPECT_EQ(kv_jpx_free(get(), data), JPX_OK);
-  return result;
+  return take(data, length);
 }
 
 std::string file_contents(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   EXPECT_TRUE(file.good()) << path;
-  std::ostringstream contents;
-  contents << file.rdbuf();
-  return contents.str();
+  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 }  // namespace kvjpx::test

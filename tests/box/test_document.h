@@ -23,10 +23,10 @@ class TestDocument : public TestContext {
   explicit TestDocument(const std::string& file) { EXPECT_EQ(load(file), JPX_OK); }
 
   // All boxes by type, children in parentheses: "jP  ,ftyp,jp2h(ihdr,colr)".
-  std::string tree() { return tree_below(KV_JPX_ROOT); }
+  std::string tree();
 
   // The nth box of a type in the order of the tree; KV_JPX_ROOT when there are fewer.
-  uint32_t find(std::string_view type, int nth = 0) { return find_below(KV_JPX_ROOT, type, nth); }
+  uint32_t find(std::string_view type, int nth = 0);
 
   // Adds a box that must be taken.
   uint32_t add(std::string_view type, uint32_t reference, int32_t placement = kPlaceFirst);
@@ -47,6 +47,9 @@ class TestDocument : public TestContext {
                                        data.data());
   }
 
+  // The contents of a block that the library handed out, which is freed; none for null.
+  std::string take(void* block, uint64_t length);
+
   // The box record behind an identifier.
   Box* record(uint32_t id);
 
@@ -58,12 +61,6 @@ class TestDocument : public TestContext {
 
   // The whole file, written to memory.
   std::string written();
-
- private:
-  std::string tree_below(uint32_t id);
-  uint32_t find_below(uint32_t id, std::string_view type, int& nth);
-  uint32_t first_child(uint32_t id);
-  uint32_t next(uint32_t id);
 };
 
 // The file's bytes; the path is relative to the repository, where the tests run.

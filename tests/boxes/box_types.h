@@ -23,6 +23,9 @@ struct TypeRule {
 const std::vector<TypeRule>& type_rules();
 const TypeRule& rule_of(std::string_view type);
 
+// The payload of a colr box with an enumerated space.
+inline std::string enumerated(uint32_t space) { return bytes({1, 0, 0}) + be32(space); }
+
 // Wraps a box of this type into the first parent that takes it, up to the root.
 std::string in_parents(std::string_view type, const std::string& box);
 
@@ -48,6 +51,11 @@ class BoxUnderTest : public TestDocument {
   }
   std::string content() { return TestDocument::content(id); }
   uint64_t content_length() { return TestDocument::content_length(id); }
+  // The content once the field, which must take it, has the value.
+  std::string content_after(uint32_t key, uint64_t value, uint64_t index = 0) {
+    EXPECT_EQ(set(key, value, index), JPX_OK);
+    return content();
+  }
   std::string printed() { return TestDocument::printed(id); }
 
   const uint32_t id;
