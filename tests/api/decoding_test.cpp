@@ -16,16 +16,14 @@ std::string header(uint32_t width, uint32_t height, uint32_t components) {
              box("ihdr", be32(height) + be32(width) + be16(components) + bytes({7, 7, 0, 0})));
 }
 
-// A file of pictures placed by offsets.
-struct Placed {
-  uint32_t x;
-  uint32_t y;
-};
-std::string composition(const std::vector<Placed>& places, const std::vector<std::string>& pictures,
-                        const std::string& jp2h) {
+// A file of pictures placed by pairs of offsets.
+using Place = std::pair<uint32_t, uint32_t>;
+std::string composition(const std::string& jp2h, const std::vector<Place>& places,
+                        const std::vector<std::string>& pictures) {
   std::string instructions = be16(1) + be16(0) + be32(0);
-  for (const Placed& place : places) instructions += be32(place.x) + be32(place.y);
-  std::string file = signature_box() + jp2h + box("comp", box("inst", instructions));
+  for (const auto& [x, y] : places) instructions += be32(x) + be32(y);
+  std::string file = signature_box() + jp2h;
+  if (!places.empty()) file += box("comp", box("inst", instructions));
   for (const std::string& picture : pictures) file += box("jp2c", picture);
   return file;
 }
@@ -40,6 +38,13 @@ class DecodingTest : public ::testing::Test {
     EXPECT_EQ(codec().instances, 0);
     EXPECT_EQ(codec().blocks, 0);
   }
+
+  // A file of one picture of this size.
+  void load(uint32_t width, uint32_t height, uint32_t components, uint32_t value) {
+    load(composition(header(width, height, components), {},
+                     {picture(width, height, components, value)}));
+  }
+  void load(const std::string& file) { ASSERT_EQ(context_.load(file), JPX_OK); }
 
   // Decodes into memory; the stand-in's final output is the composed image itself.
   std::string decode() {
@@ -57,8 +62,7 @@ class DecodingTest : public ::testing::Test {
 };
 
 TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
-  ASSERT_EQ(context_.load(signature_box() + header(6, 4, 2) + box("jp2c", picture(6, 4, 2, 10))),
-            JPX_OK);
+  load(6, 4, 2, 10);
   kv_jpx_set_input_jpx_region_level(context_.get(), 2, 2, 0, 0);
   kv_jpx_set_input_jpx_resolution_level(context_.get(), 2, 9);
   kv_jpx_set_input_jpx_quality_level(context_.get(), 3);
@@ -76,20 +80,15 @@ TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
 }
 
 TEST_F(DecodingTest, LevelsBelowTwoAreNotHandedOn) {
-  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
-            JPX_OK);
+  load(2, 2, 1, 5);
   kv_jpx_set_input_jpx_resolution_level(context_.get(), 1, 0);
   EXPECT_EQ(decode(), std::string(4, 5));
-  for (const std::string& call : codec().calls) {
-    EXPECT_NE(call.substr(0, 10), "resolution");
-    EXPECT_NE(call.substr(0, 7), "quality");
-  }
+  const std::vector<std::string> calls = {"region 0 0 2 2", "type 64"};
+  EXPECT_EQ(std::vector<std::string>(codec().calls.begin() + 3, codec().calls.begin() + 5), calls);
 }
 
 TEST_F(DecodingTest, ReductionRoundsUpUnlessFlagKeepsFullSize) {
-  ASSERT_EQ(context_.load(signature_box() + header(1001, 1001, 1) +
-                          box("jp2c", picture(1001, 1001, 1, 3))),
-            JPX_OK);
+  load(1001, 1001, 1, 3);
   kv_jpx_set_input_jpx_resolution_level(context_.get(), 3, 0);
   EXPECT_EQ(decode(), std::string(251 * 251, 3));
   kv_jpx_set_input_jpx_resolution_level(context_.get(), 3, 1);
@@ -97,8 +96,7 @@ TEST_F(DecodingTest, ReductionRoundsUpUnlessFlagKeepsFullSize) {
 }
 
 TEST_F(DecodingTest, RegionIsClippedToTheImage) {
-  ASSERT_EQ(context_.load(signature_box() + header(8, 8, 1) + box("jp2c", picture(8, 8, 1, 1))),
-            JPX_OK);
+  load(8, 8, 1, 1);
   kv_jpx_set_input_jpx_region_level(context_.get(), 6, 5, 100, 100);
   EXPECT_EQ(decode().size(), 2u * 3);
   // A left beyond the image wraps the width around, to more than there is memory for.
@@ -112,9 +110,7 @@ TEST_F(DecodingTest, RegionIsClippedToTheImage) {
 
 TEST_F(DecodingTest, ImageAreaOffsetCutsTheCodestream) {
   // Extent 8 x 4 with the image area from (3, 1): 5 x 3 samples, placed at the image's corner.
-  ASSERT_EQ(
-      context_.load(signature_box() + header(8, 4, 1) + box("jp2c", picture(8, 4, 1, 9, 3, 1))),
-      JPX_OK);
+  load(composition(header(8, 4, 1), {}, {picture(8, 4, 1, 9, 3, 1)}));
   const std::string image = decode();
   EXPECT_EQ(codec().calls[3], "region 0 0 5 3");
   // The codec delivers [3, 5) x [1, 3) of that rectangle.
@@ -123,52 +119,40 @@ TEST_F(DecodingTest, ImageAreaOffsetCutsTheCodestream) {
 }
 
 TEST_F(DecodingTest, LaterInstructionsOverwriteEarlierOnes) {
-  ASSERT_EQ(context_.load(composition({{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)},
-                                      header(4, 3, 1))),
-            JPX_OK);
+  load(composition(header(4, 3, 1), {{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)}));
   EXPECT_EQ(decode(), bytes({1, 1, 1, 1, 1, 1, 7, 7, 1, 1, 7, 7}));
 }
 
 TEST_F(DecodingTest, SkippedInstructionLeavesItsCodestreamToTheNext) {
-  ASSERT_EQ(context_.load(composition({{50, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)},
-                                      header(2, 1, 1))),
-            JPX_OK);
+  load(composition(header(2, 1, 1), {{50, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)}));
   EXPECT_EQ(decode(), bytes({4, 4}));
   EXPECT_EQ(codec().calls[1], "free 0");
   // An instruction right on the edge is not skipped: it uses up its codestream without showing it.
-  ASSERT_EQ(context_.load(composition({{2, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)},
-                                      header(2, 1, 1))),
-            JPX_OK);
+  load(composition(header(2, 1, 1), {{2, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)}));
   EXPECT_EQ(decode(), bytes({6, 6}));
 }
 
 TEST_F(DecodingTest, MissingInstructionsPlaceAtTheCorner) {
-  std::string file = signature_box() + header(2, 1, 1);
-  file += box("jp2c", picture(2, 1, 1, 4)) + box("jp2c", picture(1, 1, 1, 6));
-  ASSERT_EQ(context_.load(file), JPX_OK);
+  load(composition(header(2, 1, 1), {}, {picture(2, 1, 1, 4), picture(1, 1, 1, 6)}));
   EXPECT_EQ(decode(), bytes({6, 4}));
 }
 
 TEST_F(DecodingTest, CodestreamLargerThanItsHeaderIsClipped) {
   // More columns, rows and planes than the image header promised.
-  ASSERT_EQ(context_.load(composition({{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)},
-                                      header(3, 2, 1))),
-            JPX_OK);
+  load(composition(header(3, 2, 1), {{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)}));
   EXPECT_EQ(decode().substr(0, 6), bytes({8, 8, 8, 8, 8, 8}));
   // The final conversion reads three planes; the two that the header did not promise are empty.
   EXPECT_EQ(codec().final_image, std::string(6, 8) + std::string(12, 0));
 }
 
 TEST_F(DecodingTest, TooLittleDeliveredLeavesTheRestEmpty) {
-  ASSERT_EQ(context_.load(signature_box() + header(4, 2, 1) + box("jp2c", picture(4, 2, 1, 5))),
-            JPX_OK);
+  load(4, 2, 1, 5);
   codec().largest_delivery = 6;
   EXPECT_EQ(decode(), bytes({5, 5, 5, 5, 5, 5, 0, 0}));
 }
 
 TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
-  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
-            JPX_OK);
+  load(2, 2, 1, 5);
   codec().answer = 1;  // every verdict is ignored; what is delivered counts
   EXPECT_EQ(decode(), std::string(4, 5));
   codec().delivers_nothing = true;
@@ -180,19 +164,16 @@ TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
 }
 
 TEST_F(DecodingTest, FileTroubleIsTheOnlyVerdictPassedOn) {
-  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
-            JPX_OK);
-  for (const auto& [answer, result] : {std::pair{JPX_ERR_OPEN_FILE, JPX_ERR_OPEN_FILE},
-                                       {JPX_ERR_FILE_IO, JPX_ERR_FILE_IO},
-                                       {JPX_ERR_INVALID_ARGUMENT, JPX_OK}}) {
+  load(2, 2, 1, 5);
+  for (const int32_t answer : {JPX_ERR_OPEN_FILE, JPX_ERR_FILE_IO, JPX_ERR_INVALID_ARGUMENT}) {
     codec().file_answer = answer;
-    EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), result);
+    EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"),
+              answer == JPX_ERR_INVALID_ARGUMENT ? JPX_OK : answer);
   }
 }
 
 TEST_F(DecodingTest, CallersBuffer) {
-  ASSERT_EQ(context_.load(signature_box() + header(2, 2, 1) + box("jp2c", picture(2, 2, 1, 5))),
-            JPX_OK);
+  load(2, 2, 1, 5);
   char own[4];
   void* data = own;
   uint64_t length = 0;
@@ -215,7 +196,7 @@ TEST_F(DecodingTest, NothingToDecode) {
   EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), JPX_OK);
   EXPECT_EQ(codec().calls[1], "raw 0 0 0 24 0");
   // Without a codestream the codec hears of as many components as the header promised.
-  ASSERT_EQ(context_.load(signature_box() + header(1, 2, 3)), JPX_OK);
+  load(composition(header(1, 2, 3), {}, {}));
   codec().calls.clear();
   EXPECT_EQ(decode(), std::string(6, 0));
   EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
@@ -223,12 +204,11 @@ TEST_F(DecodingTest, NothingToDecode) {
 
 TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
   const std::string file =
-      composition({{0, 0}, {1, 0}}, {picture(2, 2, 1, 1), picture(2, 2, 2, 2)}, header(3, 2, 1));
+      composition(header(3, 2, 1), {{0, 0}, {1, 0}}, {picture(2, 2, 1, 1), picture(2, 2, 2, 2)});
   bool has_failed = true;
   for (size_t n = 1; has_failed; ++n) {
-    reset_codec();
     TestContext context;
-    ASSERT_EQ(kv_jpx_set_output_type(context.get(), kPng), JPX_OK);
+    kv_jpx_set_output_type(context.get(), kPng);
     ASSERT_EQ(context.load(file), JPX_OK);
     context.allocator().fail_at(n);
     void* data = nullptr;
@@ -236,8 +216,7 @@ TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
     const int32_t result = kv_jpx_get_output_image(context.get(), &data, &length);
     has_failed = context.allocator().has_failed();
     EXPECT_EQ(result, has_failed ? JPX_ERR_MEMORY : JPX_OK);
-    EXPECT_EQ(codec().instances, 0);
-    EXPECT_EQ(codec().blocks, 0);
+    EXPECT_EQ(codec().instances + codec().blocks, 0);
   }
 }
 

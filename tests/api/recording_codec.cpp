@@ -15,7 +15,6 @@ struct Instance {
   uint64_t region[4];
   int32_t level = 1;
   int32_t flag = 0;
-  int32_t type = 0;
 };
 
 RecordingCodec the_codec;
@@ -27,12 +26,10 @@ void note(const char* name, Numbers... numbers) {
   the_codec.calls.push_back(line);
 }
 
+Instance& of(void* handle) { return *static_cast<Instance*>(handle); }
+
 uint32_t number_at(const std::string& payload, size_t offset, size_t width) {
-  uint32_t number = 0;
-  for (size_t i = 0; i < width; ++i) {
-    number = number << 8 | static_cast<unsigned char>(payload[offset + i]);
-  }
-  return number;
+  return type_code(payload.substr(offset, width));
 }
 
 uint64_t reduced(uint64_t from, uint64_t to, uint32_t shift) {
@@ -79,7 +76,7 @@ int32_t kv_j2k_destroy(void* handle) {
 
 int32_t kv_j2k_set_input_image(void* handle, const void* data, uint32_t length) {
   note("input", length);
-  static_cast<Instance*>(handle)->payload.assign(static_cast<const char*>(data), length);
+  of(handle).payload.assign(static_cast<const char*>(data), length);
   return the_codec.answer;
 }
 
@@ -93,7 +90,7 @@ int32_t kv_j2k_set_input_image_raw(void*, const void* samples, uint32_t height, 
 
 int32_t kv_j2k_get_input_image_info(void* handle, uint32_t* width, uint32_t* height,
                                     uint32_t* unused, uint32_t* components) {
-  const std::string& payload = static_cast<Instance*>(handle)->payload;
+  const std::string& payload = of(handle).payload;
   *width = number_at(payload, 0, 2);
   *height = number_at(payload, 2, 2);
   *unused = 77;
@@ -103,7 +100,7 @@ int32_t kv_j2k_get_input_image_info(void* handle, uint32_t* width, uint32_t* hei
 
 int32_t kv_j2k_get_input_j2k_tile_info(void* handle, uint32_t* a, uint32_t* b, uint32_t* c,
                                        uint32_t* d, uint32_t* x_offset, uint32_t* y_offset) {
-  const std::string& payload = static_cast<Instance*>(handle)->payload;
+  const std::string& payload = of(handle).payload;
   note("tile", a == nullptr && b == nullptr && c == nullptr && d == nullptr);
   *x_offset = number_at(payload, 6, 1);
   *y_offset = number_at(payload, 7, 1);
@@ -113,18 +110,15 @@ int32_t kv_j2k_get_input_j2k_tile_info(void* handle, uint32_t* a, uint32_t* b, u
 int32_t kv_j2k_set_input_j2k_region_level(void* handle, uint64_t left, uint64_t top, uint64_t right,
                                           uint64_t bottom) {
   note("region", left, top, right, bottom);
-  auto* self = static_cast<Instance*>(handle);
-  self->region[0] = left;
-  self->region[1] = top;
-  self->region[2] = right;
-  self->region[3] = bottom;
+  const uint64_t region[] = {left, top, right, bottom};
+  std::copy_n(region, 4, of(handle).region);
   return the_codec.answer;
 }
 
 int32_t kv_j2k_set_input_j2k_resolution_level(void* handle, int32_t level, int32_t flag) {
   note("resolution", level, flag);
-  static_cast<Instance*>(handle)->level = level;
-  static_cast<Instance*>(handle)->flag = flag;
+  of(handle).level = level;
+  of(handle).flag = flag;
   return the_codec.answer;
 }
 
@@ -133,29 +127,22 @@ int32_t kv_j2k_set_input_j2k_quality_level(void*, int32_t level) {
   return the_codec.answer;
 }
 
-int32_t kv_j2k_set_output_type(void* handle, int32_t type) {
+int32_t kv_j2k_set_output_type(void*, int32_t type) {
   note("type", type);
-  static_cast<Instance*>(handle)->type = type;
   return the_codec.answer;
 }
 
 int32_t kv_j2k_get_output_image(void* handle, void** data, uint32_t* length) {
-  auto* self = static_cast<Instance*>(handle);
   note("output", *data != nullptr, *length);
-  if (the_codec.delivers_nothing) {
-    *length = 0;
-    return the_codec.answer;
-  }
-  const std::string output = *data == nullptr ? raw_planes(*self) : the_codec.final_image;
+  const bool is_query = *data != nullptr && *length == 0;
+  const std::string output = *data == nullptr ? raw_planes(of(handle)) : the_codec.final_image;
+  *length = the_codec.delivers_nothing ? 0 : static_cast<uint32_t>(output.size());
+  if (is_query || the_codec.delivers_nothing) return the_codec.answer;
   if (*data == nullptr) {
     *data = malloc(output.size() + 1);
     ++the_codec.blocks;
-  } else if (*length == 0) {
-    *length = static_cast<uint32_t>(output.size());
-    return 0;
   }
   memcpy(*data, output.data(), output.size());
-  *length = static_cast<uint32_t>(output.size());
   return the_codec.answer;
 }
 

@@ -4,18 +4,24 @@
 
 #include <kv_j2k.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 using Bytes = std::vector<uint8_t>;
 
+struct Rectangle {
+  uint32_t left, top, right, bottom;
+};
+
 // What to make a codestream of. Samples come from sample_at.
 struct Recipe {
-  uint32_t x0 = 0, y0 = 0, x1 = 61, y1 = 47;
+  explicit Recipe(Rectangle rectangle = {0, 0, 61, 47}) : area(rectangle) {}
+
+  Rectangle area;
   uint32_t precision = 8;
   bool is_signed = false;
+  bool is_smooth = false;                      // so that filters leave it as it is
   std::vector<uint32_t> spacings = {1, 1, 1};  // one component each
   int levels = 3;
   int tile = 0;              // 0: one tile
@@ -23,18 +29,10 @@ struct Recipe {
 };
 
 // The sample with these numbers in a component, over the whole range of its precision.
-int32_t sample_at(const Recipe& recipe, size_t component, uint32_t column, uint32_t row);
+int32_t sample_at(const Recipe& recipe, uint32_t component, uint32_t column, uint32_t row);
 
+// Made by OpenJPEG.
 Bytes encode(const Recipe& recipe);
-
-struct Rectangle {
-  uint32_t left = 0, top = 0, right = 0, bottom = 0;
-};
-
-// The planes, one byte a sample, as OpenJPEG decodes them by itself. For components without
-// subsampling and of 8 bits.
-Bytes decode_with_openjpeg(const Bytes& file, bool is_jp2, Rectangle area, uint32_t reduction,
-                           uint32_t layers);
 
 // The samples of planes [0, width) x [0, height) made by `sample(component, column, row)`.
 template <typename Sample>
@@ -48,11 +46,13 @@ Bytes planes(uint32_t components, uint32_t width, uint32_t height, Sample sample
   return result;
 }
 
+// The largest difference between two samples in the same place.
+int distance(const Bytes& a, const Bytes& b);
+
 class Codec {
  public:
   Codec() { kv_j2k_create(&handle_); }
-  explicit Codec(const Bytes& codestream) : Codec() { set_input(codestream); }
-  explicit Codec(const Recipe& recipe) : Codec(encode(recipe)) {}
+  explicit Codec(const Recipe& recipe) : Codec() { set_input(encode(recipe)); }
   ~Codec() { kv_j2k_destroy(handle_); }
   Codec(const Codec&) = delete;
   Codec& operator=(const Codec&) = delete;
@@ -65,6 +65,9 @@ class Codec {
   }
   int32_t set_raw(const Bytes& samples, uint32_t width, uint32_t height, uint32_t components) {
     return kv_j2k_set_input_image_raw(handle_, samples.data(), height, width, components, 24, 0);
+  }
+  void set_region(const Rectangle& area) {
+    kv_j2k_set_input_j2k_region_level(handle_, area.left, area.top, area.right, area.bottom);
   }
   // The output that the codec allocates; `result` is the code of the call.
   Bytes output();

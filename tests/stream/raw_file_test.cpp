@@ -17,22 +17,8 @@ namespace {
 std::string loaded(const char* path) {
   uint64_t length = 0;
   void* const data = load_raw_data(path, &length);
-  EXPECT_NE(data, nullptr);
   const std::string result(static_cast<char*>(data), length);
   free(data);
-  return result;
-}
-
-std::string loaded_from_stdin(const std::string& contents) {
-  const TempFile file(contents);
-  const int original = dup(0);
-  const int descriptor = open(file.path(), O_RDONLY);
-  dup2(descriptor, 0);
-  const std::string result = loaded("-");
-  clearerr(stdin);
-  dup2(original, 0);
-  close(original);
-  close(descriptor);
   return result;
 }
 
@@ -47,9 +33,17 @@ TEST(RawFile, IsLoadedAndWrittenWhole) {
 }
 
 TEST(RawFile, StandsForTheStandardStreams) {
+  const int original = dup(0);
   for (const size_t size : {0, 5, 0x80000, 0x100000, 0x100001}) {
-    EXPECT_TRUE(loaded_from_stdin(pattern(size)) == pattern(size)) << size;
+    const TempFile file(pattern(size));
+    const int descriptor = open(file.path(), O_RDONLY);
+    dup2(descriptor, 0);
+    EXPECT_TRUE(loaded("-") == pattern(size)) << size;
+    clearerr(stdin);
+    close(descriptor);
   }
+  dup2(original, 0);
+  close(original);
   EXPECT_EQ(captured_stdout([] {
               write_raw_data("-", "to the ", 7);
               write_raw_data("-", "screen", 6);

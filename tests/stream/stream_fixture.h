@@ -48,6 +48,8 @@ inline std::string read_string(Environment* env, Stream* stream, uint64_t count)
   return result;
 }
 
+using Act = void (*)(Environment*, Stream*);
+
 // Swaps the stream's descriptor for one of the same file that refuses reads or writes.
 inline void reopen(Stream* stream, const char* path, int flags) {
   const int descriptor = open(path, flags | O_CLOEXEC);

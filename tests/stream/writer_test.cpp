@@ -29,31 +29,23 @@ INSTANTIATE_TEST_SUITE_P(Sources, EveryWriter, ::testing::Values(kMemory, kFile,
                          source_name);
 
 TEST_P(EveryWriter, StoresNumbersInBothByteOrders) {
-  bs_write_1_byte(env, stream, 0xABCD);
-  bs_write_2_byte_big(env, stream, 0x0102);
-  bs_write_2_byte_little(env, stream, 0x0102);
-  bs_write_4_byte_big(env, stream, 0x01020304);
-  bs_write_4_byte_little(env, stream, 0x01020304);
-  bs_write_8_byte_big(env, stream, 0x0102030405060708);
-  bs_write_8_byte_little(env, stream, 0x0102030405060708);
-  bs_write_n_byte(env, stream, 0xFF010203, 3, 1);
+  void (*const writes[])(Environment*, Stream*, uint64_t) = {
+      bs_write_1_byte,        bs_write_2_byte_big,    bs_write_4_byte_big,   bs_write_8_byte_big,
+      bs_write_2_byte_little, bs_write_4_byte_little, bs_write_8_byte_little};
+  for (const auto write : writes) write(env, stream, 0x0102030405060708);
   bs_write_n_byte(env, stream, 1, 0, 0);
   bs_write_n_byte(env, stream, 1, 9, 0);
   bs_write_memcpy(env, stream, nullptr, 0);
-  EXPECT_EQ(finish(), bytes({0xCD, 1, 2, 2, 1, 1, 2, 3, 4, 4, 3, 2, 1, 1, 2, 3,
-                             4,    5, 6, 7, 8, 8, 7, 6, 5, 4, 3, 2, 1, 3, 2, 1}));
+  EXPECT_EQ(finish(), bytes({8, 7, 8, 5, 6, 7, 8, 1, 2, 3, 4, 5, 6, 7, 8,
+                             8, 7, 8, 7, 6, 5, 8, 7, 6, 5, 4, 3, 2, 1}));
 }
 
 TEST_P(EveryWriter, GrowsByWhatAWriteNeeds) {
-  EXPECT_EQ(bs_get_file_size(env, stream), 0u);
-  for (uint64_t size = 1; size <= 3; ++size) {
-    bs_write_1_byte(env, stream, size);
+  for (const uint64_t size : {8, 16}) {
+    bs_write_8_byte_big(env, stream, 0);
     EXPECT_EQ(bs_get_file_size(env, stream), size);
   }
-  bs_write_8_byte_big(env, stream, 0);
-  EXPECT_EQ(bs_get_file_size(env, stream), 11u);
   EXPECT_EQ(bs_at_eof(env, stream), 1u);
-  EXPECT_EQ(finish(), bytes({1, 2, 3}) + be64(0));
 }
 
 TEST_P(EveryWriter, WritesInOrderAndWhereItIsPositioned) {
@@ -62,15 +54,14 @@ TEST_P(EveryWriter, WritesInOrderAndWhereItIsPositioned) {
     piece = std::min(piece + 7, expected.size() - position);
     bs_write_memcpy(env, stream, expected.data() + position, piece);
   }
-  for (const uint64_t position : {29990u, 10u, 5000u, 4095u, 29998u}) {
+  expected.resize(31000);
+  expected += "**";
+  for (const uint64_t position : {29990u, 10u, 5000u, 4095u, 29998u, 31000u}) {
     bs_set_current_position(env, stream, position);
     bs_write_2_byte_big(env, stream, 0x2A2A);
     EXPECT_EQ(bs_get_current_position(env, stream), position + 2);
     expected.replace(position, 2, "**");
   }
-  bs_set_current_position(env, stream, 31000);
-  bs_write_1_byte(env, stream, '!');
-  expected += std::string(1000, '\0') + "!";
   EXPECT_TRUE(finish() == expected);
 }
 
@@ -109,41 +100,23 @@ TEST(FileWriter, RaisesTheSystemsRefusals) {
   }
 }
 
-TEST(FileWriter, NeverLosesAViewSilently) {
-  const TempFile file;
-  for (const auto leave : {+[](Environment*e, Stream*s) { bs_write_1_byte(e, s, 2); },
-                           +[](Environment*e, Stream*s) { bs_destroy(e, s); },
-                           +[](Environment*e, Stream*s) { bs_set_current_position(e, s, 9); }}) {
-    EXPECT_EQ(code_of([&](Environment* e) {
-                Stream* const stream = bs_writer_to_file(e, file.path(), 0);
-                bs_write_1_byte(e, stream, 1);
-                reopen(stream, file.path(), O_RDONLY);
-                leave(e, stream);
-              }),
-              JPX_ERR_FILE_IO);
-  }
-}
-
 TEST(BoundedWriter, FillsTheCallersBufferAndNoMore) {
   uint8_t buffer[5] = {0, 0, 0, 0, 99};
-  const auto after_writing = [&](int count, void (*act)(Environment*, Stream*)) {
-    return code_of([&](Environment* e) {
-      Stream* const stream = bs_writer_to_buffer(e, buffer, 4);
-      for (int i = 0; i < count; ++i) bs_write_1_byte(e, stream, 7);
-      act(e, stream);
-    });
-  };
-  EXPECT_EQ(after_writing(4, [](auto* e, auto* s) { bs_set_current_position(e, s, 4); }), 0);
-  EXPECT_EQ(after_writing(4, [](auto* e, auto* s) { bs_write_1_byte(e, s, 8); }),
-            JPX_ERR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(std::string(buffer, buffer + 5), bytes({7, 7, 7, 7, 99}));
-  EXPECT_EQ(after_writing(0, [](auto* e, auto* s) { bs_set_current_position(e, s, 5); }),
-            JPX_ERR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(after_writing(1, [](auto* e, auto* s) { bs_writer_grow(e, s, 3); }),
-            JPX_ERR_BUFFER_TOO_SMALL)
-      << "up to the very end";
-  EXPECT_EQ(after_writing(1, [](auto* e, auto* s) { bs_writer_grow(e, s, 2); }), JPX_ERR_INTERNAL)
-      << "a buffer that is not its own";
+  const std::pair<Act, int> acts[] = {
+      {[](auto* e, auto* s) { bs_set_current_position(e, s, 4); }, 0},
+      {[](auto* e, auto* s) { bs_set_current_position(e, s, 5); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_write_4_byte_big(e, s, 8); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_writer_grow(e, s, 3); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_writer_grow(e, s, 2); }, JPX_ERR_INTERNAL}};  // not its own
+  for (const auto& [act, code] : acts) {
+    EXPECT_EQ(code_of([&, act = act](Environment* e) {
+                Stream* const stream = bs_writer_to_buffer(e, buffer, 4);
+                bs_write_1_byte(e, stream, 7);
+                act(e, stream);
+              }),
+              code);
+  }
+  EXPECT_EQ(std::string(buffer, buffer + 5), bytes({7, 0, 0, 0, 99}));
 }
 
 TEST(MemoryWriter, HandsOverWhatStandsBeforeTheCursor) {
@@ -159,10 +132,6 @@ TEST(MemoryWriter, HandsOverWhatStandsBeforeTheCursor) {
   EXPECT_EQ(bs_writer_get_buffer(env, stream, nullptr), nullptr);
   bs_destroy(env, stream);
   EXPECT_EQ(kv_jpx_free(context.get(), buffer), JPX_OK);
-  EXPECT_EQ(code_of([](Environment* e) {
-              bs_writer_get_buffer(e, bs_writer_to_file(e, "/dev/null", 0), nullptr);
-            }),
-            JPX_ERR_INTERNAL);
 }
 
 TEST(CopyFromStream, TakesTheSourcePastLimitsAndStartsOverBehindItsView) {
@@ -196,7 +165,6 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
   };
   const auto nothing = [](Environment*, const char*) -> Stream* { return nullptr; };
   const auto reader = bs_reader_from_mmap;
-  const auto writer = [](auto* e, auto*) { return bs_writer_to_file(e, "/dev/null", 10); };
   const auto bounded = [](auto* e, auto*) { return bs_writer_to_buffer(e, allocate(e, 100), 100); };
   const auto stepless = [](auto* e, auto*) { return bs_writer_to_buffer(e, nullptr, 0); };
   const auto shrunk = [](auto* e, auto* path) {
@@ -205,9 +173,9 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
     return stream;
   };
   EXPECT_EQ(copy(nothing, reader, 0), JPX_ERR_INTERNAL);
-  EXPECT_EQ(copy(writer, nothing, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(bounded, nothing, 0), JPX_ERR_INTERNAL);
   EXPECT_EQ(copy(reader, reader, 0), JPX_ERR_INTERNAL);
-  EXPECT_EQ(copy(writer, writer, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(bounded, bounded, 0), JPX_ERR_INTERNAL);
   EXPECT_EQ(copy(stepless, reader, 0), 0);
   EXPECT_EQ(copy(stepless, reader, 1), JPX_ERR_INTERNAL) << "it would never end";
   EXPECT_EQ(copy(bounded, shrunk, 100), JPX_ERR_READ_PAST_END);

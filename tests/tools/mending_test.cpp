@@ -4,6 +4,7 @@
 #include "sample_boxes.h"
 #include "shell.h"
 
+namespace kvjpx::test {
 namespace {
 
 using MendingTest = ShellTest;
@@ -51,10 +52,9 @@ TEST_F(MendingTest, WritesChangedPalettes) {
 
 TEST_F(MendingTest, RefusesPalettesThatTheLibraryCannotHold) {
   write("a.jp2", file_with(palette_box(2, "\10", "aabb")));
-  EXPECT_TRUE(
-      fails(run("kvjpx set a.jp2 'jp2h/pclr.C[0]=1' -o b.jp2"), 6,
+  refuses({{"set a.jp2 'jp2h/pclr.C[0]=1' -o b.jp2", 6,
             "a.jp2: a palette has a column of 9, 17, 25 or more than 32 bits, whose values the "
-            "library cannot hold; nothing is written (--force writes it all the same)"));
+            "library cannot hold; nothing is written (--force writes it all the same)"}});
   output_of("kvjpx set a.jp2 'jp2h/pclr.C[0]=1' --force -o b.jp2");
   EXPECT_EQ(read("b.jp2"), file_with(palette_box(2, "\10", "\1a")));
 }
@@ -92,3 +92,4 @@ TEST_F(MendingTest, TellsAddedContainersFromThoseThatWereThere) {
 }
 
 }  // namespace
+}  // namespace kvjpx::test

@@ -1,24 +1,23 @@
-// Tiny files, put together from boxes.
+// Boxes of the files that the tests of the program work on.
 #ifndef KVJPX_TESTS_TOOLS_SAMPLE_BOXES_H_
 #define KVJPX_TESTS_TOOLS_SAMPLE_BOXES_H_
 
-#include <cstdint>
 #include <string>
 
-std::string big_endian(uint64_t value, unsigned width);
+#include "support/bytes.h"
 
-// A box with the 8-byte header.
-std::string box(const std::string& type, const std::string& content);
+namespace kvjpx::test {
 
-std::string signature_box();
-std::string file_type_box();
-// Header of an image of 3 rows and 5 columns with one component.
-std::string image_header_box();
-std::string srgb_box();
-std::string gray_box();
+inline std::string srgb_box() { return box("colr", bytes({1, 0, 0}) + be32(16)); }
+inline std::string gray_box() { return box("colr", bytes({1, 0, 0}) + be32(17)); }
 
 // Signature, file type, header with two colour specifications, a label, and a codestream box: exact
 // 8-byte headers throughout, so it is written back as it was read.
-std::string small_jp2();
+inline std::string small_jp2() {
+  return jp2_file(srgb_box() + gray_box()) + box("lbl ", "Nemo") +
+         box("jp2c", bytes({0xFF, 0x4F, 0, 1, 0xFF, 0xD9}));
+}
+
+}  // namespace kvjpx::test
 
 #endif  // KVJPX_TESTS_TOOLS_SAMPLE_BOXES_H_

@@ -9,19 +9,7 @@
 #include <fstream>
 #include <iterator>
 
-namespace {
-
-// Captured output lies outside the test's folder, so that a test can look at what is left there.
-std::string captured(const std::string& folder, const char* stream) {
-  return folder + "." + stream;
-}
-
-std::string file_contents(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-}  // namespace
+#include "support/files.h"
 
 void ShellTest::SetUp() {
   std::string pattern = testing::TempDir() + "kvjpx-XXXXXX";
@@ -40,14 +28,13 @@ void ShellTest::SetUp() {
 void ShellTest::TearDown() {
   std::filesystem::current_path("/");
   std::filesystem::remove_all(folder_);
-  for (const char* stream : {"out", "err"}) std::filesystem::remove(captured(folder_, stream));
 }
 
 Result ShellTest::run(const std::string& line) {
-  const std::string out = captured(folder_, "out");
-  const std::string err = captured(folder_, "err");
-  const int status = std::system(("{ " + line + "\n} >" + out + " 2>" + err).c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, file_contents(out), file_contents(err)};
+  // Outside the test's folder, so that a test can look at what is left there.
+  const kvjpx::test::TempFile out, err;
+  const int status = std::system(("{ " + line + "\n} >" + out.path() + " 2>" + err.path()).c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.contents(), err.contents()};
 }
 
 std::string ShellTest::output_of(const std::string& line) {
@@ -57,15 +44,25 @@ std::string ShellTest::output_of(const std::string& line) {
   return result.out;
 }
 
+void ShellTest::refuses(const std::vector<Refusal>& refusals) {
+  for (const auto& [arguments, exit_code, message] : refusals) {
+    const Result result = run("kvjpx " + arguments);
+    EXPECT_TRUE(fails(result, exit_code, message)) << arguments;
+  }
+}
+
 void ShellTest::write(const std::string& name, const std::string& bytes) {
   std::ofstream(name, std::ios::binary) << bytes;
 }
 
-std::string ShellTest::read(const std::string& name) { return file_contents(name); }
+std::string ShellTest::read(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 testing::AssertionResult fails(const Result& result, int exit_code, const std::string& message) {
-  if (result.exit_code == exit_code && result.err == "kvjpx: " + message + "\n" &&
-      result.out.empty()) {
+  const bool is_told = message.empty() || result.err == "kvjpx: " + message + "\n";
+  if (result.exit_code == exit_code && is_told && result.out.empty()) {
     return testing::AssertionSuccess();
   }
   return testing::AssertionFailure()

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 struct Result {
   int exit_code;
@@ -23,6 +24,15 @@ class ShellTest : public testing::Test {
 
   // Runs a line that must succeed silently and returns what it printed.
   std::string output_of(const std::string& line);
+
+  struct Refusal {
+    std::string arguments;
+    int exit_code;
+    std::string message;  // if empty, any
+  };
+
+  // Runs the program with arguments that it must refuse.
+  void refuses(const std::vector<Refusal>& refusals);
 
   void write(const std::string& name, const std::string& bytes);
   std::string read(const std::string& name);
