@@ -315,6 +315,7 @@ TEST_F(ToolTest, KeepsBinaryDataFromTerminals) {
   const auto on_terminal = [this](const std::string& line) {
     return run("script -qec '" + line + "' /dev/null </dev/null");
   };
+  if (on_terminal("true").exit_code != 0) GTEST_SKIP() << "no terminal can be made here";
   const Result refused = on_terminal("kvjpx extract a.jp2 jp2c");
   EXPECT_EQ(refused.exit_code, 2);
   EXPECT_EQ(refused.out,
