@@ -1,4 +1,5 @@
 // Stream readers over memory, files and mappings.
+#include <filesystem>
 #include <iterator>
 #include <vector>
 
@@ -125,8 +126,8 @@ class FileReader : public EveryReader {
  protected:
   // Makes the file zeros of this size, but for a letter on each of the given positions.
   void fill(uint64_t size, const std::map<uint64_t, char>& letters) const {
-    truncate(file.path(), 0);
-    truncate(file.path(), static_cast<off_t>(size));
+    std::filesystem::resize_file(file.path(), 0);
+    std::filesystem::resize_file(file.path(), size);
     const int descriptor = ::open(file.path(), O_WRONLY);
     for (const auto& [position, letter] : letters) {
       EXPECT_EQ(pwrite(descriptor, &letter, 1, static_cast<off_t>(position)), 1);
@@ -144,7 +145,7 @@ TEST_P(FileReader, RaisesEighteenWhereAFileThatShrankEnds) {
       fill(kView + 6000, {});
       EXPECT_EQ(code_of([&](Environment* e) {
                   Stream* const stream = open(e);
-                  truncate(file.path(), static_cast<off_t>(left));
+                  std::filesystem::resize_file(file.path(), left);
                   for (uint64_t i = 0; i < left; ++i) EXPECT_EQ(bs_read_1_byte(e, stream), 0u);
                   act(e, stream);
                 }),
@@ -167,7 +168,7 @@ TEST_P(FileReader, FindsLaterViewsWhereItsKindLooksForThem) {
     EXPECT_EQ(bs_get_current_position(e, stream), (leaps ? 3 : 2) * kView + 1);
   };
   EXPECT_EQ(code_of(third_view), 0);
-  truncate(file.path(), 3 * kView);
+  std::filesystem::resize_file(file.path(), 3 * kView);
   EXPECT_EQ(code_of(third_view), leaps ? JPX_ERR_READ_PAST_END : 0);
 }
 

@@ -1,4 +1,6 @@
 // Stream writers to memory, files and mappings, and the copy from stream to stream.
+#include <filesystem>
+
 #include "stream/stream_fixture.h"
 
 namespace kvjpx::test {
@@ -169,7 +171,7 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
   const auto stepless = [](auto* e, auto*) { return bs_writer_to_buffer(e, nullptr, 0); };
   const auto shrunk = [](auto* e, auto* path) {
     Stream* const stream = bs_reader_from_mmap(e, path);
-    truncate(path, 50);
+    std::filesystem::resize_file(path, 50);
     return stream;
   };
   EXPECT_EQ(copy(nothing, reader, 0), JPX_ERR_INTERNAL);
