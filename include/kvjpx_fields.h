@@ -29,7 +29,7 @@
 /* bpcc: bits per component (15444-1, I.5.3.2). */
 #define JPX_FIELD_BPCC_BPC 0xE74C3082u
 
-/* colr: colour specification (15444-1, I.5.3.3; 15444-2, M.11). */
+/* colr: colour, by enumeration, ICC profile or vendor method (15444-1, I.5.3.3; 15444-2, M.11). */
 #define JPX_FIELD_COLR_METH 0x937F581Au
 #define JPX_FIELD_COLR_PREC 0xF60DAD6Eu
 #define JPX_FIELD_COLR_APPROX 0x3A367A02u

@@ -1,4 +1,4 @@
-// colr, the colour specification box (ISO/IEC 15444-1, I.5.3.3; 15444-2, M.11).
+// colr, how samples are to be read as colour (ISO/IEC 15444-1, I.5.3.3; 15444-2, M.11).
 //
 //   1 METH, 1 PREC, 1 APPROX, then by METH:
 //     1     4 EnumCS

@@ -77,7 +77,7 @@ TEST_F(ToolTest, EveryListedPathIsTaken) {
 }
 
 TEST_F(ToolTest, FindsBoxesByPath) {
-  // The last byte of a colour specification tells the two apart.
+  // The last byte of a colr box tells the two apart.
   const auto color_space = [this](const std::string& path) -> int {
     return output_of("kvjpx extract --force a.jp2 '" + path + "'").back();
   };
