@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 
 namespace kvjpx::test {
 namespace {
@@ -67,6 +68,17 @@ void* mmap(void* address, size_t length, int protection, int flags, int descript
   if (descriptor >= 0 && fails(kMmap)) return MAP_FAILED;
   return reinterpret_cast<void*>(
       syscall(SYS_mmap, address, length, protection, flags, descriptor, offset));
+}
+
+// A descriptor is gone also when closing it fails, as Linux has it.
+int close(int descriptor) {
+  const int result = static_cast<int>(syscall(SYS_close, descriptor));
+  return descriptor > 2 && fails(kClose) ? -1 : result;
+}
+
+int rename(const char* from, const char* to) noexcept {
+  if (fails(kRename)) return -1;
+  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 }  // extern "C"

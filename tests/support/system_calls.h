@@ -6,7 +6,7 @@
 
 namespace kvjpx::test {
 
-enum SystemCall { kOpen, kFstat, kPread, kWrite, kMmap, kSystemCalls };
+enum SystemCall { kOpen, kFstat, kPread, kWrite, kMmap, kClose, kRename, kSystemCalls };
 
 // Lets the n-th call from now (the next is 1) fail, on files that are not standard streams; it
 // alone. 0 cancels.
