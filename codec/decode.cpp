@@ -18,7 +18,14 @@ struct AxisPlan {
   Span decoded;              // the part of the reference grid that OpenJPEG decodes
 };
 
-AxisPlan plan_picture(const GridAxis& axis, const Span& rectangle, uint32_t shift) {
+// The side of the rectangle asked for.
+Span asked_span(const DecodeSettings& settings, uint64_t from, uint64_t to) {
+  const bool is_whole = (settings.left | settings.top | settings.right | settings.bottom) == 0;
+  return is_whole ? Span{0, UINT64_MAX} : Span{from, to};
+}
+
+AxisPlan plan_picture(const GridAxis& axis, const Span& rectangle, const DecodeSettings& settings) {
+  const uint32_t shift = settings.is_kept_at_size ? 0 : settings.reduction;
   AxisPlan plan;
   plan.image = {axis.begin, axis.end};
   plan.picture_spacing = uint64_t{1} << shift;
@@ -30,13 +37,11 @@ AxisPlan plan_picture(const GridAxis& axis, const Span& rectangle, uint32_t shif
 class Decoding {
  public:
   Decoding(const Bytes& codestream, const CodestreamHeader& header, const DecodeSettings& settings)
-      : codestream_(codestream), header_(header), settings_(settings) {
-    const bool is_whole = (settings.left | settings.top | settings.right | settings.bottom) == 0;
-    const Span all = {0, UINT64_MAX};
-    const uint32_t shift = settings.is_kept_at_size ? 0 : settings.reduction;
-    x_ = plan_picture(header.x, is_whole ? all : Span{settings.left, settings.right}, shift);
-    y_ = plan_picture(header.y, is_whole ? all : Span{settings.top, settings.bottom}, shift);
-  }
+      : codestream_(codestream),
+        header_(header),
+        settings_(settings),
+        x_(plan_picture(header.x, asked_span(settings, settings.left, settings.right), settings)),
+        y_(plan_picture(header.y, asked_span(settings, settings.top, settings.bottom), settings)) {}
 
   Image run() {
     if (x_.picture.is_empty() || y_.picture.is_empty()) return Image();

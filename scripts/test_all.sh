@@ -40,7 +40,7 @@ section "Without the codec"
 variant no-codec $werror -DCMAKE_BUILD_TYPE=Release -DKVJPX_BUILD_CODEC=OFF
 
 section "A stack of 512 KiB"
-(ulimit -s 512 && build/bin/kvjpx_tests --gtest_brief=1)
+(ulimit -s 512 && ctest --test-dir build --output-on-failure -j2 | tail -n 8)
 
 section "aarch64 under qemu"
 scripts/test_aarch64.sh
@@ -50,7 +50,7 @@ scripts/check_tidy.sh build-clang
 
 section "cppcheck"
 cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
-  --error-exitcode=1 -j2 -I include -I src src
+  --error-exitcode=1 -j2 -I include -I src -I codec -I tools -I fuzz src codec tools fuzz bench
 echo "clean"
 
 section "Fuzzers"

@@ -200,13 +200,15 @@ void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns,
   if (rows == 0 || columns == 0 || element_size == 0) return nullptr;
   auto** table = static_cast<void**>(allocate(env, rows * sizeof(void*)));
   // The element count wraps at 32 bits while the stride does not: outside callers, whom this
-  // serves, know it like that and keep their tables below.
+  // serves, know it like that and keep their tables below. In larger ones rows point past the
+  // block, so these are numbers until a caller follows them.
   const uint32_t count = rows * columns;
   const size_t size = size_t{count} * element_size;
-  auto* data =
-      static_cast<char*>(zero_fill != 0 ? allocate_zeroed(env, size) : allocate(env, size));
+  void* const data = zero_fill != 0 ? allocate_zeroed(env, size) : allocate(env, size);
   const size_t stride = size_t{columns} * element_size;
-  for (uint32_t row = 0; row < rows; ++row) table[row] = data + row * stride;
+  for (uint32_t row = 0; row < rows; ++row) {
+    table[row] = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(data) + row * stride);
+  }
   return table;
 }
 
