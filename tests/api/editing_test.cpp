@@ -90,6 +90,7 @@ TEST(Walking, GoesFromFirstChildToNextAndByType) {
   EXPECT_EQ(first(0), 1u);
   EXPECT_EQ(first(2), kUnknownId) << "without children";
   EXPECT_EQ(first(3), kUnknownId) << "not a container";
+  EXPECT_EQ(kv_jpx_get_first_child_box_id(context, 0, nullptr), 3);
   EXPECT_EQ(next(0), 2u);
   EXPECT_EQ(next(3), KV_JPX_ROOT);
   EXPECT_EQ(next_of("xml ", 0), 1u);

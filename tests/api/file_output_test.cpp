@@ -47,6 +47,21 @@ TEST(FileOutput, KeepsModeAndLink) {
   unlink(link.c_str());
 }
 
+// The name leaves no room for a temporary one's ending.
+TEST(FileOutput, IsWrittenDirectlyWhereNoTemporaryFileCanBe) {
+  const TempFile original(jp2_file());
+  const std::string target = std::string(original.path()) + std::string(235, 'n');
+  ASSERT_EQ(link(original.path(), target.c_str()), 0);
+  TestContext context;
+  ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), target.c_str()), JPX_OK);
+  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.c_str()), JPX_ERR_OPEN_FILE);
+  EXPECT_EQ(original.contents(), jp2_file()) << "a tree is not written over its own input";
+  ASSERT_EQ(context.load(box("free")), JPX_OK);
+  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.c_str()), JPX_OK);
+  EXPECT_EQ(original.contents(), box("free"));
+  unlink(target.c_str());
+}
+
 TEST(FileOutput, RefusedPlaces) {
   const std::pair<const char*, int32_t> places[] = {{"/nonexistent/file", JPX_ERR_OPEN_FILE},
                                                     {nullptr, JPX_ERR_OPEN_FILE},
