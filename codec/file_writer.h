@@ -6,7 +6,8 @@
 
 namespace kvj2k {
 
-// Throws Failure (100, 102) unless every byte has reached the file.
+// Throws Failure (100, 102) unless every byte has reached the file. A regular file that stands
+// there is replaced only by a complete one, and a new one is removed again when it fails.
 void write_file(const char* path, const Bytes& bytes);
 
 }  // namespace kvj2k

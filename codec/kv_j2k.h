@@ -50,7 +50,7 @@ enum kv_j2k_error {
   KV_J2K_ERR_NOTHING_TO_WRITE = 21,
   /** The output file could not be opened. */
   KV_J2K_ERR_OPEN_FILE = 100,
-  /** Writing or closing the output file failed; what the file now holds is not usable. */
+  /** Writing, closing or replacing the output file failed. */
   KV_J2K_ERR_FILE_IO = 102,
   /** A library underneath failed for a reason of its own. */
   KV_J2K_ERR_INTERNAL = 999
@@ -200,7 +200,11 @@ KV_J2K_API int32_t kv_j2k_set_output_type(void* codec, int32_t type);
 KV_J2K_API int32_t kv_j2k_get_output_image(void* codec, void** data, uint32_t* length);
 
 /** As kv_j2k_get_output_image, into a file, which is created or overwritten once the output is
- * ready. Returns besides: 21, and then no file is touched; 100; 102. */
+ * ready. A regular file that stands there is replaced only once the new one is complete; meanwhile
+ * a file named like it with seven characters more stands beside it. (Only where no such file can be
+ * made is it overwritten in place.) A new file is removed again when it fails.
+ *
+ * Returns besides: 21, and then no file is touched; 100; 102. */
 KV_J2K_API int32_t kv_j2k_get_output_image_file(void* codec, const char* path);
 
 /** Releases a block that kv_j2k_get_output_image allocated; null is no block. The handle is not

@@ -303,12 +303,12 @@ KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data,
 /**
  * Writes the output to a file. With KV_JPX_OUTPUT_JPX a regular file that stands there is replaced
  * only once the new one is complete, and may be the input itself; meanwhile a file named like it
- * with seven characters more stands beside it.
+ * with seven characters more stands beside it. A new file is removed again when it fails.
  *
  * Returns 0; 8; 100 when the file that stands there may not be written or replaced; (ending) 100
  * when the file cannot be created, 102 when writing fails (a full disk, say), 18 or 999 when the
- * input can no longer be read. A decoded image that the codec cannot write is answered with 100 or
- * 102, not ending.
+ * input can no longer be read. A decoded image is written by the codec (by libkvj2k in the same
+ * way); one that it cannot write is answered with 100 or 102, not ending.
  */
 KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
 

@@ -1,7 +1,7 @@
 // Public functions: choosing the output and delivering the JPX file written from the tree. Decoded
 // images are in decoding.cpp.
 #include "api/decoding.h"
-#include "api/file_replacement.h"
+#include "api/file_output.h"
 #include "box/box.h"
 #include "frame/guard.h"
 #include "kvjpx.h"

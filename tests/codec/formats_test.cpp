@@ -1,7 +1,9 @@
 // Output formats, read back by other means than the codec's own, and output files.
 #include <gtest/gtest.h>
 #include <png.h>
+#include <sys/resource.h>
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <cstdio>
 // clang-format off
@@ -9,6 +11,7 @@
 // clang-format on
 
 #include <algorithm>
+#include <csignal>
 
 #include "support/files.h"
 #include "test_pictures.h"
@@ -192,6 +195,26 @@ TEST(Files, HoldTheOutputOrStayAsTheyAre) {
   EXPECT_EQ(file.contents(), "\1\2\3");
 
   kv_j2k_set_output_type(codec, KV_J2K_OUTPUT_PLANES);
+  const std::string fresh = std::string(file.path()) + ".new";
+  const std::string link = std::string(file.path()) + ".link";
+  ASSERT_EQ(symlink(file.path(), link.c_str()), 0);
+  // A limit on file sizes stands for a full disk.
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit full = {2, limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &full);
+  codec.set_raw({4, 5, 6}, 3, 1, 1);
+  for (const std::string& path : {link, fresh}) {
+    EXPECT_EQ(kv_j2k_get_output_image_file(codec, path.c_str()), KV_J2K_ERR_FILE_IO);
+  }
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_EQ(file.contents(), "\1\2\3");
+  EXPECT_NE(access(fresh.c_str(), F_OK), 0) << "half a file";
+  EXPECT_EQ(kv_j2k_get_output_image_file(codec, link.c_str()), 0);
+  EXPECT_EQ(file.contents(), "\4\5\6") << "a link stays one";
+  unlink(link.c_str());
+
   const char* const missing = "/nonexistent/folder/picture";
   EXPECT_EQ(kv_j2k_get_output_image_file(codec, missing), KV_J2K_ERR_OPEN_FILE);
   EXPECT_NE(codec.error_text().find(missing), std::string::npos);

@@ -1,6 +1,7 @@
 // Makes system calls of the library fail (see system_calls.h).
 #include "support/system_calls.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -46,6 +47,12 @@ int open(const char* path, int flags, ...) {
   va_end(arguments);
   if (fails(kOpen)) return -1;
   return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+int mkostemp(char* pattern, int flags) {
+  if (fails(kOpen)) return -1;
+  using Function = int (*)(char*, int);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "mkostemp"))(pattern, flags);
 }
 
 int fstat(int descriptor, struct stat* status) noexcept {
