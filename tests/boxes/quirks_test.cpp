@@ -120,6 +120,7 @@ TEST(Palette, DividesTheIndexOfAValueByTheEntries) {
   const uint64_t expected[] = {11, 12, 21, 21, 22, 31, 31};
   for (uint64_t i = 0; i < 7; ++i) EXPECT_EQ(tall.value(JPX_FIELD_PCLR_C, i), expected[i]) << i;
   EXPECT_EQ(tall.get_code(JPX_FIELD_PCLR_C, 7), 4);
+  EXPECT_EQ(tall.set(JPX_FIELD_PCLR_C, 256, 7), 4) << "the index is judged before the value";
 
   // Two entries of three columns: index 4 and 5 lead to a third row, which is not there.
   BoxUnderTest wide("pclr", palette(2, bytes({7, 7, 7}), bytes({11, 12, 13, 21, 22, 23})));
@@ -137,9 +138,13 @@ TEST(Palette, DividesTheIndexOfAValueByTheEntries) {
   EXPECT_EQ(square.content_after(JPX_FIELD_PCLR_C, 9, 4), payload);
   EXPECT_EQ(square.value(JPX_FIELD_PCLR_C, 4), 9u);
 
-  BoxUnderTest empty("pclr");
-  EXPECT_EQ(empty.get_code(JPX_FIELD_PCLR_C), 4);
-  EXPECT_EQ(empty.set(JPX_FIELD_PCLR_C, 0), 4);
+  BoxUnderTest made("pclr");
+  EXPECT_EQ(made.get_code(JPX_FIELD_PCLR_C), 4);
+  EXPECT_EQ(made.set(JPX_FIELD_PCLR_NE, 1), JPX_OK);
+  EXPECT_EQ(made.set_bytes(JPX_FIELD_PCLR_B, bytes({7, 7})), JPX_OK);
+  EXPECT_EQ(made.set(JPX_FIELD_PCLR_C, 0), 4) << "depths alone make no table";
+  EXPECT_EQ(made.set_bytes(JPX_FIELD_PCLR_C, std::string(8, '\0'), 4), JPX_OK);
+  EXPECT_EQ(made.set(JPX_FIELD_PCLR_C, 0), JPX_OK);
 }
 
 TEST(Palette, JudgesValuesByTheDepthOfTheirColumn) {

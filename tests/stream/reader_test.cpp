@@ -172,6 +172,14 @@ TEST_P(FileReader, FindsLaterViewsWhereItsKindLooksForThem) {
   EXPECT_EQ(code_of(third_view), leaps ? JPX_ERR_READ_PAST_END : 0);
 }
 
+TEST_P(FileReader, ReadsAcrossTheEndOfAView) {
+  fill(kView + 9000, {{kView - 5001, 'a'}, {kView, 'b'}});
+  Stream* const stream = open(env);
+  EXPECT_EQ(bs_read_1_byte(env, stream), 0u);
+  bs_set_current_position(env, stream, kView - 5001);
+  EXPECT_EQ(read_string(env, stream, 5002), 'a' + std::string(5000, '\0') + 'b');
+}
+
 TEST_P(FileReader, SeeksNearTheEndOfABigFileThroughAMappingOnly) {
   fill(kView + 1000, {{1000, 'a'}, {kView + 500, 'b'}});
   Stream* const stream = open(env);
