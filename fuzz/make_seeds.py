@@ -80,6 +80,16 @@ def reader_seeds(readers=42):
     return {f"{reader:02}": bytes([reader, 0, 0, 0, 0]) + payload for reader in range(readers)}
 
 
+def stream_seeds(kinds=14):
+    """Each kind of stream, with steps by chance and a later allocation that fails in half of them."""
+    chance = random.Random(kinds)
+    return {
+        f"{kind:02}-{failing}": bytes([kind]) + pack(">H", failing) + chance.randbytes(150)
+        for kind in range(kinds)
+        for failing in (0, 8)
+    }
+
+
 def decode_seeds():
     seeds = {name: encode(*coding) for name, coding in CODINGS.items()}
     settings = {
@@ -104,6 +114,7 @@ def main():
         "fields": step_seeds(300),
         "edit": step_seeds(200),
         "reader": reader_seeds(),
+        "stream": stream_seeds(),
         "decode": decode_seeds(),
     }
     for fuzzer, seeds in corpora.items():

@@ -43,15 +43,6 @@ Choice take_choice(Input& input) {
   return result;
 }
 
-// Runs action() with the environment's jump target armed; returns the code that was raised, or 0.
-// Only pointers and numbers may live in the action: an error exit skips destructors.
-template <class Action>
-[[gnu::noinline]] int raised(Environment* env, const Action& action) {
-  const int code = _setjmp(env->jump);
-  if (code == 0) action();
-  return code;
-}
-
 void use_fields(Box* box) {
   uint64_t value;
   uint32_t size;

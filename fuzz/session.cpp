@@ -78,8 +78,7 @@ void check_reload(const Rendered& rendered, const std::vector<BoxInfo>& boxes) {
 void check_rendering(const Session& session, const std::vector<BoxInfo>& boxes) {
   Box* const root = session.get()->root;
   const uint64_t length = root->box_length(root);
-  const bool has_palette = std::any_of(
-      boxes.begin(), boxes.end(), [&](const BoxInfo& box) { return is_palette(session, box); });
+  const bool has_palette = holds_palette(session, boxes);
   const bool comes_back = std::all_of(boxes.begin(), boxes.end(), [&](const BoxInfo& box) {
     return is_written_as_read(session, box);
   });

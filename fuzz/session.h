@@ -60,6 +60,15 @@ class Session {
   kv_jpx_context* context_ = nullptr;
 };
 
+// Runs action() with the environment's jump target armed; returns the code that was raised, or 0.
+// Only pointers and numbers may live in the action: an error exit skips destructors.
+template <class Action>
+[[gnu::noinline]] int raised(Environment* env, const Action& action) {
+  const int code = _setjmp(env->jump);
+  if (code == 0) action();
+  return code;
+}
+
 struct BoxInfo {
   uint32_t id;
   uint32_t type;

@@ -1,6 +1,6 @@
 # The list of fuzzers, and what a program made of one consists of besides the library itself.
 set(kvjpx_fuzz_dir ${CMAKE_CURRENT_LIST_DIR})
-set(kvjpx_fuzzers load fields edit reader decode)
+set(kvjpx_fuzzers load fields edit reader stream decode)
 
 function(kvjpx_add_fuzz_target target name)
   add_executable(${target} ${kvjpx_fuzz_dir}/${name}.cpp ${kvjpx_fuzz_dir}/allocator.cpp

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/packages.sh
 seconds=${1:-60}
-fuzzers=${FUZZERS:-load fields edit reader decode}
+fuzzers=${FUZZERS:-load fields edit reader stream decode}
 build=build-fuzz
 
 # shellcheck disable=SC2086

@@ -42,7 +42,7 @@ void grow_memory(Environment* env, Stream* stream, uint64_t needed) {
   const uint64_t capacity = old_capacity + needed;
   if (capacity < needed) JPX_ErrorExit(env, JPX_ERR_MEMORY);
   auto* buffer = static_cast<uint8_t*>(reallocate(env, stream->buffer_start, capacity));
-  memset(buffer + old_capacity, 0, needed);
+  if (needed != 0) memset(buffer + old_capacity, 0, needed);
   set_view(stream, buffer, capacity, 0);
   stream->cursor += written;
   stream->size = capacity;
@@ -56,7 +56,8 @@ void grow_file(Environment* env, Stream* stream, uint64_t position, uint64_t vie
   if (stream->size < position + view) bs_set_file_length(env, stream, position + view);
   const int64_t delivered = read_at(stream, view, position);
   if (delivered < 0) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
-  memset(stream->buffer_start + delivered, 0, view - static_cast<uint64_t>(delivered));
+  const uint64_t missing = view - static_cast<uint64_t>(delivered);
+  if (missing != 0) memset(stream->buffer_start + delivered, 0, missing);
   set_view(stream, stream->buffer_start, view, position);
 }
 
