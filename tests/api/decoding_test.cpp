@@ -137,6 +137,17 @@ TEST_F(DecodingTest, MissingInstructionsPlaceAtTheCorner) {
   EXPECT_EQ(decode(), bytes({6, 4}));
 }
 
+TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
+  load(composition(header(2, 1, 1), {}, {picture(2, 1, 1, 4)}));
+  uint32_t id;
+  const std::string later = picture(1, 1, 1, 6);
+  EXPECT_EQ(kv_jpx_add_box(context_.get(), type_code("jp2c"), 0, 1, &id), JPX_OK);
+  EXPECT_EQ(kv_jpx_set_box_field_buffer(context_.get(), id, JPX_FIELD_JP2C_DATA, later.size(), 1,
+                                        later.data()),
+            JPX_OK);
+  EXPECT_EQ(decode(), bytes({6, 4})) << "though it stands in front of the other";
+}
+
 TEST_F(DecodingTest, CodestreamLargerThanItsHeaderIsClipped) {
   // More columns, rows and planes than the image header promised.
   load(composition(header(3, 2, 1), {{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)}));

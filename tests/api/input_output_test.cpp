@@ -134,11 +134,13 @@ TEST(Output, FillsABufferOfTheCaller) {
   EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), 5);
   EXPECT_EQ(length, file.size());
   EXPECT_EQ(buffer, std::string(buffer.size(), '#'));
+  const size_t blocks = document.allocator().live_blocks();
   for (const uint64_t room : {file.size(), file.size() + 10}) {
     length = room;
     EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), JPX_OK);
     EXPECT_EQ(length, file.size());
     EXPECT_EQ(buffer, file + std::string(10, '#'));
+    EXPECT_EQ(document.allocator().live_blocks(), blocks);
   }
   EXPECT_EQ(kv_jpx_get_output_image(document.get(), nullptr, &length), 3);
   EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, nullptr), 3);
