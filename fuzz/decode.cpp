@@ -53,7 +53,7 @@ Settings take_settings(Input& input) {
   result.right = input.byte();
   result.bottom = input.byte();
   result.level = static_cast<int16_t>(input.byte() % 36);
-  result.flag = input.byte() % 2;
+  result.flag = static_cast<int16_t>(input.byte() % 2);
   result.quality = static_cast<int16_t>(input.number(2));
   return result;
 }
