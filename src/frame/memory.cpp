@@ -207,6 +207,7 @@ void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns,
   void* const data = zero_fill != 0 ? allocate_zeroed(env, size) : allocate(env, size);
   const size_t stride = size_t{columns} * element_size;
   for (uint32_t row = 0; row < rows; ++row) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     table[row] = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(data) + row * stride);
   }
   return table;
