@@ -35,14 +35,6 @@ TEST(Input, ReplacesTheOneBefore) {
   EXPECT_EQ(document.tree(), "");
 }
 
-TEST(Input, CopiesTheCallersBuffer) {
-  std::string file = box("xml ", "<x/>");
-  const std::string original = file;
-  TestDocument document(file);
-  file.assign(file.size(), '#');
-  EXPECT_EQ(document.written(), original);
-}
-
 TEST(Input, EmptyIsAnEmptyTree) {
   const TempFile empty;
   const TempFile target("old");

@@ -130,20 +130,6 @@ TEST(SiblingLinks, FollowInsertAndRemove) {
   EXPECT_EQ(inserted.next, nullptr);
 }
 
-TEST(SiblingLinks, FollowDestroy) {
-  TestDocument document(box("asoc", box("aaaa") + box("bbbb") + box("cccc")) + box("dddd"));
-  const auto destroy = [&](const char* type) {
-    Box* const box = document.record(document.find(type));
-    box->box_destroy(box, document.env());
-    return document.tree();
-  };
-  EXPECT_EQ(destroy("bbbb"), "asoc(aaaa,cccc),dddd");
-  EXPECT_EQ(destroy("aaaa"), "asoc(cccc),dddd");
-  EXPECT_EQ(document.record(document.find("cccc"))->previous, nullptr);
-  EXPECT_EQ(destroy("cccc"), "asoc(),dddd");
-  EXPECT_EQ(destroy("asoc"), "dddd");
-}
-
 TEST(Search, GoesThroughSuperBoxesInTheOrderOfIdentifiers) {
   TestDocument document(box("lbl ") + box("asoc", box("lbl ") + box("asoc", box("lbl "))) +
                         box("free", box("lbl ")) + box("lbl "));

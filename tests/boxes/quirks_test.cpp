@@ -255,18 +255,6 @@ TEST(Opacity, CountsChannelsInEightBits) {
 
 // ---------------------------------------------------------------- rreq, creg, inst, cref, dtbl
 
-TEST(Requirements, CannotSetMasksOfFourBytes) {
-  BoxUnderTest box("rreq");
-  EXPECT_EQ(box.set(JPX_FIELD_RREQ_ML, 2), JPX_OK);
-  EXPECT_EQ(box.set(JPX_FIELD_RREQ_FUAM, 0xABCD), JPX_OK);
-  EXPECT_EQ(box.set(JPX_FIELD_RREQ_ML, 8), JPX_OK);
-  EXPECT_EQ(box.value(JPX_FIELD_RREQ_FUAM), 0xABCDu) << "masks are not adjusted";
-  EXPECT_EQ(box.set(JPX_FIELD_RREQ_FUAM, 1), 3);
-  EXPECT_EQ(box.set(JPX_FIELD_RREQ_FUAM, 0), JPX_OK);
-  EXPECT_EQ(box.get_code(JPX_FIELD_RREQ_VF), 4);
-  EXPECT_EQ(box.TestDocument::count(box.id, JPX_FIELD_RREQ_VF), std::make_pair(uint64_t{0}, 16u));
-}
-
 TEST(Requirements, KeepTheLastEightBytesOfLongMasks) {
   const std::string mask = pattern(10);
   const std::string payload = be8(10) + mask + mask + be16(0) + be16(0);

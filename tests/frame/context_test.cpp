@@ -71,10 +71,9 @@ TEST(Context, KeepsItsSettings) {
   EXPECT_EQ(memcmp(record.environment.manager->callbacks, five, sizeof(five)), 0);
 }
 
+// The functions on boxes are asked the same in api/editing_test.cpp.
 TEST(Context, IsRecognisedByEveryFunction) {
-  static uint32_t small = 0;
   static uint64_t large = 0;
-  static uint8_t flag = 0;
   static void* block = nullptr;
   int32_t (*const functions[])(kv_jpx_context*) = {
       [](auto* c) { return kv_jpx_destroy(c); },
@@ -86,21 +85,6 @@ TEST(Context, IsRecognisedByEveryFunction) {
       [](auto* c) { return kv_jpx_set_input_image(c, "", 0); },
       [](auto* c) { return kv_jpx_set_input_image_file(c, "/nonexistent"); },
       [](auto* c) { return kv_jpx_set_input_image_mapped(c, "/nonexistent"); },
-      [](auto* c) { return kv_jpx_get_next_box_id_by_type(c, 1, 0, &small); },
-      [](auto* c) { return kv_jpx_get_box_count_by_type(c, 1, &small); },
-      [](auto* c) { return kv_jpx_get_box_type_by_id(c, 0, &small); },
-      [](auto* c) { return kv_jpx_get_next_box_id(c, 0, &small); },
-      [](auto* c) { return kv_jpx_get_first_child_box_id(c, 0, &small); },
-      [](auto* c) { return kv_jpx_is_box_super(c, 0, &flag); },
-      [](auto* c) { return kv_jpx_print_box(c, 0); },
-      [](auto* c) { return kv_jpx_get_box_field_int(c, 0, 0, 0, &large); },
-      [](auto* c) { return kv_jpx_set_box_field_int(c, 0, 0, 0, 0); },
-      [](auto* c) { return kv_jpx_get_box_field_count(c, 0, 0, &large, &small); },
-      [](auto* c) { return kv_jpx_set_box_field_buffer(c, 0, 0, 0, 0, ""); },
-      [](auto* c) { return kv_jpx_get_box_field_buffer(c, 0, 0, &large, &small, &block); },
-      [](auto* c) { return kv_jpx_add_box(c, 1, KV_JPX_ROOT, 2, &small); },
-      [](auto* c) { return kv_jpx_delete_box(c, 0); },
-      [](auto* c) { return kv_jpx_get_box_buffer(c, 0, &large, &block); },
       [](auto* c) { return kv_jpx_set_output_type(c, 0); },
       [](auto* c) { return kv_jpx_get_output_image(c, &block, &large); },
       [](auto* c) { return kv_jpx_get_output_image_file(c, "/nonexistent/file"); },

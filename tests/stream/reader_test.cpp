@@ -97,28 +97,17 @@ TEST_P(EveryReader, KeepsItsBytesInViewUntilItIsDestroyed) {
 }
 
 TEST_P(EveryReader, RaisesInternalErrorsForStreamsOfTheWrongKind) {
-  const std::vector<Act> on_anything = {[](auto* e, auto* s) { bs_get_file_size(e, s); },
-                                        [](auto* e, auto* s) { bs_at_limit(e, s); },
-                                        [](auto* e, auto* s) { bs_at_eof(e, s); },
-                                        [](auto* e, auto* s) { bs_set_current_position(e, s, 0); }};
-  const std::vector<Act> on_readers = {[](auto* e, auto* s) { bs_read_1_byte(e, s); },
-                                       [](auto* e, auto* s) { bs_refill(e, s, 0); }};
-  const std::vector<Act> on_writers = {
-      [](auto* e, auto* s) { bs_write_n_byte(e, s, 0, 0, 0); },
-      [](auto* e, auto* s) { bs_write_memcpy(e, s, nullptr, 0); },
-      [](auto* e, auto* s) { bs_writer_grow(e, s, 1); },
-      [](auto* e, auto* s) { bs_set_eof(e, s); },
-      [](auto* e, auto* s) { bs_writer_get_buffer(e, s, nullptr); },
-      [](auto* e, auto* s) { bs_set_file_length(e, s, 10); }};
-  for (const auto& acts : {on_anything, on_readers, on_writers}) {
-    for (const Act act : acts) {
-      EXPECT_EQ(code_of([&](auto* e) { act(e, nullptr); }), JPX_ERR_INTERNAL);
-    }
-  }
+  const Act on_readers = [](auto* e, auto* s) { bs_read_1_byte(e, s); };
+  const Act on_writers[] = {[](auto* e, auto* s) { bs_write_n_byte(e, s, 0, 0, 0); },
+                            [](auto* e, auto* s) { bs_write_memcpy(e, s, nullptr, 0); },
+                            [](auto* e, auto* s) { bs_set_eof(e, s); },
+                            [](auto* e, auto* s) { bs_writer_get_buffer(e, s, nullptr); },
+                            [](auto* e, auto* s) { bs_set_file_length(e, s, 10); }};
   for (const Act act : on_writers) EXPECT_EQ(code_on_open(act), JPX_ERR_INTERNAL);
-  for (const Act act : on_readers) {
-    EXPECT_EQ(code_of([&](auto* e) { act(e, open_writer(e, GetParam(), file)); }),
-              JPX_ERR_INTERNAL);
+  EXPECT_EQ(code_of([&](auto* e) { on_readers(e, open_writer(e, GetParam(), file)); }),
+            JPX_ERR_INTERNAL);
+  for (const Act act : {on_readers, on_writers[1], Act(bs_destroy)}) {
+    EXPECT_EQ(code_of([&](auto* e) { act(e, nullptr); }), act == bs_destroy ? 0 : JPX_ERR_INTERNAL);
   }
 }
 
