@@ -192,11 +192,13 @@ TEST_F(DecodingTest, CallersBuffer) {
   EXPECT_EQ(length, 1u);
   EXPECT_EQ(codec().instances, 0);
   // A buffer with a length is given up for a new one, so it must come from the context.
+  const size_t blocks = context_.allocator().live_blocks();
   data = JPX_SafeMallocInternal(context_.env(), 1, nullptr, nullptr);
   length = 1;
   EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
   EXPECT_EQ(length, 4u);
   EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
+  EXPECT_EQ(context_.allocator().live_blocks(), blocks);
 }
 
 TEST_F(DecodingTest, NothingToDecode) {

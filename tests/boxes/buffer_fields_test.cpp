@@ -131,6 +131,17 @@ TEST(BytesFields, KeepACopyOfWhatIsSet) {
   }
 }
 
+TEST(BytesFields, GoWithTheirBox) {
+  for (const BytesField& field : kBytesFields) {
+    const std::string neighbour = box("lbl ");
+    TestDocument document(in_parents(field.type, box(field.type, field.payload) + neighbour));
+    EXPECT_EQ(kv_jpx_delete_box(document.get(), document.find(field.type)), JPX_OK);
+    EXPECT_EQ(document.allocator().live_blocks(),
+              TestDocument(in_parents(field.type, neighbour)).allocator().live_blocks())
+        << field.type;
+  }
+}
+
 TEST(BytesFields, RefuseWhatTheyCannotCopy) {
   for (const BytesField& field : kBytesFields) {
     FieldUnderTest box(field);
@@ -145,6 +156,10 @@ TEST(BytesFields, RefuseWhatTheyCannotCopy) {
       EXPECT_EQ(box.set_buffer(1, box.set_size + 1, pattern(32).data()), JPX_ERR_INVALID_ARGUMENT);
     }
     EXPECT_EQ(box.field_bytes(box.key), field.bytes);
+    EXPECT_EQ(box.set_bytes(0x12345678, "x"), 4);
+    void* data = nullptr;
+    EXPECT_EQ(kv_jpx_get_box_field_buffer(box.get(), box.id, 0x12345678, nullptr, nullptr, &data),
+              4);
   }
 }
 
