@@ -25,19 +25,19 @@ Failure file_failure(kv_j2k_error code, const char* path, int reason) {
   return Failure(code, std::string(path) + ": " + std::strerror(reason));
 }
 
-// A file that goes again unless it is kept.
+// A file that goes again unless it is kept; null for none.
 class NewFile {
  public:
-  explicit NewFile(const std::string& path) : path_(path) {}
+  explicit NewFile(const char* path) : path_(path) {}
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
   ~NewFile() {
-    if (!path_.empty()) unlink(path_.c_str());
+    if (path_ != nullptr) unlink(path_);
   }
-  void keep() { path_.clear(); }
+  void keep() { path_ = nullptr; }
 
  private:
-  std::string path_;
+  const char* path_;
 };
 
 // Fills and closes the file; the path is that for messages.
@@ -56,7 +56,7 @@ void write_directly(const char* path, const Bytes& bytes) {
   const bool is_there = lstat(path, &status) == 0;
   std::FILE* const file = std::fopen(path, "wb");
   if (file == nullptr) throw file_failure(KV_J2K_ERR_OPEN_FILE, path, errno);
-  NewFile created(is_there ? "" : path);
+  NewFile created(is_there ? nullptr : path);
   fill(file, path, bytes);
   created.keep();
 }
@@ -70,7 +70,9 @@ bool replace(const std::string& target, const char* path, const Bytes& bytes) {
   std::string name = target + ".XXXXXX";
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
   if (descriptor < 0) return false;
-  NewFile temporary(name);
+  NewFile temporary(name.c_str());
+  // Only the superuser can keep a foreign owner.
+  [[maybe_unused]] const int is_foreign = fchown(descriptor, old.st_uid, old.st_gid);
   fchmod(descriptor, old.st_mode & 07777);
   std::FILE* const file = fdopen(descriptor, "wb");
   if (file == nullptr) {

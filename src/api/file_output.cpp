@@ -28,8 +28,8 @@ void remove_file(Resource* resource) {
 // Makes the temporary file, of a name that nothing else has, and a writer on it. Null when the
 // target's real name cannot be told or its folder takes no file. Links are resolved, so that a link
 // stays one.
-Stream* open_temporary(Environment* env, const char* path, mode_t mode, uint64_t view_size,
-                       UnfinishedFile* file) {
+Stream* open_temporary(Environment* env, const char* path, const struct stat& old,
+                       uint64_t view_size, UnfinishedFile* file) {
   if (realpath(path, file->target) == nullptr) return nullptr;
   snprintf(file->name, sizeof(file->name), "%s.XXXXXX", file->target);
   Stream* writer = make_file_writer(env, view_size);
@@ -40,7 +40,9 @@ Stream* open_temporary(Environment* env, const char* path, mode_t mode, uint64_t
     return nullptr;
   }
   attach_resource(env, &file->resource, remove_file);
-  fchmod(writer->descriptor, mode & 07777);
+  // Only the superuser can keep a foreign owner.
+  [[maybe_unused]] const int is_foreign = fchown(writer->descriptor, old.st_uid, old.st_gid);
+  fchmod(writer->descriptor, old.st_mode & 07777);
   return writer;
 }
 
@@ -60,7 +62,7 @@ FileOutput open_output(Environment* env, const char* path, uint64_t view_size,
   if (is_there && S_ISREG(target.st_mode)) {
     const bool is_writable = access(path, W_OK) == 0;
     Stream* const writer =
-        is_writable ? open_temporary(env, path, target.st_mode, view_size, file) : nullptr;
+        is_writable ? open_temporary(env, path, target, view_size, file) : nullptr;
     if (writer != nullptr) return {writer, file};
     if (!is_writable || is_read_from(input, target)) {
       release(env, file);

@@ -33,8 +33,9 @@ TEST(FileOutput, MayBeTheMappedInput) {
   EXPECT_EQ(input.contents(), file);
 }
 
-TEST(FileOutput, KeepsModeAndLink) {
+TEST(FileOutput, KeepsOwnerModeAndLink) {
   const TempFile target("old");
+  const uid_t owner = chown(target.path(), 4711, 4712) == 0 ? 4711 : getuid();
   ASSERT_EQ(chmod(target.path(), 0640), 0);
   const std::string link = std::string(target.path()) + ".link";
   ASSERT_EQ(symlink(target.path(), link.c_str()), 0);
@@ -43,6 +44,9 @@ TEST(FileOutput, KeepsModeAndLink) {
   EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), link.c_str()), JPX_OK);
   EXPECT_TRUE(S_ISLNK(mode_of(link.c_str())));
   EXPECT_EQ(mode_of(target.path()) & 07777, 0640u);
+  struct stat status;
+  ASSERT_EQ(stat(target.path(), &status), 0);
+  EXPECT_EQ(status.st_uid, owner) << "which only the superuser can keep";
   EXPECT_EQ(target.contents(), jp2_file());
   unlink(link.c_str());
 }
