@@ -116,6 +116,11 @@ TEST_F(DecodingTest, ImageAreaOffsetCutsTheCodestream) {
   // The codec delivers [3, 5) x [1, 3) of that rectangle.
   EXPECT_EQ(image.substr(0, 8), std::string(2, 9) + std::string(6, 0));
   EXPECT_EQ(image.substr(16, 8), std::string(8, 0));
+
+  kv_jpx_set_input_jpx_region_level(context_.get(), 5, 0, 0, 0);
+  codec().calls.clear();
+  EXPECT_EQ(decode(), std::string(3 * 4, 0));
+  EXPECT_EQ(codec().calls[3], "free 0") << "the area ends in front of the region";
 }
 
 TEST_F(DecodingTest, LaterInstructionsOverwriteEarlierOnes) {
