@@ -39,6 +39,10 @@ struct Stream {
   uint64_t mapped_length;     // the view may have been cut since
   Resource resource;          // descriptor and mapping
 };
+static_assert(sizeof(void*) != 8 ||
+                  (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&
+                   offsetof(Stream, view_size) == 72 && offsetof(Stream, owns_buffer) == 88),
+              "hosts that drive streams of their own know them by offset");
 
 extern "C" {
 
