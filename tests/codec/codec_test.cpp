@@ -97,6 +97,11 @@ TEST(Decode, FewerLevelsThanAskedForAreAveraged) {
   };
   kv_j2k_set_input_j2k_resolution_level(codec, 2, 0);
   EXPECT_EQ(codec.output(), planes(3, 31, 24, average));
+  codec.set_region({20, 10, 40, 30});
+  EXPECT_EQ(codec.output(), planes(3, 10, 10, [&](uint32_t c, uint32_t x, uint32_t y) {
+              return average(c, x + 10, y + 5);
+            }));
+  codec.set_region({});
   kv_j2k_set_input_j2k_resolution_level(codec, 32, 0);
   EXPECT_EQ(codec.output().size(), 3u) << "31 halvings leave one sample a component";
 }

@@ -53,6 +53,9 @@ Bytes read_bmp(const Bytes& bmp) {
   EXPECT_EQ(little_endian(bmp, 18, 4), kWidth);
   EXPECT_EQ(little_endian(bmp, 22, 4), kHeight);
   const uint32_t components = little_endian(bmp, 28, 2) / 8;
+  const uint32_t header = little_endian(bmp, 14, 4);
+  EXPECT_EQ(header, components == 4 ? 108u : 40u);
+  EXPECT_EQ(little_endian(bmp, 10, 4), 14 + header + 4 * little_endian(bmp, 46, 4));
   const uint32_t stride = (kWidth * components + 3) / 4 * 4;
   const uint32_t blue_first[] = {components == 1 ? 0u : 2u, 1, 0, 3};
   EXPECT_EQ(bmp.size(), little_endian(bmp, 10, 4) + kHeight * stride);
@@ -162,6 +165,9 @@ TEST(Formats, Jpeg2000IsLossless) {
     const Bytes jp2 = encoded(components, KV_J2K_OUTPUT_JP2);
     EXPECT_EQ(jp2[7], ' ') << "the end of the signature box's type";
     EXPECT_TRUE(std::equal(codestream.rbegin(), codestream.rend(), jp2.rbegin()));
+    const std::string text(jp2.begin(), jp2.end());
+    EXPECT_EQ(text.at(text.find("colr") + 10), components >= 3 ? 16 : 17) << "sRGB or grey";
+    EXPECT_EQ(text.find("cdef") != text.npos, components == 2 || components == 4) << "opacity";
   }
   codec.set_raw({77}, 1, 1, 1);
   codec.set_input(codec.output(KV_J2K_OUTPUT_J2K));
@@ -211,6 +217,8 @@ TEST(Files, HoldTheOutputOrStayAsTheyAre) {
   setrlimit(RLIMIT_FSIZE, &limit);
   EXPECT_EQ(file.contents(), "\1\2\3");
   EXPECT_NE(access(fresh.c_str(), F_OK), 0) << "half a file";
+  EXPECT_EQ(kv_j2k_get_output_image_file(codec, fresh.c_str()), 0);
+  EXPECT_EQ(unlink(fresh.c_str()), 0) << "a whole one stays";
   EXPECT_EQ(kv_j2k_get_output_image_file(codec, link.c_str()), 0);
   EXPECT_EQ(file.contents(), "\4\5\6") << "a link stays one";
   unlink(link.c_str());

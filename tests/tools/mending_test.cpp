@@ -30,6 +30,7 @@ TEST_F(MendingTest, KeepsPalettes) {
       palette_box(1024, std::string(20, '\0'), std::string(20480, '\1')),
       // More is there than the library reads.
       palette_box(2, "\10", "aabb"),
+      palette_box(2, "\20", "aaabbb"),
       palette_box(4, "\7\7\7", "abcdefghijklmore"),
   };
   for (const std::string& palette : palettes) {
