@@ -50,6 +50,11 @@ uint64_t take_place(Input* input, uint64_t size) {
   return choice < 224 ? size + input->byte() - 200 : input->any_number();
 }
 
+// The i-th byte of a number that is stored in `width` bytes.
+uint8_t stored_byte(uint64_t value, uint32_t i, uint32_t width, bool is_little) {
+  return static_cast<uint8_t>(value >> 8 * (is_little ? i : width - 1 - i));
+}
+
 // Everything of these two is trivial, so that an error exit may leave their steps.
 struct Reading {
   Environment* env;
@@ -76,9 +81,7 @@ struct Reading {
       return;
     }
     uint8_t bytes[8];
-    for (uint32_t i = 0; i < width; ++i) {
-      bytes[i] = static_cast<uint8_t>(value >> 8 * (is_little ? i : width - 1 - i));
-    }
+    for (uint32_t i = 0; i < width; ++i) bytes[i] = stored_byte(value, i, width, is_little);
     check_delivered(bytes, width);
   }
 
@@ -155,7 +158,7 @@ struct Writing {
     const uint32_t written = width > 8 ? 0 : width;
     char* const out = model_at(place, written);
     for (uint32_t i = 0; i < written; ++i) {
-      out[i] = static_cast<char>(value >> 8 * (is_little ? i : written - 1 - i));
+      out[i] = static_cast<char>(stored_byte(value, i, written, is_little));
     }
     require(position() == place + written, "a write moves the position");
   }
@@ -218,23 +221,28 @@ struct Writing {
 
 enum class Target { kMemory, kBuffer, kFile, kMapped };
 
-void run_reader(Environment* env, uint8_t choice, Input* input) {
-  Stream* const stream = choice % 3 == 0
-                             ? bs_reader_from_buffer(env, small_contents().data(), kSmallFile)
-                         : choice % 3 == 1 ? bs_reader_from_file(env, large_file())
-                                           : bs_reader_from_mmap(env, large_file());
-  const Reading reading = {env, stream, input};
+Stream* open_reader(Environment* env, Source source) {
+  if (source == Source::kFile) return bs_reader_from_file(env, large_file());
+  if (source == Source::kMapped) return bs_reader_from_mmap(env, large_file());
+  return bs_reader_from_buffer(env, small_contents().data(), kSmallFile);
+}
+
+Stream* open_writer(Environment* env, Target target, const char* path, uint8_t* buffer,
+                    uint64_t view) {
+  if (target == Target::kFile) return bs_writer_to_file(env, path, view);
+  if (target == Target::kMapped) return bs_writer_to_mmap(env, path, view);
+  return bs_writer_to_buffer(env, target == Target::kBuffer ? buffer : nullptr, kBuffer);
+}
+
+void run_reader(Environment* env, Source source, Input* input) {
+  const Reading reading = {env, open_reader(env, source), input};
   for (int i = 0; i < kMaxSteps && !input->is_empty(); ++i) reading.take_step();
 }
 
 // What the finished stream must hold is the model; where it is held, the caller looks.
 void run_writer(Environment* env, Target target, const char* path, uint8_t* buffer, Input* input,
                 std::string* model) {
-  const uint64_t view = input->number(2);
-  Stream* stream = target == Target::kMemory   ? bs_writer_to_buffer(env, nullptr, 0)
-                   : target == Target::kBuffer ? bs_writer_to_buffer(env, buffer, kBuffer)
-                   : target == Target::kFile   ? bs_writer_to_file(env, path, view)
-                                               : bs_writer_to_mmap(env, path, view);
+  Stream* stream = open_writer(env, target, path, buffer, input->number(2));
   const Writing writing = {env, stream, input, model};
   for (int i = 0; i < kMaxSteps && model->size() < kMostWritten && !input->is_empty(); ++i) {
     writing.take_step();
@@ -250,7 +258,7 @@ void run_writer(Environment* env, Target target, const char* path, uint8_t* buff
   destroy_stream(env, stream);
 }
 
-void check_writer(Session& session, Target target, Input* input) {
+void check_writer(const Session& session, Target target, Input* input) {
   static const DiskFile file({});
   static uint8_t buffer[kBuffer];
   Environment* const env = &session.get()->environment;
@@ -271,24 +279,29 @@ void check_writer(Session& session, Target target, Input* input) {
           "a writer leaves what was written");
 }
 
+void check_reader(const Session& session, Source source, Input* input) {
+  Environment* const env = &session.get()->environment;
+  const int code = raised(env, [&] { run_reader(env, source, input); });
+  // A file reader that seeks near the end of a large file ends in 999, and its leaps in 18.
+  require(
+      code == 0 || code == JPX_ERR_MEMORY || code == JPX_ERR_BUFFER_TOO_SMALL ||
+          (source == Source::kFile && (code == JPX_ERR_INTERNAL || code == JPX_ERR_READ_PAST_END)),
+      "a reader fails for its own reasons only");
+  if (code != JPX_ERR_INTERNAL) session.judged(code);
+}
+
 }  // namespace
 
+// Odd choices are writers.
 void run(Input input) {
   const uint8_t choice = input.byte();
-  Session session(input.number(2));
+  const Session session(input.number(2));
   if (session.get() == nullptr) return;
   if (choice % 2 != 0) {
     check_writer(session, static_cast<Target>(choice / 2 % 4), &input);
-    return;
+  } else {
+    check_reader(session, static_cast<Source>(choice / 2 % 3), &input);
   }
-  Environment* const env = &session.get()->environment;
-  const int code = raised(env, [&] { run_reader(env, choice / 2, &input); });
-  // A file reader that seeks near the end of a large file ends in 999, and its leaps in 18.
-  const bool is_file = choice / 2 % 3 == 1;
-  require(code == 0 || code == JPX_ERR_MEMORY || code == JPX_ERR_BUFFER_TOO_SMALL ||
-              (is_file && (code == JPX_ERR_INTERNAL || code == JPX_ERR_READ_PAST_END)),
-          "a reader fails for its own reasons only");
-  if (code != JPX_ERR_INTERNAL) session.judged(code);
 }
 
 }  // namespace kvjpx::fuzz

@@ -9,7 +9,7 @@ collected=${1:-build-fuzz/corpus}
 build=build-coverage
 
 # shellcheck disable=SC2086
-need_packages $build_packages $test_packages clang llvm libclang-rt-14-dev
+need_packages $build_packages $test_packages llvm
 flags="-fprofile-instr-generate -fcoverage-mapping"
 cmake -S . -B $build -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=None "-DCMAKE_C_FLAGS=$flags" "-DCMAKE_CXX_FLAGS=$flags -O1" \

@@ -1,5 +1,5 @@
-// Every system call that the library makes is made to fail in turn: each failure gives its code,
-// costs no file that was there before, and leaves nothing behind.
+// The system calls that move data, open, close and name files are made to fail in turn: each
+// failure gives its code, costs no file that was there before, and leaves nothing behind.
 #include <glob.h>
 #include <unistd.h>
 
