@@ -66,6 +66,7 @@ const FieldTable kPayloadFields = field_table(0, kFields);
 
 void render_payload(BasicBox* box, Environment* env, Stream* stream) {
   if (box->source == nullptr) return;
+  require_present(env, box->source, box->payload_offset, box->payload_length);
   bs_set_current_position(env, box->source, box->payload_offset);
   bs_write_from_bs(env, stream, box->source, box->payload_length);
 }
@@ -90,6 +91,7 @@ int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t el
 
 void copy_payload(BasicBox* box, Environment* env, void* destination) {
   if (box->source == nullptr) return;
+  require_present(env, box->source, box->payload_offset, box->payload_length);
   bs_set_current_position(env, box->source, box->payload_offset);
   bs_read_memcpy(env, box->source, destination, box->payload_length);
 }
