@@ -136,7 +136,8 @@ TEST(Palette, DividesTheIndexOfAValueByTheEntries) {
   BoxUnderTest square("pclr", payload);
   EXPECT_EQ(square.value(JPX_FIELD_PCLR_C, 4), 0u);
   EXPECT_EQ(square.content_after(JPX_FIELD_PCLR_C, 9, 4), payload);
-  EXPECT_EQ(square.value(JPX_FIELD_PCLR_C, 4), 9u);
+  EXPECT_EQ(square.set_bytes(JPX_FIELD_PCLR_C, std::string(16, '\0'), 4), JPX_OK);
+  EXPECT_EQ(square.value(JPX_FIELD_PCLR_C, 4), 9u) << "a set of all values leaves it alone";
 
   BoxUnderTest made("pclr");
   EXPECT_EQ(made.get_code(JPX_FIELD_PCLR_C), 4);
