@@ -28,6 +28,7 @@ progress() {
 step() {
   local log=$1
   shift
+  : >"$log" || return 1
   "$@" 2>&1 </dev/null | progress "$log" || { cat "$log" >&2; return 1; }
 }
 
