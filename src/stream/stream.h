@@ -41,6 +41,10 @@ struct Stream {
   uint64_t mapped_length;     // the view may have been cut since
   Resource resource;          // descriptor and mapping
   BoxIndex* index;            // of the boxes read from the stream; null when nobody asks
+  // For the parser where everything is kept:
+  uint8_t keeps_everything;
+  uint8_t content_is_bad;  // the reader of the box could not take its content
+  uint64_t unread;         // bytes at the end of the content that the reader did not take
 };
 static_assert(sizeof(void*) != 8 ||
                   (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&

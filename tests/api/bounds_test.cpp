@@ -94,8 +94,8 @@ const EmptyBox kEmptyBoxes[] = {
     {"opct", {"jplh"}, 216}, {"creg", {"jplh"}, 216}, {"copt", {"comp"}, 200},
     {"inst", {"comp"}, 216}, {"flst", {"comp"}, 208}, {"url ", {"uinf"}, 216},
     {"nlst", {"asoc"}, 208}, {"roid", {}, 208},       {"ulst", {"uinf"}, 216},
-    {"uuid", {}, 232},       {"xml ", {}, 216},       {"asoc", {}, 192},
-    {"dtbl", {}, 192},
+    {"uuid", {}, 232},       {"xml ", {}, 216},       {"asoc", {}, 200},
+    {"dtbl", {}, 200},
 };
 
 TEST(Bounds, AnEmptyBoxCostsWhatTheDocumentSays) {
