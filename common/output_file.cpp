@@ -89,7 +89,8 @@ bool write_all(int descriptor, const void* bytes, size_t length, bool* is_change
   for (size_t done = 0; done < length;) {
     const ssize_t written =
         write(descriptor, static_cast<const char*>(bytes) + done, length - done);
-    if (written < 0 && errno != EINTR) return false;
+    if (written == 0) errno = ENOSPC;
+    if (written <= 0 && errno != EINTR) return false;
     if (written > 0) {
       *is_changed = true;
       done += static_cast<size_t>(written);
