@@ -197,16 +197,20 @@ bool open_output_file(OutputFile* file, const char* path) {
   file->staged = -1;
   file->target = open_target(file, path);
   if (file->target < 0) return false;
-  const bool has_name =
-      find_name(path, file->target_name) && leads_to(file->target_name, file->target);
-  if (!has_name) file->target_name[0] = '\0';
   struct stat status;
   if (fstat(file->target, &status) != 0) {
     close_output_file(file);
     return false;
   }
   file->is_regular = S_ISREG(status.st_mode);
-  if (file->is_regular && has_name) make_staged(file);
+  // Devices and pipes stay what they are, so their names do not matter.
+  const bool has_name = file->is_regular && find_name(path, file->target_name) &&
+                        leads_to(file->target_name, file->target);
+  if (has_name) {
+    make_staged(file);
+  } else {
+    file->target_name[0] = '\0';
+  }
   return true;
 }
 
@@ -223,11 +227,8 @@ bool complete_output_file(OutputFile* file) {
     if (!is_stored(file->target)) return false;
   } else {
     if (!is_stored(file->staged)) return false;
-    if (replace_target(file)) {
-      file->staged_name[0] = '\0';
-    } else if (!copy_to_target(file) || !is_stored(file->target)) {
-      return false;
-    }
+    const bool is_done = replace_target(file) || (copy_to_target(file) && is_stored(file->target));
+    if (!is_done) return false;
   }
   file->is_new = false;
   return true;
