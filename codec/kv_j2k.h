@@ -201,8 +201,8 @@ KV_J2K_API int32_t kv_j2k_get_output_image(void* codec, void** data, uint32_t* l
 
 /** As kv_j2k_get_output_image, into a file, which is created or overwritten once the output is
  * ready. A regular file that stands there is replaced only once the new one is complete; meanwhile
- * a file named like it with seven characters more stands beside it. (Only where no such file can be
- * made is it overwritten in place.) A new file is removed again when it fails.
+ * a private file .kvjpx-XXXXXX stands beside it. (Where no such file can be made, or the old one
+ * cannot be replaced, it is overwritten.) A new file is removed again when it fails.
  *
  * Returns besides: 21, and then no file is touched; 100; 102. */
 KV_J2K_API int32_t kv_j2k_get_output_image_file(void* codec, const char* path);

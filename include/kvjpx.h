@@ -489,14 +489,21 @@ KV_JPX_API int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type)
 KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length);
 
 /**
- * Writes the output to a file. With KV_JPX_OUTPUT_JPX a regular file that stands there is replaced
- * only once the new one is complete, and may be the input itself; meanwhile a file named like it
- * with seven characters more stands beside it. A new file is removed again when it fails.
+ * Writes the output to a file, which may be the input itself. With KV_JPX_OUTPUT_JPX a regular file
+ * that stands there is replaced only once the new one is complete, which keeps its owner, group,
+ * permissions and extended attributes as far as the system lets the user keep them (but neither
+ * set-user-ID nor set-group-ID); meanwhile a private file .kvjpx-XXXXXX stands beside it. A file
+ * that has several names, is reached through /proc or /dev/fd, cannot be replaced or stands where
+ * no second file can be made is overwritten once the output is complete; that costs memory of the
+ * input's length if it is the input, and of the output's if no second file can be made. Devices
+ * and pipes are written to; opening a pipe waits for its reader. A new file is removed again when
+ * it fails.
  *
- * Returns 0; 8; 100 when the file that stands there may not be written or replaced; (ending) 100
- * when the file cannot be created, 102 when writing fails (a full disk, say), 18 or 999 when the
- * input can no longer be read. A decoded image is written by the codec (by libkvj2k in the same
- * way); one that it cannot write is answered with 100 or 102, not ending.
+ * Returns 0; 8; 100 when the file cannot be opened for writing or created; 102 when writing fails
+ * (a full disk, say) before the old content was touched; (ending) 102 when it fails later, 1 when
+ * memory is short, 18, 102 or 999 when the input can no longer be read. A decoded image is written
+ * by the codec (by libkvj2k in the same way); one that it cannot write is answered with 100 or 102,
+ * not ending.
  */
 KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
 

@@ -114,7 +114,8 @@ int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
 
 int32_t kv_jpx_find_field(uint32_t box_type, const char* name, kv_jpx_field_info* info) {
   if (name == nullptr || info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
-  for (const uint32_t type : {box_type, uint32_t{0}}) {
+  const uint32_t types[] = {box_type, 0};
+  for (const uint32_t type : types) {
     for (uint32_t index = 0; kv_jpx_get_field_info(index, info) == JPX_OK; ++index) {
       if (info->box_type == type && strcmp(info->name, name) == 0) return JPX_OK;
     }
