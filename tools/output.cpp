@@ -15,6 +15,7 @@
 
 #include "descriptor.h"
 #include "failure.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -113,6 +114,12 @@ std::optional<struct stat> status_of(const std::string& path) {
   return std::nullopt;
 }
 
+void write_stdout(std::string_view bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) {
+    throw system_failure(kStdoutLabel, "cannot write");
+  }
+}
+
 void write_device(const std::string& name, std::string_view bytes) {
   Descriptor device(open(name.c_str(), O_WRONLY | O_CLOEXEC));
   if (device.get() < 0) throw system_failure(name, "cannot open");
@@ -146,11 +153,7 @@ bool is_terminal(const Target& target) {
 
 }  // namespace
 
-void print_text(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-    throw system_failure(kStdoutLabel, "cannot write");
-  }
-}
+void print_text(std::string_view text) { write_stdout(text_for(STDOUT_FILENO, text)); }
 
 void check_takes_binary(const Target& target) {
   if (!target.force && is_terminal(target)) {
@@ -161,8 +164,10 @@ void check_takes_binary(const Target& target) {
 
 void write_result(const Target& target, std::string_view bytes) {
   if (!is_text(bytes)) check_takes_binary(target);
+  std::string filtered;
+  if (!target.force && is_terminal(target)) bytes = filtered = printable(bytes);
   if (target.is_stdout()) {
-    print_text(bytes);
+    write_stdout(bytes);
     return;
   }
   const std::optional<struct stat> old = status_of(target.name);
