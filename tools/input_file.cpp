@@ -58,7 +58,8 @@ InputFile::InputFile(const std::string& name, Judge* is_wanted)
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     throw system_failure(label_, "cannot open");
   }
-  if (S_ISREG(status.st_mode)) {
+  // Files without a size can have content all the same, those of /proc do.
+  if (S_ISREG(status.st_mode) && status.st_size > 0) {
     map(file.get(), static_cast<size_t>(status.st_size));
   } else {
     read_whole(file.get(), is_wanted);
@@ -72,7 +73,6 @@ InputFile::~InputFile() {
 }
 
 void InputFile::map(int descriptor, size_t size) {
-  if (size == 0) return;
   void* address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
   if (address == MAP_FAILED) throw system_failure(label_, "cannot map");
   is_mapped_ = true;

@@ -12,8 +12,9 @@ class InputFile {
   // Tells by the first bytes of a file whether it is wanted.
   using Judge = bool(std::string_view beginning);
 
-  // Regular files are mapped; pipes, devices and standard input ("-") are read whole, or, when
-  // `is_wanted` turns them down, in part. Throws a Failure when one does not seem to end.
+  // Regular files that have a size are mapped; pipes, devices and standard input ("-") are read
+  // whole, or, when `is_wanted` turns them down, in part. Throws a Failure when one does not seem
+  // to end.
   explicit InputFile(const std::string& name, Judge* is_wanted = nullptr);
   ~InputFile();
   InputFile(const InputFile&) = delete;

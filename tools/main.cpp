@@ -1,5 +1,6 @@
 // kvjpx: looks into JPX and JP2 files and edits them from the command line.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <new>
@@ -59,6 +60,10 @@ class CommandLine {
   }
 
   ExitCode run(int argc, char** argv) {
+    // An empty word comes from a variable that was not set, and names nothing.
+    if (std::find(argv, argv + argc, std::string_view()) != argv + argc) {
+      throw Failure(kUsage, "an argument is empty");
+    }
     try {
       app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -77,9 +82,11 @@ class CommandLine {
  private:
   // The parser misses a command before it looks at what stands in its place.
   std::string usage_message(const CLI::ParseError& error) const {
-    const std::vector<std::string> unknown = app_.remaining();
-    if (!app_.get_subcommands().empty() || unknown.empty()) return error.what();
-    return "'" + unknown.front() + "' is no command";
+    const std::vector<std::string> unknown = app_.remaining(true);
+    if (unknown.empty()) return error.what();
+    const std::vector<CLI::App*> command = app_.get_subcommands();
+    return "'" + unknown.front() + "' is " +
+           (command.empty() ? "no command" : "not expected by " + command.front()->get_name());
   }
 
   CLI::App* command(const std::string& name, const std::string& description,

@@ -442,7 +442,9 @@ TEST_F(ToolTest, ExplainsItself) {
 #ifdef KVJPX_HAS_CODEC
   EXPECT_NE(version.find("OpenJPEG"), std::string::npos);
 #endif
-  refuses({{"frobnicate a.jp2", 2, "'frobnicate' is no command (see kvjpx --help)"}});
+  refuses({{"frobnicate a.jp2", 2, "'frobnicate' is no command (see kvjpx --help)"},
+           {"ls --frobnicate", 2, "'--frobnicate' is not expected by ls (see kvjpx --help)"},
+           {"get a.jp2 ''", 2, "an argument is empty"}});
   for (const char* line : {"", "ls", "copy a.jp2", "ls --frobnicate a.jp2", "get a.jp2",
                            "decode a.jp2 -o x", "decode a.jp2 -o -"}) {
     EXPECT_EQ(run(std::string("kvjpx ") + line).exit_code, 2) << line;
