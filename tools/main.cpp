@@ -115,7 +115,7 @@ class CommandLine {
   }
 
   void take_edited_target(CLI::App* command) {
-    take_target(command, ", and a result that could not be read again")->required();
+    take_target(command, ", and a lossy or unreadable result")->required();
   }
 
   void add_ls() {
