@@ -46,6 +46,10 @@ std::string library_reason(int32_t code) {
 }
 
 Failure library_failure(const std::string& place, int32_t code, ExitCode refusal) {
+  // A file that has been loaded was complete then.
+  if (code == JPX_ERR_READ_PAST_END && refusal != kNotJpx) {
+    return Failure(kInputOutput, place + ": the file was shortened while it was read");
+  }
   const bool out_of_means = code == JPX_ERR_MEMORY || code == JPX_ERR_OPEN_FILE ||
                             code == JPX_ERR_FILE_IO || code == JPX_ERR_INTERNAL;
   return Failure(out_of_means ? kInputOutput : refusal, place + ": " + library_reason(code));
