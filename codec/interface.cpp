@@ -1,4 +1,7 @@
 // The exported functions. Exceptions end here: `guarded` turns each into a code and the error text.
+#include <openjpeg.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -97,6 +100,18 @@ int32_t kv_j2k_destroy(void* codec) {
   if (codec == nullptr) return KV_J2K_ERR_BAD_HANDLE;
   delete &session_of(codec);
   return KV_J2K_OK;
+}
+
+const char* kv_j2k_get_version_text() {
+  struct Text {
+    char characters[64];
+    Text() {
+      std::snprintf(characters, sizeof characters, "%s (OpenJPEG %s)", KVJ2K_VERSION,
+                    opj_version());
+    }
+  };
+  static const Text text;
+  return text.characters;
 }
 
 const char* kv_j2k_get_error_text(void* codec) {

@@ -4,7 +4,8 @@
  * One handle takes one picture at a time, either a JPEG 2000 codestream (ISO/IEC 15444-1, Annex A;
  * the bare codestream, not a JP2 file) or raw samples, and delivers it as raw samples or encoded.
  * libkvjpx imports these functions from libkvj2k.so by name, so a host can put a library of its own
- * in that place; kv_j2k_get_error_text and kv_j2k_set_limits are then not needed.
+ * in that place; kv_j2k_get_error_text, kv_j2k_get_version_text and kv_j2k_set_limits are then not
+ * needed.
  *
  * Functions return 0 or one of the codes of kv_j2k_error; none throws, prints or ends the process.
  * One handle is used by one thread at a time; separate handles are independent of each other.
@@ -79,6 +80,9 @@ enum kv_j2k_output_type {
   /** JP2 file with a lossless codestream: up to 16384 components. */
   KV_J2K_OUTPUT_JP2 = 77
 };
+
+/** The versions of the codec and of OpenJPEG in it, for people. Never null; valid for good. */
+KV_J2K_API const char* kv_j2k_get_version_text(void);
 
 /** Makes a handle; the caller owns it: kv_j2k_destroy. Returns 0; 1; 3 when codec is null. */
 KV_J2K_API int32_t kv_j2k_create(void** codec);

@@ -14,6 +14,7 @@
 #include "descriptor.h"
 #include "failure.h"
 #include "output_file.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -76,6 +77,12 @@ std::optional<struct stat> status_of(const std::string& path) {
   return std::nullopt;
 }
 
+void write_stdout(std::string_view bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) {
+    throw system_failure(kStdoutLabel, "cannot write");
+  }
+}
+
 void write_file(const std::string& name, std::string_view bytes) {
   // A limit on file sizes is told like any other failed write.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -97,11 +104,7 @@ bool is_terminal(const Target& target) {
 
 }  // namespace
 
-void print_text(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-    throw system_failure(kStdoutLabel, "cannot write");
-  }
-}
+void print_text(std::string_view text) { write_stdout(text_for(STDOUT_FILENO, text)); }
 
 void check_takes_binary(const Target& target) {
   if (!target.force && is_terminal(target)) {
@@ -112,8 +115,10 @@ void check_takes_binary(const Target& target) {
 
 void write_result(const Target& target, std::string_view bytes) {
   if (!is_text(bytes)) check_takes_binary(target);
+  std::string filtered;
+  if (!target.force && is_terminal(target)) bytes = filtered = printable(bytes);
   if (target.is_stdout()) {
-    print_text(bytes);
+    write_stdout(bytes);
     return;
   }
   write_file(target.name, bytes);
