@@ -108,9 +108,9 @@ KV_J2K_API const char* kv_j2k_get_error_text(void* codec);
 KV_J2K_API int32_t kv_j2k_set_limits(void* codec, uint64_t max, uint64_t max_per_byte,
                                      uint64_t free);
 
-/** Tells the work of the last decoding, in the unit of kv_j2k_set_limits, also of one that failed on
- * the way; 0 when the limits refused it or nothing has been decoded. Who decodes many codestreams of
- * one origin bounds their sum by it. Returns 0; 2; 3 when work is null. */
+/** Tells the work of the last decoding, in the unit of kv_j2k_set_limits, also of one that failed
+ * on the way; 0 when the limits refused it or nothing has been decoded. Who decodes many
+ * codestreams of one origin bounds their sum by it. Returns 0; 2; 3 when work is null. */
 KV_J2K_API int32_t kv_j2k_get_work(void* codec, uint64_t* work);
 
 /**
