@@ -127,6 +127,13 @@ int32_t kv_j2k_set_limits(void* codec, uint64_t max, uint64_t max_per_byte, uint
   });
 }
 
+int32_t kv_j2k_get_work(void* codec, uint64_t* work) {
+  return guarded(codec, [&](Session& session) {
+    if (work == nullptr) throw Failure(KV_J2K_ERR_INVALID_ARGUMENT, "there is nowhere to store to");
+    *work = static_cast<uint64_t>(session.work());
+  });
+}
+
 int32_t kv_j2k_set_input_image(void* codec, const void* data, uint32_t length) {
   return guarded(codec, [&](Session& session) {
     session.set_codestream(static_cast<const uint8_t*>(data), length);

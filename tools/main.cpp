@@ -279,6 +279,13 @@ class CommandLine {
         ->add_option("--codestream", decode_.codestream,
                      "Decode this codestream alone, counting from 0, and compose nothing")
         ->type_name("N");
+    decode
+        ->add_option("--limit", decode_.limit,
+                     "Work on at most N million samples (without it, " +
+                         std::to_string(kDefaultDecodeLimit) +
+                         ", and less where the file is too short to need so many)")
+        ->check(CLI::Range(1, 1000000))
+        ->type_name("N");
     take_target(decode)->required();
   }
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../src/api/codec.h"
+#include "kv_j2k.h"
 
 namespace kvjpx::test {
 namespace {

@@ -120,6 +120,48 @@ TEST_F(CodecTest, TellsCodestreamsThatAreMissingInThePicture) {
   EXPECT_EQ(read("half.ppm").rfind(ppm_header(160, 120), 0), 0u);
 }
 
+TEST_F(CodecTest, DecodesACodestreamAloneWhateverTheFileSaysOfIt) {
+  const std::string alone = "kvjpx decode bare.jpx --codestream 0 --format ppm -o -";
+  output_of("kvjpx rm " + kSamples + "gradient.jp2 jp2h -o bare.jpx");
+  EXPECT_EQ(output_of(alone), decode_ppm("gradient.jp2", ""));
+}
+
+TEST_F(CodecTest, LimitsWhatAFileMayCost) {
+  // A picture of 256 x 192 with 3 components, and its codestream eight times.
+  const std::string gradient = read(kSamples + "gradient.jp2");
+  const std::string codestream = gradient.substr(gradient.find("jp2c") - 4);
+  std::string many = gradient;
+  for (int i = 1; i < 8; ++i) many += codestream;
+  write("many.jpx", many);
+  const std::string set = "kvjpx set " + kSamples + "gradient.jp2 ";
+  output_of(set + "jp2h/ihdr.WIDTH=1000 jp2h/ihdr.HEIGHT=1000 jp2h/ihdr.NC=1 -o planes.jp2; " +
+            set +
+            "jp2h/ihdr.WIDTH=20000 jp2h/ihdr.HEIGHT=20001 -o large.jp2; "
+            "kvjpx set large.jp2 'jp2c.DATA=text:x' -o tiny.jp2");
+  const std::string nothing = ": nothing could be decoded: ";
+  const std::string too_much =
+      nothing + "the codestreams ask for more work than the 1 million samples of --limit";
+  refuses(
+      {{"decode many.jpx --limit 1 -o a.ppm", 7, "many.jpx" + too_much},
+       {"decode planes.jp2 --limit 1 -o a.ppm", 7, "planes.jp2" + too_much},
+       {"decode tiny.jp2 -o a.ppm", 7,
+        "tiny.jp2" + nothing +
+            "a picture of 20000 x 20001 with 3 components is too large; --limit 1201 allows it"}});
+  EXPECT_EQ(read("a.ppm"), "");
+  output_of(
+      "kvjpx decode many.jpx --limit 2 -o a.ppm; "
+      "kvjpx decode planes.jp2 --limit 3 -o b.ppm; "
+      "kvjpx decode large.jp2 --limit 1 --reduce 6 -o c.ppm");
+  EXPECT_EQ(read("a.ppm"), decode_ppm("gradient.jp2", ""));
+#ifndef __SANITIZE_ADDRESS__
+  // Room for the composed picture, but for nothing beside it.
+  refuses(
+      {{"set tiny.jp2 jp2h/ihdr.NC=1 -o - | (ulimit -v 600000; "
+        "kvjpx decode - --limit 1000 -o d.ppm)",
+        3, "standard input: not enough memory"}});
+#endif
+}
+
 #endif  // KVJPX_HAS_CODEC
 
 }  // namespace
