@@ -16,6 +16,10 @@
 
 namespace {
 
+// Seconds an item that a large file may cost only because caches no longer hold it. Work out of
+// proportion costs many times as much at the largest sizes.
+constexpr double kCacheMisses = 5e-6;
+
 struct Options {
   std::string program;  // empty: no commands
   std::string shape;    // parts of names; empty: all
@@ -57,8 +61,8 @@ class Row {
       if (point.cost.is_over) {
         marks += "  <-- ended at " + std::to_string(options_.seconds_limit) + " s";
       } else if (i > 0) {
-        marks += mark("time", points_[i - 1].seconds(), point.seconds());
-        marks += mark("memory", points_[i - 1].bytes(), point.bytes());
+        marks += mark("time", points_[i - 1].seconds(), point.seconds(), kCacheMisses);
+        marks += mark("memory", points_[i - 1].bytes(), point.bytes(), 0);
       }
     }
     const bool is_marked = marks.find("<--") != std::string::npos;
@@ -77,8 +81,8 @@ class Row {
     double bytes() const { return cost.bytes / count; }
   };
 
-  std::string mark(const char* what, double smaller, double larger) const {
-    if (smaller <= 0 || larger <= smaller * options_.tolerance) return "";
+  std::string mark(const char* what, double smaller, double larger, double floor) const {
+    if (larger <= std::max(floor, smaller * options_.tolerance)) return "";
     char words[48];
     snprintf(words, sizeof(words), "  <-- %s x%.1f", what, larger / smaller);
     return words;
