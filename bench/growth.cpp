@@ -19,6 +19,8 @@ namespace {
 // Seconds an item that a large file may cost only because caches no longer hold it. Work out of
 // proportion costs many times as much at the largest sizes.
 constexpr double kCacheMisses = 5e-6;
+// Bytes an item: what allocators and mappings round up to is no growth.
+constexpr double kSmallMemory = 500;
 
 struct Options {
   std::string program;  // empty: no commands
@@ -62,7 +64,7 @@ class Row {
         marks += "  <-- ended at " + std::to_string(options_.seconds_limit) + " s";
       } else if (i > 0) {
         marks += mark("time", points_[i - 1].seconds(), point.seconds(), kCacheMisses);
-        marks += mark("memory", points_[i - 1].bytes(), point.bytes(), 0);
+        marks += mark("memory", points_[i - 1].bytes(), point.bytes(), kSmallMemory);
       }
     }
     const bool is_marked = marks.find("<--") != std::string::npos;
