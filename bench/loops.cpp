@@ -121,7 +121,7 @@ using Fields = std::multimap<uint32_t, kv_jpx_field_info>;
 const Fields& fields_by_type() {
   static const Fields fields = [] {
     Fields all;
-    kv_jpx_field_info info;
+    kv_jpx_field_info info = {};
     for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
       all.emplace(info.box_type, info);
     }

@@ -15,7 +15,7 @@ using Fields = std::vector<kv_jpx_field_info>;
 const Fields& all_fields() {
   static const Fields fields = [] {
     Fields result;
-    kv_jpx_field_info info;
+    kv_jpx_field_info info = {};
     for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) result.push_back(info);
     return result;
   }();

@@ -47,7 +47,7 @@ Choice take_choice(Input& input) {
 void use_fields(Box* box) {
   uint64_t value;
   uint32_t size;
-  kv_jpx_field_info info;
+  kv_jpx_field_info info = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
     for (uint64_t index = 0; index < 3; ++index) box->get_int_field(box, info.key, index, &value);
     box->get_field_count(box, info.key, &value, &size);

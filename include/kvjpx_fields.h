@@ -391,6 +391,8 @@ enum kv_jpx_field_access {
 
 /** One field of one box type. */
 typedef struct kv_jpx_field_info {
+  /** sizeof(kv_jpx_field_info), set by the caller; 0 stands for the members that are here now. */
+  uint32_t size;
   /** Four-character code of the box type; 0 for the payload of all opaque boxes. */
   uint32_t box_type;
   /** JPX_FIELD_... constant. */

@@ -18,7 +18,7 @@ namespace {
 std::vector<kv_jpx_field_info> known_fields(uint32_t box_type) {
   std::vector<kv_jpx_field_info> own;
   std::vector<kv_jpx_field_info> common;
-  kv_jpx_field_info info;
+  kv_jpx_field_info info = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
     if (info.box_type == box_type) own.push_back(info);
     if (info.box_type == 0) common.push_back(info);

@@ -37,25 +37,21 @@ void link_between(SuperBox* parent, Box* previous, Box* box, Box* next) {
   box->previous = previous;
   box->next = next;
   (previous != nullptr ? previous->next : parent->first_child) = box;
-  if (next != nullptr) {
-    next->previous = box;
-  } else if (parent->kind == kSuper) {
-    // Boxes that other code inserted may name any box as their parent.
-    parent->last_child = box;
-  }
+  if (next != nullptr) next->previous = box;
 }
 
-void link_box(Box* box, Box* reference, int32_t placement) {
+void link_box(BoxIndex* index, Box* box, Box* reference, int32_t placement) {
   auto* const parent = static_cast<SuperBox*>(box->parent);
   if (placement == kFirstChild) {
     link_between(parent, nullptr, box, parent->first_child);
   } else if (placement == kLastChild) {
-    append_child(parent, box);
+    append_child(parent, index_last_child(index, parent), box);
   } else if (placement == kBefore) {
     link_between(parent, reference->previous, box, reference);
   } else {
     link_between(parent, reference, box, reference->next);
   }
+  if (box->next == nullptr) index_note_last_child(index, parent, box);
 }
 
 // Null for a type that may not stand there.
@@ -80,7 +76,7 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
   ++context.next_id;
   index_announce(&context.environment, context.index, box->id, type);
   index_settle(context.index, box->id, box);
-  link_box(box, reference, placement);
+  link_box(context.index, box, reference, placement);
   index_note_change(context.index, box);
   if (new_id != nullptr) *new_id = box->id;
   return JPX_OK;
@@ -110,6 +106,9 @@ int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id) {
   return guarded_with_box(context, id, [](Context& live, Box* box) -> int32_t {
     if (box == live.root) return JPX_ERR_INVALID_ARGUMENT;
     index_note_change(live.index, box->parent);
+    if (box->next == nullptr && live.index->is_all_ours) {
+      index_note_last_child(live.index, static_cast<SuperBox*>(box->parent), box->previous);
+    }
     index_forget(live.index, box);
     box->box_destroy(box, &live.environment);
     return JPX_OK;

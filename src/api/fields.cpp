@@ -94,15 +94,20 @@ const Field* pick_field(const FieldRows& rows, uint32_t* index) {
   return nullptr;
 }
 
+// Whether the caller's record has room for all that is written now.
+bool takes_all(const kv_jpx_field_info& info) {
+  return info.size == 0 || info.size >= sizeof(info);
+}
+
 int32_t describe(uint32_t box_type, const Field& field, kv_jpx_field_info* info) {
-  *info = {box_type, field.key, field.name, field.width, field.access};
+  *info = {sizeof(*info), box_type, field.key, field.name, field.width, field.access};
   return JPX_OK;
 }
 
 }  // namespace
 
 int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
-  if (info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+  if (info == nullptr || !takes_all(*info)) return JPX_ERR_INVALID_ARGUMENT;
   for (const BoxType& row : all_box_types()) {
     if (row.layout == nullptr) continue;
     if (const Field* field = pick_field(row.layout->fields, &index))
@@ -113,7 +118,7 @@ int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
 }
 
 int32_t kv_jpx_find_field(uint32_t box_type, const char* name, kv_jpx_field_info* info) {
-  if (name == nullptr || info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+  if (name == nullptr || info == nullptr || !takes_all(*info)) return JPX_ERR_INVALID_ARGUMENT;
   const uint32_t types[] = {box_type, 0};
   for (const uint32_t type : types) {
     for (uint32_t index = 0; kv_jpx_get_field_info(index, info) == JPX_OK; ++index) {

@@ -114,11 +114,8 @@ void take_from_tree(BoxIndex* index, uint32_t id) {
   --tree->count;
 }
 
-// Also finds the last child of every container anew.
-void enter_children(BoxIndex* index, SuperBox* parent) {
-  parent->last_child = nullptr;
+void enter_children(BoxIndex* index, const SuperBox* parent) {
   for (Box* box = parent->first_child; box != nullptr; box = box->next) {
-    parent->last_child = box;
     if (box->id >= index->count || entry_of(*index, box->id).box != nullptr) {
       index->has_strangers = true;
     } else {
@@ -156,6 +153,7 @@ void bring_up_to_date(Environment* env, BoxIndex* index) {
     return;  // tried again next time
   }
   index->seen_changes = changes;
+  index->is_all_ours = false;
 }
 
 // The box with the smallest identifier above `after` in a tree; null for none.
@@ -174,6 +172,7 @@ Box* search_tree(const BoxIndex& index, const TypeTree& tree, uint32_t after) {
 BoxIndex* make_index(Environment* env, Trouble* at) {
   auto* index = static_cast<BoxIndex*>(allocate_zeroed(env, sizeof(BoxIndex)));
   index->at = at;
+  index->is_all_ours = true;
   index->seen_changes = outside_changes();
   return index;
 }
@@ -209,6 +208,24 @@ void index_settle(BoxIndex* index, uint32_t id, Box* box) {
   entry_of(*index, id).box = box;
 }
 
+// An identifier that is out of date is found out by the box that it leads to.
+Box* index_last_child(BoxIndex* index, const SuperBox* parent) {
+  const bool is_known = parent->id == kRoot || parent->id < index->count;
+  if (is_known && !index->has_strangers) {
+    const uint32_t id = index_entry(index, parent->id)->last_child;
+    Box* const last = id < index->count ? entry_of(*index, id).box : nullptr;
+    if (last != nullptr && last->parent == parent && last->next == nullptr) return last;
+  }
+  Box* last = parent->first_child;
+  while (last != nullptr && last->next != nullptr) last = last->next;
+  return last;
+}
+
+void index_note_last_child(BoxIndex* index, const SuperBox* parent, const Box* last) {
+  if (parent->id != kRoot && parent->id >= index->count) return;
+  index_entry(index, parent->id)->last_child = last != nullptr ? last->id : kNoId;
+}
+
 void index_forget(BoxIndex* index, Box* box) {
   if (box->kind == kSuper) {
     Box* child = static_cast<SuperBox*>(box)->first_child;
@@ -227,10 +244,12 @@ void index_discard(Environment* env, BoxIndex* index, Box* box) {
 }
 
 void index_note_change(BoxIndex* index, const Box* box) {
-  for (; box != nullptr; box = box->parent) {
+  while (box != nullptr) {
     if (box->id == kRoot || box->id < index->count) {
       index_entry(index, box->id)->flags |= KV_JPX_BOX_CHANGED;
     }
+    // What other code inserted may name a parent that is no more.
+    box = index->is_all_ours || index->keeps_everything != 0 ? box->parent : nullptr;
   }
 }
 

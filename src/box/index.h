@@ -18,6 +18,7 @@ struct BoxEntry {
   uint32_t type;
   uint32_t left;  // in the tree of its type; kNoId: nothing
   uint32_t right;
+  uint32_t last_child;     // of a container, as far as known; see index_last_child
   uint16_t flags;          // bits of kv_jpx_box_flags
   uint16_t header_length;  // 0: the box is not from the input
   // Where the box stands in the input: its header, and how long its content is. The tail is the
@@ -51,6 +52,7 @@ struct BoxIndex {
   uint32_t tree_capacity;
   uint32_t tree_count;
   uint64_t seen_changes;  // by other code, when the entries were last right
+  bool is_all_ours;       // no other code has changed the tree so far
   bool has_strangers;  // identifiers that are not the index's own, or given twice: search instead
 };
 
@@ -64,6 +66,11 @@ void index_settle(BoxIndex* index, uint32_t id, Box* box);
 
 // Of an identifier that was announced, or the root's.
 BoxEntry* index_entry(BoxIndex* index, uint32_t id);
+
+// The last child of a container; null for none. Boxes that other code made may have no room for
+// such a pointer, so the index has it.
+Box* index_last_child(BoxIndex* index, const SuperBox* parent);
+void index_note_last_child(BoxIndex* index, const SuperBox* parent, const Box* last);
 
 // Forgets a box and all below it, before they are destroyed.
 void index_forget(BoxIndex* index, Box* box);

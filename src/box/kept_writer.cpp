@@ -280,7 +280,7 @@ bool is_open_at_end(const KeptOutput* output, const Box* box) {
     const uint16_t ending = entry->flags & (KV_JPX_BOX_OPEN_ENDED | KV_JPX_BOX_CUT_SHORT);
     if (ending == KV_JPX_BOX_OPEN_ENDED) return true;
     if (box->kind != kSuper || entry->tail_length != 0) return false;
-    box = static_cast<const SuperBox*>(box)->last_child;
+    box = index_last_child(output->index, static_cast<const SuperBox*>(box));
     if (box == nullptr) return false;
   }
 }

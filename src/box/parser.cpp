@@ -152,6 +152,7 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
 void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* counter) {
   BoxIndex* const index = stream->index;
   uint64_t end_of_boxes = bs_get_current_position(env, stream);
+  Box* last = nullptr;
   while (bs_at_limit(env, stream) == 0) {
     Header header;
     Trouble trouble = read_header(env, stream, &header);
@@ -168,10 +169,13 @@ void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* co
     // parent's parse goes on behind the refused box.
     if (child == nullptr) break;
     end_of_boxes = header.end;
-    append_child(box, child);
+    append_child(box, last, child);
+    last = child;
   }
   if (index == nullptr) return;
-  index_entry(index, box->id)->tail_length = bs_get_current_read_limit(env, stream) - end_of_boxes;
+  BoxEntry* const entry = index_entry(index, box->id);
+  entry->tail_length = bs_get_current_read_limit(env, stream) - end_of_boxes;
+  if (last != nullptr) entry->last_child = last->id;
   if (stream->keeps_everything == 0) return;
   skip_content(env, stream);
   stream->content_is_bad = 0;

@@ -50,9 +50,7 @@ void jpx_super_destroy(Box* box, Environment* env) {
     JPX_SafeFreeInternal(env, child);
     child = next;
   }
-  if (box->kind != kSuper) return;
-  static_cast<SuperBox*>(box)->first_child = nullptr;
-  static_cast<SuperBox*>(box)->last_child = nullptr;
+  if (box->kind == kSuper) static_cast<SuperBox*>(box)->first_child = nullptr;
 }
 
 Box* jpx_super_find_by_id(Box* box, uint32_t id) {
@@ -74,11 +72,10 @@ Box* jpx_super_find_by_type(Box* box, uint32_t type, uint32_t after) {
   return candidate;
 }
 
-void append_child(SuperBox* parent, Box* box) {
+void append_child(SuperBox* parent, Box* last, Box* box) {
   box->next = nullptr;
-  box->previous = parent->last_child;
-  (parent->last_child != nullptr ? parent->last_child->next : parent->first_child) = box;
-  parent->last_child = box;
+  box->previous = last;
+  (last != nullptr ? last->next : parent->first_child) = box;
 }
 
 uint32_t container_depth(const Box* parent) {

@@ -100,7 +100,7 @@ int32_t add_beside_label(TestDocument& document, const std::string& type, uint32
 }
 
 TEST(FailingMemory, WhileFieldsAreUsed) {
-  kv_jpx_field_info field;
+  kv_jpx_field_info field = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &field) == JPX_OK; ++i) {
     const std::string type = field.box_type == 0 ? "none" : be32(field.box_type);
     const std::string name = type + '.' + field.name;
@@ -119,7 +119,7 @@ TEST(FailingMemory, WhileFieldsAreUsed) {
 
 // The blocks of a box go with it, not only with the context.
 TEST(Ownership, OfWhatFieldsHoldIsTheBoxes) {
-  kv_jpx_field_info field;
+  kv_jpx_field_info field = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &field) == JPX_OK; ++i) {
     const std::string type = field.box_type == 0 ? "none" : be32(field.box_type);
     TestDocument document(in_parents(type, box("lbl ")));

@@ -112,7 +112,7 @@ bool has(const std::vector<uint32_t>& keys, uint32_t key) {
 TEST(IntegerFields, TakeTheirRangesAndKeepTheirLowBytes) {
   size_t unjudged = 0;
   size_t judged = 0;
-  kv_jpx_field_info field;
+  kv_jpx_field_info field = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &field) == JPX_OK; ++i) {
     const std::string type = field.box_type == 0 ? "none" : be32(field.box_type);
     SCOPED_TRACE(type + '.' + field.name);
@@ -133,7 +133,7 @@ TEST(IntegerFields, TakeTheirRangesAndKeepTheirLowBytes) {
 }
 
 TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
-  kv_jpx_field_info info;
+  kv_jpx_field_info info = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
     const std::string type = info.box_type == 0 ? "none" : be32(info.box_type);
     SCOPED_TRACE(type + '.' + info.name);

@@ -96,7 +96,7 @@ TEST(BoxTypes, OfferNothingUnderAForeignType) {
     EXPECT_EQ(box->length(box), 0u) << rule.type;
     EXPECT_EQ(under_test.content(), "") << rule.type;
     EXPECT_EQ(under_test.printed(), "") << rule.type;
-    kv_jpx_field_info info;
+    kv_jpx_field_info info = {};
     for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
       uint64_t number;
       void* buffer = nullptr;
@@ -113,7 +113,7 @@ TEST(BoxTypes, OfferNothingUnderAForeignType) {
 // Keys, widths and access are what hosts and bindings are compiled against.
 TEST(FieldInfo, IsTheGoldenTable) {
   std::string table;
-  kv_jpx_field_info info;
+  kv_jpx_field_info info = {};
   uint32_t count = 0;
   for (; kv_jpx_get_field_info(count, &info) == JPX_OK; ++count) {
     char line[80];
