@@ -3,6 +3,7 @@
 #define KVJPX_TESTS_SUPPORT_CHECKING_ALLOCATOR_H_
 
 #include <cstddef>
+#include <map>
 #include <set>
 
 namespace kvjpx::test {
@@ -32,12 +33,17 @@ class CheckingAllocator {
 
   size_t live_blocks() const { return live_.size(); }
   size_t allocations() const { return allocations_; }
+  size_t peak() const { return peak_; }        // most bytes that were ever live
+  size_t traffic() const { return traffic_; }  // bytes of all allocations together
   bool is_live(void* block) const { return live_.count(block) != 0; }
 
  private:
-  std::set<void*> live_;
+  std::map<void*, size_t> live_;
   std::set<void*> kept_;
   size_t allocations_ = 0;
+  size_t live_bytes_ = 0;
+  size_t peak_ = 0;
+  size_t traffic_ = 0;
   size_t allocations_until_failure_ = 0;
   size_t largest_block_ = static_cast<size_t>(-1);
   bool has_failed_ = false;
