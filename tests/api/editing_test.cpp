@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -69,8 +71,45 @@ TEST(OrderOfChecks, IsContextInputNullOutLookUp) {
     EXPECT_EQ(query.call(loaded.get(), kUnknownId, out), query.unknown) << query.name;
     EXPECT_EQ(query.call(loaded.get(), kUnknownId, {}), query.without_out) << query.name;
   }
-  uint64_t wrong_magic[64] = {1};
-  EXPECT_EQ(kv_jpx_print_box(reinterpret_cast<kv_jpx_context*>(wrong_magic), 0), 2);
+}
+
+// What functions that need no box answer when the context is spent.
+void* null_block;
+const std::pair<int32_t (*)(kv_jpx_context*), int32_t> kOnSpent[] = {
+    {[](auto* c) { return kv_jpx_register_callbacks(c, c, c, c, c, c); }, JPX_OK},
+    {[](auto* c) { return kv_jpx_free(c, c); }, JPX_ERR_MEMORY},
+    {[](auto* c) { return kv_jpx_set_input_jpx_region_level(c, 1, 2, 3, 4); }, JPX_OK},
+    {[](auto* c) { return kv_jpx_set_input_jpx_resolution_level(c, 0, 0); }, 3},
+    {[](auto* c) { return kv_jpx_set_input_jpx_quality_level(c, 0); }, 3},
+    {[](auto* c) { return kv_jpx_set_input_image(c, "", 0); }, JPX_ERR_MEMORY},
+    {[](auto* c) { return kv_jpx_set_input_image_file(c, "/dev/null"); }, JPX_ERR_MEMORY},
+    {[](auto* c) { return kv_jpx_set_input_image_mapped(c, "/dev/null"); }, JPX_ERR_MEMORY},
+    {[](auto* c) { return kv_jpx_set_output_type(c, 74); }, JPX_OK},
+    {[](auto* c) { return kv_jpx_get_output_image(c, &null_block, &wide_out); }, JPX_ERR_NO_INPUT},
+    {[](auto* c) { return kv_jpx_get_output_image_file(c, "/none/file"); }, JPX_ERR_NO_INPUT},
+    {[](auto* c) { return kv_jpx_destroy(c); }, JPX_OK}};
+
+TEST(Contexts, AreRecognisedByEveryFunctionAndMayBeSpent) {
+  CheckingAllocator allocator;
+  allocator.keep_released();
+  kv_jpx_context* context = nullptr;
+  kv_jpx_create_with_memory_manager(&context, &allocator, CheckingAllocator::allocate,
+                                    CheckingAllocator::release);
+  EXPECT_EQ(kv_jpx_set_input_image(context, "short", 5), JPX_ERR_READ_PAST_END);
+  kv_jpx_context foreign;
+  memset(&foreign, 0x5A, sizeof(foreign));
+  const kv_jpx_context original = foreign;
+  for (const auto& [function, code] : kOnSpent) {
+    const bool is_last = function == std::end(kOnSpent)[-1].first;  // the one that destroys it
+    for (int round = 0; round < (is_last ? 1 : 2); ++round) EXPECT_EQ(function(context), code);
+  }
+  EXPECT_EQ(allocator.live_blocks(), 0u);
+  for (const auto& [function, code] : kOnSpent) {
+    for (kv_jpx_context* bad : {static_cast<kv_jpx_context*>(nullptr), &foreign, context}) {
+      EXPECT_EQ(function(bad), JPX_ERR_BAD_CONTEXT) << "which gives " << code;
+    }
+  }
+  EXPECT_EQ(memcmp(&foreign, &original, sizeof(foreign)), 0);
 }
 
 TEST(Walking, GoesFromFirstChildToNextAndByType) {

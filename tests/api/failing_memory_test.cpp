@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -171,28 +170,6 @@ TEST(FailingMemory, WhileTheFileIsDelivered) {
          });
          return code;
        }});
-}
-
-TEST(FailingMemory, IsNoMatterForWhatNeedsNone) {
-  const auto act = [](TestDocument& document) {
-    kv_jpx_context* const context = document.get();
-    uint32_t out;
-    uint8_t flag;
-    captured_stdout([&] { EXPECT_EQ(kv_jpx_print_box(context, KV_JPX_ROOT), JPX_OK); });
-    const int32_t codes[] = {
-        kv_jpx_get_next_box_id_by_type(context, code("uuid"), 0, &out),
-        kv_jpx_get_box_count_by_type(context, code("uuid"), &out),
-        kv_jpx_get_next_box_id(context, 0, &out),
-        kv_jpx_get_first_child_box_id(context, KV_JPX_ROOT, &out),
-        kv_jpx_is_box_super(context, 0, &flag),
-        kv_jpx_set_output_type(context, 74),
-        kv_jpx_set_input_jpx_region_level(context, 1, 2, 3, 4),
-        kv_jpx_set_input_jpx_resolution_level(context, 2, 1),
-        kv_jpx_set_input_jpx_quality_level(context, 2),
-        kv_jpx_register_callbacks(context, nullptr, nullptr, nullptr, nullptr, nullptr)};
-    return *std::find(std::begin(codes), std::end(codes) - 1, JPX_ERR_MEMORY);
-  };
-  run({"queries", every_box(), act, false});
 }
 
 }  // namespace

@@ -169,22 +169,6 @@ TEST(BasicBox, ReadsItsPayloadAgainAndAgain) {
   EXPECT_EQ(document.written(), box("xml ", "replaced") + box("jp2c", "to the end"));
 }
 
-TEST(BasicBox, OffersItsOperationsToItsOwnKindOnly) {
-  TestDocument document(box("xml ", "data"));
-  Box* const box = document.record(0);
-  Environment* const env = document.env();
-  const uint32_t key = JPX_FIELD_JP2C_DATA;
-  void* buffer = nullptr;
-  box->kind = kParsed;
-  EXPECT_EQ(box->length(box), 0u);
-  EXPECT_EQ(document.content(0), "");
-  EXPECT_EQ(document.printed(0), "");
-  EXPECT_EQ(box->get_field_count(box, key, nullptr, nullptr), 4);
-  EXPECT_EQ(box->set_buffer_field(box, env, key, 1, 1, "x"), 4);
-  EXPECT_EQ(box->get_buffer_field(box, env, key, nullptr, nullptr, &buffer), 4);
-  box->kind = kBasic;
-}
-
 TEST(BasicBox, MadeEmptyHasNoSource) {
   TestDocument document;
   document.load("");

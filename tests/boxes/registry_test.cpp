@@ -84,18 +84,21 @@ TEST(BoxTypes, SurviveShortPayloads) {
   EXPECT_EQ(header.value(JPX_FIELD_IHDR_WIDTH), 0u);
 }
 
-// Every operation of a typed box asks for its own type first, so that a host that relabels a box
-// gets nothing wrong out of it.
+// Every operation asks for its own type first, that of an opaque box for its kind, so that a box
+// that was relabelled gets nothing wrong out of it.
 TEST(BoxTypes, OfferNothingUnderAForeignType) {
   for (const TypeRule& rule : type_rules()) {
-    if (rule.kind != kParsed) continue;
+    if (rule.kind == kSuper) continue;
+    SCOPED_TRACE(rule.type);
     BoxUnderTest under_test(rule.type, rule.payload);
     Environment* const env = under_test.env();
     Box* const box = under_test.record(under_test.id);
+    const Box original = *box;
     box->type = code("zzzz");
-    EXPECT_EQ(box->length(box), 0u) << rule.type;
-    EXPECT_EQ(under_test.content(), "") << rule.type;
-    EXPECT_EQ(under_test.printed(), "") << rule.type;
+    box->kind = kParsed;
+    EXPECT_EQ(box->length(box), 0u);
+    EXPECT_EQ(under_test.content(), "");
+    EXPECT_EQ(under_test.printed(), "");
     kv_jpx_field_info info;
     for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
       uint64_t number;
@@ -106,7 +109,7 @@ TEST(BoxTypes, OfferNothingUnderAForeignType) {
       EXPECT_EQ(box->set_buffer_field(box, env, info.key, 1, 1, "x"), 4);
       EXPECT_EQ(box->get_buffer_field(box, env, info.key, nullptr, nullptr, &buffer), 4);
     }
-    box->type = type_code(rule.type);
+    *box = original;
   }
 }
 

@@ -71,38 +71,5 @@ TEST(Context, KeepsItsSettings) {
   EXPECT_EQ(memcmp(record.environment.manager->callbacks, five, sizeof(five)), 0);
 }
 
-// The functions on boxes are asked the same in api/editing_test.cpp.
-TEST(Context, IsRecognisedByEveryFunction) {
-  static uint64_t large = 0;
-  static void* block = nullptr;
-  int32_t (*const functions[])(kv_jpx_context*) = {
-      [](auto* c) { return kv_jpx_destroy(c); },
-      [](auto* c) { return kv_jpx_register_callbacks(c, c, c, c, c, c); },
-      [](auto* c) { return kv_jpx_free(c, nullptr); },
-      [](auto* c) { return kv_jpx_set_input_jpx_region_level(c, 1, 2, 3, 4); },
-      [](auto* c) { return kv_jpx_set_input_jpx_resolution_level(c, 0, 0); },
-      [](auto* c) { return kv_jpx_set_input_jpx_quality_level(c, 0); },
-      [](auto* c) { return kv_jpx_set_input_image(c, "", 0); },
-      [](auto* c) { return kv_jpx_set_input_image_file(c, "/nonexistent"); },
-      [](auto* c) { return kv_jpx_set_input_image_mapped(c, "/nonexistent"); },
-      [](auto* c) { return kv_jpx_set_output_type(c, 0); },
-      [](auto* c) { return kv_jpx_get_output_image(c, &block, &large); },
-      [](auto* c) { return kv_jpx_get_output_image_file(c, "/nonexistent/file"); },
-  };
-  TestContext destroyed;
-  destroyed.allocator().keep_released();
-  kv_jpx_context* const stale = destroyed.get();
-  destroyed.destroy();
-  kv_jpx_context foreign;
-  memset(&foreign, 0x5A, sizeof(foreign));
-  const kv_jpx_context original = foreign;
-  for (const auto& function : functions) {
-    for (kv_jpx_context* bad : {static_cast<kv_jpx_context*>(nullptr), &foreign, stale}) {
-      EXPECT_EQ(function(bad), JPX_ERR_BAD_CONTEXT) << "of entry " << &function - functions;
-    }
-  }
-  EXPECT_EQ(memcmp(&foreign, &original, sizeof(foreign)), 0);
-}
-
 }  // namespace
 }  // namespace kvjpx::test
