@@ -1,6 +1,6 @@
 // Scripts of boxes: field ranges and oddities, a line or two each.
 //
-// A case starts with the type of a box and its payload: bytes (see bytes_of), "*" for those of the
+// A case starts with the type of a box and its payload: bytes (see support/notation.h), "*" for those of the
 // type's sample, or "new" for a box that is made. Operations follow, on indented lines too:
 //   KEY=N          a get gives the number N          KEY!C     it answers the code C
 //   KEY:N          a set of N is taken               KEY:N!C   it answers C, with 3 changing
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "boxes/box_types.h"
+#include "support/notation.h"
 
 namespace kvjpx::test {
 namespace {
@@ -25,30 +26,6 @@ namespace {
 uint64_t number_of(const std::string& text) {
   if (text[0] == '\'') return type_code(text.substr(1, text.size() - 2));
   return strtoull(text.c_str(), nullptr, 0);
-}
-
-// Pieces in a row, with "_" between any of them: 'text', hexadecimal digits, "*N" for N times the
-// byte before, "pN" for a pattern of N bytes.
-std::string bytes_of(const std::string& text) {
-  std::string result;
-  for (size_t at = 0, end = 0; at < text.size(); at = end) {
-    end = text.find_first_not_of("0123456789", at + 1);
-    const auto count = [&] { return std::stoul(text.substr(at + 1, end - at - 1)); };
-    if (text[at] == '\'') {
-      end = text.find('\'', at + 1) + 1;
-      result += text.substr(at + 1, end - at - 2);
-    } else if (text[at] == '*') {
-      result.append(count() - 1, result.back());
-    } else if (text[at] == 'p') {
-      result += pattern(count());
-    } else if (text[at] == '_') {
-      end = at + 1;
-    } else {
-      end = at + 2;
-      result += static_cast<char>(std::stoi(text.substr(at, 2), nullptr, 16));
-    }
-  }
-  return result;
 }
 
 // The parts of a text between separators that stand outside of quotes.
