@@ -25,8 +25,8 @@ import time
 TOP = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("src", "codec", "tools")
 PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what mutants go into; tests find them at run time
-TESTS = ("kvjpx_tests", "codec_test", "kvjpx_tool_tests")
-UNSEEN = {"src": ("codec_test",), "codec": ("kvjpx_tests",), "tools": ("kvjpx_tests", "codec_test")}
+TESTS = {"kvjpx_tests": ("src",), "codec_test": ("codec",), "kvjpx_tool_tests": FOLDERS}
+REPLAYS = ("load", "edit", "fields", "reader", "stream")  # of the fuzzers: asked last, as they are linked anew
 
 SWAPS = [(a, b) for pair in (("==", "!="), ("<", "<="), (">", ">="), ("&&", "||"), ("+", "-"),
                              ("<<", ">>"), ("&", "|"), ("+=", "-="), ("*", "/"))
