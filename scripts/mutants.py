@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Breaks the code in one place at a time and tells which breaks the tests notice.
 
-  scripts/mutants.py --sample 300 >before.tsv     # a deterministic sample of all mutants
+  scripts/mutants.py --sample 300 >before.tsv      # always the same sample of the same code
   scripts/mutants.py --again before.tsv >after.tsv # the same ones, say after a change of tests
 
-Each line of output is a verdict, a path, a line number, and the line before and after: killed,
-survived, or not built. With --again the line is found by its text, so other lines may come and go
-("gone" when it changed itself), and mutants that were killed and now survive are told at the end.
-Every worker builds a copy of the tree in build-mutants/; the tree itself is never changed.
+Each line of output is a verdict (killed, survived, not built), a path, a line number, and the line
+before and after. With --again the line is found by its text, so other lines may come and go ("gone"
+if it changed itself); mutants that were killed and are no more are told at the end. Every worker
+builds a copy of the tree in build-mutants/; the tree itself is never changed.
 """
 import argparse
 import concurrent.futures
@@ -24,19 +24,19 @@ import time
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("src", "codec", "tools")
-PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what mutants go into; tests find them at run time
+PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what mutants go into; test programs load or run them
 TESTS = {"kvjpx_tests": ("src",), "codec_test": ("codec",), "kvjpx_tool_tests": FOLDERS}
-REPLAYS = ("load", "edit", "fields", "reader", "stream")  # of the fuzzers: asked last, as they are linked anew
+REPLAYS = {f"kvjpx_fuzz_replay_{name}": name for name in ("load", "edit", "fields", "stream")}
 
-SWAPS = [(a, b) for pair in (("==", "!="), ("<", "<="), (">", ">="), ("&&", "||"), ("+", "-"),
-                             ("<<", ">>"), ("&", "|"), ("+=", "-="), ("*", "/"))
-         for a, b in (pair, pair[::-1])]
-RULES = [(re.compile(rf"(?<= ){re.escape(a)}(?= )"), b) for a, b in SWAPS]
-RULES += [(re.compile(r"\btrue\b"), "false"), (re.compile(r"\bfalse\b"), "true"),
-          (re.compile(r"(?<![\w.'])(\d+|0x[0-9A-Fa-f]+)(?![\w.'])"), r"(\1 + 1)"),
-          (re.compile(r"\bif \((?!.*;)"), "if (false && "), (re.compile(r"\bif \((?!.*;)"), "if (true || "),
-          (re.compile(r"(?<=\breturn )(?!\{).+(?=;)"), "{}"),
-          (re.compile(r"^\s*(?!return|using|const|break|continue|case|delete)[\w.:>\[\]*-]+( [+|&-]?= |\().*;$"), ";")]
+SWAPS = [pair for a, b in (("==", "!="), ("<", "<="), (">", ">="), ("&&", "||"), ("+", "-"), ("<<", ">>"),
+                           ("&", "|"), ("+=", "-="), ("*", "/")) for pair in ((a, b), (b, a))]
+RULES = [(re.compile(rf"(?<= ){re.escape(a)}(?= )"), b) for a, b in SWAPS] + [
+    (re.compile(r"\btrue\b"), "false"), (re.compile(r"\bfalse\b"), "true"),
+    (re.compile(r"(?<![\w.'])(\d+|0x[0-9A-Fa-f]+)(?![\w.'])"), r"(\1 + 1)"),
+    (re.compile(r"\bif \((?!.*;)"), "if (false && "), (re.compile(r"\bif \((?!.*;)"), "if (true || "),
+    (re.compile(r"(?<=\breturn )(?!\{).+(?=;)"), "{}"),
+    (re.compile(r"^\s*(?!return|using|const|break|continue|case|delete)[\w.:>\[\]*-]+( [+|&-]?= |\().*;$"), ";")]
+UNTOUCHED = re.compile(r'"(\\.|[^"\\])*"|\'(\\.|[^\'\\])\'|operator\S+|template.*')
 
 
 def mutants_of(path):
@@ -45,12 +45,16 @@ def mutants_of(path):
         code = line.split("//")[0]
         if code.lstrip().startswith(("#", "*", "static_assert", "using", "namespace")):
             continue
-        text = [m.span() for m in re.finditer(r'"(\\.|[^"\\])*"|\'(\\.|[^\'\\])\'|operator\S+|template.*', code)]
+        untouched = [match.span() for match in UNTOUCHED.finditer(code)]
         for pattern, replacement in RULES:
             for match in pattern.finditer(code):
-                if any(a <= match.start() < b for a, b in text):
-                    continue
-                yield path, number, line, code[:match.start()] + match.expand(replacement) + code[match.end():]
+                if not any(a <= match.start() < b for a, b in untouched):
+                    yield path, number, line, code[:match.start()] + match.expand(replacement) + code[match.end():]
+
+
+def limit_resources():
+    resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
 
 
 class Worker:
@@ -58,24 +62,25 @@ class Worker:
 
     def __init__(self, number):
         self.tree = TOP / "build-mutants" / str(number)
-        self.build = self.tree / "build"
         listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=TOP, text=True,
                                 stdout=subprocess.PIPE, check=True).stdout.split("\n")
         files = {name for name in listed if name and (TOP / name).is_file()}
+        for old in self.tree.glob("*/**/*"):
+            name = old.relative_to(self.tree).as_posix()
+            if old.is_file() and not name.startswith("build/") and name not in files:
+                old.unlink()
         for name in files:
             self.put(name, (TOP / name).read_bytes(), (TOP / name).stat().st_mode)
-        for old in self.tree.glob("tests/**/*"):
-            if old.is_file() and str(old.relative_to(self.tree)) not in files:
-                old.unlink()
         self.call(["cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w"], check=True)
-        self.call(["cmake", "--build", "build", "--target", *PRODUCTS, *TESTS], check=True)
-        self.limits = {}
-        for test in TESTS:
+        if self.build(*PRODUCTS, *TESTS, *REPLAYS) != 0:
+            sys.exit(f"{self.tree} does not build")
+        self.seconds = {}
+        for test in (*TESTS, *REPLAYS):
             start = time.monotonic()
             if self.run(test, 600) != 0:
                 sys.exit(f"{test} fails without a mutant")
-            self.limits[test] = 10 + 5 * (time.monotonic() - start)
+            self.seconds[test] = 10 + 5 * (time.monotonic() - start)
 
     def put(self, name, content, mode=0o644):
         path = self.tree / name
@@ -85,41 +90,44 @@ class Worker:
             path.chmod(mode)
 
     def call(self, command, check=False):
-        return subprocess.run(command, cwd=self.tree, stdout=subprocess.DEVNULL,
-                              stderr=None if check else subprocess.DEVNULL, check=check).returncode
+        return subprocess.run(command, cwd=self.tree, stdout=subprocess.DEVNULL, check=check,
+                              stderr=None if check else subprocess.DEVNULL).returncode
+
+    def build(self, *targets):
+        return self.call(["cmake", "--build", "build", "--target", *targets])
 
     def run(self, test, seconds):
         """The exit code of a test program; a mutant may take neither all memory nor all day."""
-        def limit():
-            resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
-            resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
-        process = subprocess.Popen([self.build / "bin" / test, "--gtest_brief=1", "--gtest_fail_fast"],
-                                   cwd=self.tree, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL, start_new_session=True, preexec_fn=limit)
+        arguments = ["--gtest_brief=1", "--gtest_fail_fast"]
+        if test in REPLAYS:
+            folders = ("corpus", "corpus-" + REPLAYS[test], "findings/" + REPLAYS[test])
+            arguments = [f"fuzz/{folder}" for folder in folders if (self.tree / "fuzz" / folder).exists()]
+        process = subprocess.Popen([self.tree / "build/bin" / test, *arguments], cwd=self.tree,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   start_new_session=True, preexec_fn=limit_resources)
         try:
             return process.wait(seconds)
         except subprocess.TimeoutExpired:
-            return -1
-        finally:
-            try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
+            os.killpg(process.pid, signal.SIGKILL)
+            return process.wait()
 
     def verdict(self, path, number, before, after):
         original = (TOP / path).read_text()
         lines = original.splitlines(keepends=True)
-        same = [i for i, line in enumerate(lines, 1) if line.rstrip("\n") == before]
+        same = [i for i, line in enumerate(lines) if line.rstrip("\n") == before]
         if not same:
             return "gone"
-        place = min(same, key=lambda i: abs(i - number)) - 1
-        lines[place] = after + "\n"
+        lines[min(same, key=lambda i: abs(i + 1 - number))] = after + "\n"
         self.put(path, "".join(lines).encode())
+        folder = path.split("/")[0]
         try:
-            if self.call(["cmake", "--build", "build", "--target", *PRODUCTS]) != 0:
+            if self.build(*PRODUCTS) != 0:
                 return "not built"
-            seen = [test for test in TESTS if test not in UNSEEN[path.split("/")[0]]]
-            return "killed" if any(self.run(test, self.limits[test]) for test in seen) else "survived"
+            if any(self.run(test, self.seconds[test]) for test, seen in TESTS.items() if folder in seen):
+                return "killed"
+            if folder != "src" or self.build(*REPLAYS) != 0:
+                return "survived"
+            return "killed" if any(self.run(test, self.seconds[test]) for test in REPLAYS) else "survived"
         finally:
             self.put(path, original.encode())
 
@@ -131,14 +139,15 @@ def main():
     parser.add_argument("--again", type=pathlib.Path, help="the mutants of this list instead")
     parser.add_argument("--jobs", type=int, default=1, help="copies of the tree to work in")
     options = parser.parse_args()
+    known = {}
     if options.again:
-        rows = [line.split("\t") for line in options.again.read_text().splitlines()]
-        known = {(path, int(number), before, after): verdict for verdict, path, number, before, after in rows}
-        mutants = list(known)
-    else:
-        paths = sorted(p.relative_to(TOP).as_posix() for f in FOLDERS for p in (TOP / f).rglob("*.cpp"))
-        mutants = random.Random(options.seed).sample([m for p in paths for m in mutants_of(p)], options.sample)
-        known = {}
+        for row in options.again.read_text().splitlines():
+            verdict, path, number, before, after = row.split("\t")
+            known[path, int(number), before, after] = verdict
+    paths = sorted(p.relative_to(TOP).as_posix() for folder in FOLDERS for p in (TOP / folder).rglob("*.cpp"))
+    mutants = list(known) or [m for path in paths for m in mutants_of(path)]
+    if not known and options.sample < len(mutants):
+        mutants = random.Random(options.seed).sample(mutants, options.sample)
     workers = queue.Queue()
     for number in range(options.jobs):
         workers.put(Worker(number))
@@ -150,14 +159,14 @@ def main():
         finally:
             workers.put(worker)
         print(verdict, *mutant, sep="\t", flush=True)
-        return mutant, verdict
+        return verdict
 
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        results = dict(pool.map(judge, mutants))
-    verdicts = list(results.values())
-    print(*(f"{verdicts.count(v)} {v}" for v in ("killed", "survived", "not built", "gone")), sep=", ", file=sys.stderr)
-    lost = [m for m, verdict in results.items() if verdict == "survived" and known.get(m) == "killed"]
-    print(*("lost: %s:%d: %s" % m[:3] for m in lost), sep="\n", file=sys.stderr)
+        verdicts = list(pool.map(judge, mutants))
+    print(", ".join(f"{verdicts.count(v)} {v}" for v in ("killed", "survived", "not built", "gone")), file=sys.stderr)
+    lost = [m for m, verdict in zip(mutants, verdicts) if verdict == "survived" and known.get(m) == "killed"]
+    for path, number, before, after in lost:
+        print(f"lost: {path}:{number}: {before.strip()} -> {after.strip()}", file=sys.stderr)
     return 1 if lost else 0
 
 

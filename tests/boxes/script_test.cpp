@@ -1,7 +1,8 @@
 // Scripts of boxes: field ranges and oddities, a line or two each.
 //
-// A case starts with the type of a box and its payload: bytes (see support/notation.h), "*" for those of the
-// type's sample, or "new" for a box that is made. Operations follow, on indented lines too:
+// A case starts with the type of a box and its payload: bytes (see support/notation.h), "*" for
+// those of the type's sample, or "new" for a box that is made. Operations follow, on indented lines
+// too:
 //   KEY=N          a get gives the number N          KEY!C     it answers the code C
 //   KEY:N          a set of N is taken               KEY:N!C   it answers C, with 3 changing
 //   nothing KEY:=N         both: N is kept, in the field's low bytes KEY#N, KEY#N/W the count (and
@@ -60,14 +61,14 @@ class ScriptedBox : public BoxUnderTest {
 
   void run(const std::string& type, const std::string& operation) {
     SCOPED_TRACE(operation);
-    static const std::regex kForm(R"(([\w@?,]*)(?:\[(\d+)\])?(:=|[:=!#<>~+])(.*?)(?:!(\d+))?)");
+    static const std::regex kForm(R"(([\w@?,]*)(?:\[([^\]]+)\])?(:=|[:=!#<>~+])(.*?)(?:!(\d+))?)");
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(operation, parts, kForm));
     const std::string operand = parts[4];
     const int32_t code = parts[5].matched ? std::stoi(parts[5]) : JPX_OK;
     const std::string action = parts[3];
     if (parts[1].length() != 0) {
-      const uint64_t index = parts[2].matched ? std::stoull(parts[2]) : 0;
+      const uint64_t index = parts[2].matched ? number_of(parts[2]) : 0;
       for (const std::string& key : split(parts[1], ',')) {
         use_field(field_of(type, key), index, action, operand, code);
       }
