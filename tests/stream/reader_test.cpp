@@ -86,16 +86,6 @@ TEST_P(EveryReader, RaisesFiveBehindItsEnd) {
   }
 }
 
-TEST_P(EveryReader, KeepsItsBytesInViewUntilItIsDestroyed) {
-  Stream* const stream = open(env);
-  EXPECT_EQ(bs_read_1_byte(env, stream), 1u);
-  if (stream->descriptor >= 0) reopen(stream, "/dev/null", O_WRONLY);
-  bs_set_current_position(env, stream, 9);
-  EXPECT_EQ(bs_read_1_byte(env, stream), 10u);
-  for (int i = 0; i < 2; ++i) bs_destroy(env, stream);
-  EXPECT_EQ(bs_get_file_size(env, stream), 10u);
-}
-
 TEST_P(EveryReader, RaisesInternalErrorsForStreamsOfTheWrongKind) {
   const Act on_readers = [](auto* e, auto* s) { bs_read_1_byte(e, s); };
   const Act on_writers[] = {[](auto* e, auto* s) { bs_write_n_byte(e, s, 0, 0, 0); },
@@ -159,14 +149,6 @@ TEST_P(FileReader, FindsLaterViewsWhereItsKindLooksForThem) {
   EXPECT_EQ(code_of(third_view), 0);
   std::filesystem::resize_file(file.path(), 3 * kView);
   EXPECT_EQ(code_of(third_view), leaps ? JPX_ERR_READ_PAST_END : 0);
-}
-
-TEST_P(FileReader, ReadsAcrossTheEndOfAView) {
-  fill(kView + 9000, {{kView - 5001, 'a'}, {kView, 'b'}});
-  Stream* const stream = open(env);
-  EXPECT_EQ(bs_read_1_byte(env, stream), 0u);
-  bs_set_current_position(env, stream, kView - 5001);
-  EXPECT_EQ(read_string(env, stream, 5002), 'a' + std::string(5000, '\0') + 'b');
 }
 
 TEST_P(FileReader, SeeksNearTheEndOfABigFileThroughAMappingOnly) {

@@ -50,13 +50,6 @@ inline std::string read_string(Environment* env, Stream* stream, uint64_t count)
 
 using Act = void (*)(Environment*, Stream*);
 
-// Swaps the stream's descriptor for one of the same file that refuses reads or writes.
-inline void reopen(Stream* stream, const char* path, int flags) {
-  const int descriptor = open(path, flags | O_CLOEXEC);
-  dup2(descriptor, stream->descriptor);
-  close(descriptor);
-}
-
 inline std::string source_name(const ::testing::TestParamInfo<Source>& info) {
   return info.param == kMemory ? "Memory" : info.param == kFile ? "File" : "Mapped";
 }

@@ -43,33 +43,6 @@ TEST_P(EveryWriter, StoresNumbersInBothByteOrders) {
                              8, 7, 8, 7, 6, 5, 8, 7, 6, 5, 4, 3, 2, 1}));
 }
 
-TEST_P(EveryWriter, WritesInOrderAndWhereItIsPositioned) {
-  std::string expected = pattern(30000);
-  for (size_t position = 0, piece = 1; position < expected.size(); position += piece) {
-    piece = std::min(piece + 7, expected.size() - position);
-    bs_write_memcpy(env, stream, expected.data() + position, piece);
-  }
-  expected.resize(31000);
-  expected += "**";
-  for (const uint64_t position : {29990u, 10u, 5000u, 4095u, 29998u, 31000u}) {
-    bs_set_current_position(env, stream, position);
-    bs_write_2_byte_big(env, stream, 0x2A2A);
-    EXPECT_EQ(bs_get_current_position(env, stream), position + 2);
-    expected.replace(position, 2, "**");
-  }
-  EXPECT_TRUE(finish() == expected);
-}
-
-TEST_P(EveryWriter, ShowsWhatStandsInItAndEndsAtItsPosition) {
-  bs_write_memcpy(env, stream, "0123456789", 10);
-  bs_set_current_position(env, stream, 2);
-  EXPECT_EQ(memcmp(bs_map_pointer(env, stream, 4), "2345", 4), 0);
-  bs_set_current_position(env, stream, 4);
-  EXPECT_EQ(finish(), "0123");
-}
-
-TEST_P(EveryWriter, MayBeEmpty) { EXPECT_EQ(finish(), ""); }
-
 TEST(FileWriter, TakesViewsFromTheLimitOfTheEnvironment) {
   const TempFile file;
   for (const auto open : {bs_writer_to_file, bs_writer_to_mmap}) {
