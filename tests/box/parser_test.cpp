@@ -42,16 +42,6 @@ TEST(Parser, TakesALengthBelowItsHeaderForAnEmptyBox) {
   }
 }
 
-TEST(Parser, NumbersBoxesFromZeroDepthFirst) {
-  TestDocument document(signature_box() + box("asoc", box("aaaa")) + box("bbbb"));
-  const char* const types[] = {"jP  ", "asoc", "aaaa", "bbbb"};
-  for (uint32_t id = 0; id < 4; ++id) EXPECT_EQ(document.find(types[id]), id);
-  EXPECT_EQ(document.record(kRoot)->kind, kSuper);
-  EXPECT_EQ(document.add("cccc", 3, kPlaceAfter), 4u);
-  EXPECT_EQ(document.load(box("aaaa")), JPX_OK);
-  EXPECT_EQ(document.find("aaaa"), 0u) << "a new input starts anew";
-}
-
 TEST(Parser, RaisesForBoxesThatReachTooFar) {
   const std::string cases[] = {
       box("asoc", be32(9) + "lbl "),                          // past its container

@@ -87,21 +87,6 @@ TEST(BoundedWriter, FillsTheCallersBufferAndNoMore) {
   EXPECT_EQ(std::string(buffer, buffer + 5), bytes({7, 0, 0, 0, 99}));
 }
 
-TEST(MemoryWriter, HandsOverWhatStandsBeforeTheCursor) {
-  TestContext context;
-  Environment* const env = context.env();
-  Stream* const stream = bs_writer_to_buffer(env, nullptr, 77);
-  bs_write_memcpy(env, stream, "abc", 3);
-  bs_set_current_position(env, stream, 2);
-  uint64_t length = 0;
-  uint8_t* const buffer = bs_writer_get_buffer(env, stream, &length);
-  EXPECT_EQ(length, 2u);
-  EXPECT_EQ(memcmp(buffer, "abc", 3), 0);
-  EXPECT_EQ(bs_writer_get_buffer(env, stream, nullptr), nullptr);
-  bs_destroy(env, stream);
-  EXPECT_EQ(kv_jpx_free(context.get(), buffer), JPX_OK);
-}
-
 TEST(CopyFromStream, TakesTheSourcePastLimitsAndStartsOverBehindItsView) {
   const std::string contents = pattern(kView + 5000);
   const TempFile from(contents);
