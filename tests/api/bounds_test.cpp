@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {

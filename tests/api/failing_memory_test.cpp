@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 #include "support/files.h"
 
 namespace kvjpx::test {

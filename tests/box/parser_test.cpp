@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "box/test_document.h"
-#include "boxes/box_types.h"
 
 namespace kvjpx::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {

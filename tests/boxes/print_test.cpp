@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 #include "support/files.h"
 
 namespace kvjpx::test {

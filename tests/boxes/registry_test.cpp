@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {

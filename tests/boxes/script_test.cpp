@@ -1,6 +1,6 @@
 // Scripts of boxes: field ranges and oddities, a line or two each.
 //
-// A case starts with the type of a box and its payload: bytes (see support/notation.h), "*" for
+// A case starts with the type of a box and its payload: bytes (see support/bytes.h), "*" for
 // those of the type's sample, or "new" for a box that is made. Operations follow, on indented lines
 // too:
 //   KEY=N          a get gives the number N          KEY!C     it answers the code C
@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
-#include "boxes/box_types.h"
-#include "support/notation.h"
+#include "box/test_document.h"
+#include "support/bytes.h"
 
 namespace kvjpx::test {
 namespace {

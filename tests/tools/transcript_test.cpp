@@ -1,7 +1,7 @@
 // Transcripts: what a user types, and what the program must answer.
 //
 //   == Name          starts a scenario, in a fresh folder that holds the file a.jp2
-//   = NAME BYTES     {NAME} stands for these bytes (see support/notation.h) from here on
+//   = NAME BYTES     {NAME} stands for these bytes (see support/bytes.h) from here on
 //   if LINE          skips the scenario unless the line succeeds
 //   > FILE BYTES     writes a file
 //   < FILE BYTES     the file holds exactly these bytes
@@ -21,8 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "support/bytes.h"
 #include "support/files.h"
-#include "support/notation.h"
 
 namespace kvjpx::test {
 namespace {

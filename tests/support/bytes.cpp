@@ -1,6 +1,4 @@
-// How scripts and transcripts write bytes down (see notation.h).
-#include "support/notation.h"
-
+// How scripts and transcripts write bytes down (see bytes.h).
 #include "support/bytes.h"
 
 namespace kvjpx::test {

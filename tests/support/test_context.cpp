@@ -1,7 +1,5 @@
-// The book-keeping allocator (see checking_allocator.h).
-#include "support/checking_allocator.h"
-
-#include <gtest/gtest.h>
+// The allocator that keeps books (see test_context.h).
+#include "support/test_context.h"
 
 #include <algorithm>
 #include <cstdlib>
