@@ -7,6 +7,7 @@
 //   < FILE BYTES     the file holds exactly these bytes
 //   $ LINE           runs a line with sh: it exits with 0, and prints the lines that follow, first
 //                    to standard output, then to standard error; "..." stands for what is left
+//   $ LINE => TEXT   the same for a single line
 //   5$ LINE          the same, with exit code 5
 //   5? LINE          the same, whatever is printed
 #include <gtest/gtest.h>
@@ -128,15 +129,20 @@ TEST_P(Transcript, IsWhatHappens) {
     } else if (action == "<") {
       EXPECT_EQ(read(parts[3]), bytes_of(parts[4]));
     } else {
-      const Result result = run(parts[3].str() + parts[4].str());
+      std::string command = parts[3].str() + parts[4].str();
+      std::string expected;
+      if (const size_t arrow = command.find(" => "); arrow != std::string::npos) {
+        expected = command.substr(arrow + 4);
+        command.resize(arrow);
+      }
+      const Result result = run(command);
       if (action == "if" && result.exit_code != 0) GTEST_SKIP() << lines[i];
       EXPECT_EQ(std::to_string(result.exit_code), parts[1].length() == 0 ? "0" : parts[1].str());
-      std::string expected;
       while (i + 1 < lines.size() && !std::regex_match(lines[i + 1], kDirective)) {
         expected += lines[++i] + '\n';
       }
       std::string actual = result.printed;
-      const auto strip = [](std::string& text) { text.erase(text.find_last_not_of('\n') + 1); };
+      const auto strip = [](std::string& text) { text.erase(text.find_last_not_of(" \n") + 1); };
       strip(actual);
       strip(expected);
       if (expected.size() > 3 && expected.substr(expected.size() - 3) == "...") {
