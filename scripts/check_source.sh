@@ -4,7 +4,7 @@
 # fills in at run time.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-build=${1:-build}
+build=${1:-build-release}
 failed=0
 
 forbid() {

@@ -4,7 +4,7 @@
 # when one of them finds something; the input is then in build-fuzz/crashes/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. scripts/packages.sh
+. scripts/steps.sh
 seconds=${1:-60}
 fuzzers=${FUZZERS:-load fields edit reader stream decode}
 build=build-fuzz
@@ -12,12 +12,12 @@ build=build-fuzz
 # shellcheck disable=SC2086
 need_packages $build_packages clang libclang-rt-14-dev
 [ -f $build/build.ninja ] ||
-  cmake -S . -B $build -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  configure_tree $build -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DCMAKE_BUILD_TYPE=None -DKVJPX_BUILD_FUZZERS=ON -DKVJPX_BUILD_TESTS=OFF \
-    -DKVJPX_BUILD_TOOLS=OFF -DKVJPX_BUILD_CODEC=OFF >/dev/null
+    -DKVJPX_BUILD_TOOLS=OFF -DKVJPX_BUILD_CODEC=OFF
 targets=$(printf 'kvjpx_fuzz_%s ' $fuzzers)
 # shellcheck disable=SC2086
-cmake --build $build --target $targets >$build/build.log 2>&1 || { cat $build/build.log >&2; exit 1; }
+build_tree $build --target $targets
 mkdir -p $build/crashes
 
 fuzz() {

@@ -4,20 +4,19 @@
 # which has a folder for each fuzzer). The reports stay in build-coverage/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. scripts/packages.sh
+. scripts/steps.sh
 collected=${1:-build-fuzz/corpus}
 build=build-coverage
 
 # shellcheck disable=SC2086
 need_packages $build_packages $test_packages llvm
 flags="-fprofile-instr-generate -fcoverage-mapping"
-cmake -S . -B $build -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+configure_tree $build -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=None "-DCMAKE_C_FLAGS=$flags" "-DCMAKE_CXX_FLAGS=$flags -O1" \
-  -DKVJPX_BUILD_TOOLS=OFF >/dev/null
+  -DKVJPX_BUILD_TOOLS=OFF
 fuzzers=$(sed -n 's/^set(kvjpx_fuzzers \(.*\))$/\1/p' fuzz/targets.cmake)
 # shellcheck disable=SC2086
-cmake --build $build --target $(printf 'kvjpx_fuzz_replay_%s ' $fuzzers) >$build/build.log 2>&1 ||
-  { cat $build/build.log >&2; exit 1; }
+build_tree $build --target $(printf 'kvjpx_fuzz_replay_%s ' $fuzzers)
 
 rm -f $build/*.profraw
 objects=$build/lib/libkvj2k.so

@@ -4,9 +4,9 @@
 # emulation. GoogleTest is built from Debian's sources along with it.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-cmake -S . -B build-aarch64 -G Ninja -DCMAKE_BUILD_TYPE=Release \
+. scripts/steps.sh
+configure_tree build-aarch64 -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/aarch64-linux.cmake" \
-  -DKVJPX_BUILD_CODEC=OFF -DKVJPX_BUILD_TOOLS=OFF -DINSTALL_GTEST=OFF >/dev/null
-cmake --build build-aarch64 >build-aarch64/build.log 2>&1 ||
-  { cat build-aarch64/build.log >&2; exit 1; }
-ctest --test-dir build-aarch64 --output-on-failure -j2 | tail -n 8
+  -DKVJPX_BUILD_CODEC=OFF -DKVJPX_BUILD_TOOLS=OFF -DINSTALL_GTEST=OFF
+build_tree build-aarch64
+run_tests build-aarch64

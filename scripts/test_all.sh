@@ -3,7 +3,7 @@
 # fuzzing.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. scripts/packages.sh
+. scripts/steps.sh
 # shellcheck disable=SC2086
 need_packages $all_packages
 
@@ -12,9 +12,9 @@ section() { echo; echo "== $*"; }
 variant() {
   local dir=build-$1
   shift
-  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
-  cmake --build "$dir" >"$dir/build.log" 2>&1 || { cat "$dir/build.log" >&2; exit 1; }
-  ctest --test-dir "$dir" --output-on-failure -j2 | tail -n 8
+  configure_tree "$dir" "$@"
+  build_tree "$dir"
+  run_tests "$dir"
 }
 werror="-DCMAKE_C_FLAGS=-Werror -DCMAKE_CXX_FLAGS=-Werror"
 
@@ -40,7 +40,7 @@ section "Without the codec"
 variant no-codec $werror -DCMAKE_BUILD_TYPE=Release -DKVJPX_BUILD_CODEC=OFF
 
 section "A stack of 512 KiB"
-(ulimit -s 512 && ctest --test-dir build --output-on-failure -j2 | tail -n 8)
+(ulimit -s 512 && run_tests build-release)
 
 section "aarch64 under qemu"
 scripts/test_aarch64.sh

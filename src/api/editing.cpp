@@ -52,6 +52,8 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
   Box* const box = make(&context.environment, type, parent, context.next_id + 1);
   if (box == nullptr) return JPX_ERR_CANNOT_MAKE_BOX;
   ++context.next_id;
+  index_announce(&context.environment, context.index, box->id, type);
+  index_settle(context.index, box->id, box);
   link_box(box, reference, placement);
   if (new_id != nullptr) *new_id = box->id;
   return JPX_OK;
@@ -72,6 +74,7 @@ int32_t kv_jpx_add_box(kv_jpx_context* context, uint32_t type, uint32_t referenc
 int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id) {
   return guarded_with_box(context, id, [](Context& live, Box* box) -> int32_t {
     if (box == live.root) return JPX_ERR_INVALID_ARGUMENT;
+    index_forget(live.index, box);
     box->box_destroy(box, &live.environment);
     return JPX_OK;
   });

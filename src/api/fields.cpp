@@ -3,7 +3,6 @@
 
 #include "api/lookup.h"
 #include "box/basic.h"
-#include "box/field_table.h"
 #include "kvjpx.h"
 
 using namespace kvjpx;
@@ -73,10 +72,10 @@ int32_t kv_jpx_get_box_buffer(kv_jpx_context* context, uint32_t id, uint64_t* le
 
 namespace {
 
-// The field numbered `index` in the table, or null; counts index down by the table's fields.
-const Field* pick_field(const FieldTable& table, uint32_t* index) {
-  if (*index < table.count) return table.fields + *index;
-  *index -= table.count;
+// The row numbered `index`, or null; counts index down by the rows.
+const Field* pick_field(const FieldRows& rows, uint32_t* index) {
+  if (*index < rows.count) return rows.first + *index;
+  *index -= rows.count;
   return nullptr;
 }
 
@@ -90,10 +89,10 @@ int32_t describe(uint32_t box_type, const Field& field, kv_jpx_field_info* info)
 int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
   if (info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
   for (const BoxType& row : all_box_types()) {
-    if (row.fields == nullptr) continue;
-    if (const Field* field = pick_field(*row.fields, &index))
+    if (row.layout == nullptr) continue;
+    if (const Field* field = pick_field(row.layout->fields, &index))
       return describe(row.code, *field, info);
   }
-  if (const Field* field = pick_field(kPayloadFields, &index)) return describe(0, *field, info);
+  if (const Field* field = pick_field(kOpaque.fields, &index)) return describe(0, *field, info);
   return JPX_ERR_INVALID_ARGUMENT;
 }

@@ -1,6 +1,5 @@
 // Public functions: setting the input. The whole file is parsed at once into the tree of boxes.
-#include "box/super.h"
-#include "frame/guard.h"
+#include "api/lookup.h"
 #include "kvjpx.h"
 
 namespace kvjpx {
@@ -8,11 +7,8 @@ namespace {
 
 // The tree goes before the stream that its payloads lie in.
 void discard_input(Context& context) {
-  Environment* const env = &context.environment;
-  if (context.root != nullptr) context.root->box_destroy(context.root, env);
-  context.root = nullptr;
-  context.next_id = kRoot;
-  destroy_stream(env, context.input);
+  destroy_tree(context);
+  destroy_stream(&context.environment, context.input);
 }
 
 // open(env) gives the reader of the new input.
@@ -22,7 +18,11 @@ int32_t set_input(Context* context, const Open& open) {
     Environment* const env = &live.environment;
     discard_input(live);
     live.input = open(env);
+    live.index = make_index(env);
+    live.input->index = live.index;
     live.root = jpx_read_super_box(env, kRoot, live.input, nullptr, &live.next_id);
+    live.input->index = nullptr;
+    live.index->root = live.root;
     return JPX_OK;
   });
 }
@@ -41,12 +41,12 @@ int32_t kv_jpx_set_input_image(kv_jpx_context* context, const void* data, uint64
 }
 
 int32_t kv_jpx_set_input_image_file(kv_jpx_context* context, const char* path) {
-  return set_input(context, [&](Environment* env) { return bs_reader_from_file(env, path); });
+  return set_input(context, [&](Environment* env) { return open_regular_file(env, kFile, path); });
 }
 
 int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const char* path) {
   return set_input(context, [&](Environment* env) {
-    Stream* const stream = bs_reader_from_mmap(env, path);
+    Stream* const stream = open_regular_file(env, kMapped, path);
     bs_map_pointer(env, stream, stream->size);
     return stream;
   });

@@ -1,8 +1,7 @@
 // Public functions: version, context, caller's blocks and settings for decoding.
 #include <string.h>
 
-#include "box/box.h"
-#include "frame/guard.h"
+#include "api/lookup.h"
 #include "kvjpx.h"
 
 namespace kvjpx {
@@ -69,9 +68,7 @@ int32_t kv_jpx_create_with_memory_manager(kv_jpx_context** out, void* user_data,
 int32_t kv_jpx_destroy(kv_jpx_context* context) {
   return guarded(context, [](Context& live) -> int32_t {
     Environment* const env = &live.environment;
-    if (live.root != nullptr) live.root->box_destroy(live.root, env);
-    live.root = nullptr;
-    live.next_id = kRoot;
+    destroy_tree(live);
     destroy_stream(env, live.input);
     JPX_Kv_ShutdownCompressionSystem(env);
     const MemoryManager manager = *env->manager;

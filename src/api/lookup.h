@@ -2,14 +2,27 @@
 #ifndef KVJPX_API_LOOKUP_H_
 #define KVJPX_API_LOOKUP_H_
 
-#include "box/super.h"
+#include "box/index.h"
 #include "frame/guard.h"
 
 namespace kvjpx {
 
-// Null for an unknown identifier. Callers walk trees step by step, so the search tries the
-// neighbours of the box found last before it goes through the tree.
-Box* find_box(Context& context, uint32_t id);
+// Null for an unknown identifier.
+inline Box* find_box(Context& context, uint32_t id) {
+  return index_find(&context.environment, context.index, id);
+}
+
+// Destroys the tree with its index, if there is one.
+inline void destroy_tree(Context& context) {
+  Environment* const env = &context.environment;
+  if (context.root != nullptr) {
+    index_forget(context.index, context.root);
+    context.root->box_destroy(context.root, env);
+  }
+  destroy_index(env, context.index);
+  context.root = nullptr;
+  context.next_id = kRoot;
+}
 
 // Runs body(context, box) on the box with the identifier; 3 when there is none.
 template <class Body>

@@ -3,122 +3,100 @@
 
 #include <stdio.h>
 
-#include "box/field_table.h"
-#include "kvjpx_fields.h"
-
 namespace kvjpx {
 namespace {
 
-bool is_payload_of_basic(const Box* box, uint32_t key) {
-  return box->kind == kBasic && key == JPX_FIELD_JP2C_DATA;
-}
-
-uint64_t jpx_basic_length(Box* box) {
-  return box->kind == kBasic ? static_cast<BasicBox*>(box)->payload_length : 0;
-}
-
-void jpx_basic_render(Box* box, Environment* env, Stream* stream) {
-  if (box->kind == kBasic) render_payload(static_cast<BasicBox*>(box), env, stream);
-}
+BasicBox* basic(Box* box) { return static_cast<BasicBox*>(box); }
 
 void jpx_basic_print(Box* box) {
-  if (box->kind != kBasic) return;
   printf("Basic box of type ");
   jpx_print_atom(box->type);
   printf(" length %llu\n", printable(box->box_length(box)));
 }
 
-void jpx_basic_destroy(Box* box, Environment* env) {
-  if (box->kind == kBasic) release_payload(static_cast<BasicBox*>(box), env);
-}
-
-int32_t jpx_basic_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  if (!is_payload_of_basic(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  return report_count(static_cast<BasicBox*>(box)->payload_length, 1, count, element_size);
-}
-
-int32_t jpx_basic_set_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t count,
-                                   uint32_t element_size, const void* source) {
-  if (!is_payload_of_basic(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  return set_payload(static_cast<BasicBox*>(box), env, count, element_size, source);
-}
-
-int32_t jpx_basic_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
-                                   uint32_t* element_size, void** buffer) {
-  if (!is_payload_of_basic(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  return get_payload(static_cast<BasicBox*>(box), env, opaque_request(count, element_size, buffer));
-}
-
-constexpr BoxOperations kBasicOperations = {
-    jpx_basic_length,           jpx_basic_render,          jpx_basic_print,
-    jpx_basic_destroy,          jpx_generic_find_by_id,    jpx_generic_find_by_type,
-    jpx_generic_set_int_field,  jpx_generic_get_int_field, jpx_basic_get_field_count,
-    jpx_basic_set_buffer_field, jpx_basic_get_buffer_field};
-
 constexpr Field kFields[] = {
-    bytes_field(JPX_FIELD_JP2C_DATA, "DATA", 1),
+    bytes_field(JPX_FIELD_JP2C_DATA, "DATA", 1,
+                {nullptr, nullptr, count_payload, set_payload, get_opaque_payload}),
 };
 
 }  // namespace
 
-// Stands for every opaque box, whatever its type.
-const FieldTable kPayloadFields = field_table(0, kFields);
+constexpr BoxLayout kOpaque = box_layout<BasicBox>(
+    0, kFields, jpx_basic_print,
+    {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
 
-void render_payload(BasicBox* box, Environment* env, Stream* stream) {
-  if (box->source == nullptr) return;
-  bs_set_current_position(env, box->source, box->payload_offset);
-  bs_write_from_bs(env, stream, box->source, box->payload_length);
+uint64_t payload_length(Box* box) { return basic(box)->payload_length; }
+
+void render_payload(Box* box, Environment* env, Stream* stream) {
+  const BasicBox* const self = basic(box);
+  if (self->source == nullptr) return;
+  require_present(env, self->source, self->payload_offset, self->payload_length);
+  bs_set_current_position(env, self->source, self->payload_offset);
+  bs_write_from_bs(env, stream, self->source, self->payload_length);
 }
 
-void release_payload(BasicBox* box, Environment* env) {
-  if (box->owns_stream != 0) destroy_stream(env, box->source);
-  box->source = nullptr;
-  box->owns_stream = 0;
-}
-
-int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t element_size,
-                    const void* source) {
-  uint64_t size;
-  if (!is_valid_source(count, element_size, source, &size)) return JPX_ERR_INVALID_ARGUMENT;
-  release_payload(box, env);
-  box->source = bs_reader_from_buffer(env, source, size);
-  box->payload_offset = 0;
-  box->payload_length = size;
-  box->owns_stream = 1;
-  return JPX_OK;
+void release_payload(Box* box, Environment* env) {
+  BasicBox* const self = basic(box);
+  if (self->owns_stream != 0) destroy_stream(env, self->source);
+  self->source = nullptr;
+  self->owns_stream = 0;
 }
 
 void copy_payload(BasicBox* box, Environment* env, void* destination) {
   if (box->source == nullptr) return;
+  require_present(env, box->source, box->payload_offset, box->payload_length);
   bs_set_current_position(env, box->source, box->payload_offset);
   bs_read_memcpy(env, box->source, destination, box->payload_length);
 }
 
-int32_t get_payload(BasicBox* box, Environment* env, const BufferRequest& request) {
-  const int32_t result = grant_buffer(env, request, box->payload_length, 1);
-  if (result == JPX_OK) copy_payload(box, env, *request.buffer);
+int32_t count_payload(const Field& field, Box* box, uint64_t* count, uint32_t* element_size) {
+  return report_count(payload_length(box), field.width, count, element_size);
+}
+
+int32_t set_payload(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  BasicBox* const self = basic(box);
+  uint64_t size;
+  if (!is_valid_source(source, &size)) return JPX_ERR_INVALID_ARGUMENT;
+  release_payload(box, env);
+  self->source = bs_reader_from_buffer(env, source.data, size);
+  self->payload_offset = 0;
+  self->payload_length = size;
+  self->owns_stream = 1;
+  return JPX_OK;
+}
+
+int32_t get_payload(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  const int32_t result = grant_buffer(env, request, payload_length(box), 1);
+  if (result == JPX_OK) copy_payload(basic(box), env, *request.buffer);
   return result;
+}
+
+int32_t get_opaque_payload(const Field& field, Box* box, Environment* env,
+                           const BufferRequest& request) {
+  BufferRequest opaque = request;
+  opaque.missing_size = JPX_ERR_INVALID_ARGUMENT;
+  return get_payload(field, box, env, opaque);
 }
 
 extern "C" {
 
 Box* jpx_make_basic_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_record<BasicBox>(env, kBasic, type, parent, id, kBasicOperations);
+  return make_record(env, sizeof(BasicBox), kBasic, type, parent, id, Typed<kOpaque>::kOperations);
 }
 
 void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
-  auto* basic = static_cast<BasicBox*>(box);
-  release_payload(basic, env);
-  basic->payload_offset = bs_get_current_position(env, stream);
-  basic->payload_length = bytes_left(env, stream);
-  basic->source = stream;
+  release_payload(box, env);
+  BasicBox* const self = basic(box);
+  self->payload_offset = bs_get_current_position(env, stream);
+  self->payload_length = bytes_left(env, stream);
+  self->source = stream;
   skip_content(env, stream);
 }
 
 Box* jpx_read_basic_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
                         uint32_t* counter) {
   Box* const box = jpx_make_basic_box(env, type, parent, *counter);
-  jpx_read_basic_box_data(env, stream, box);
+  read_typed(env, stream, kOpaque, box);
   return box;
 }
 

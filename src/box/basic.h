@@ -3,9 +3,8 @@
 #ifndef KVJPX_BOX_BASIC_H_
 #define KVJPX_BOX_BASIC_H_
 
-#include "box/box.h"
-#include "box/buffer_field.h"
 #include "box/registry.h"
+#include "box/typed_box.h"
 
 namespace kvjpx {
 
@@ -17,21 +16,23 @@ struct BasicBox : Box {
 };
 
 // The payload as such, whatever the kind of the box: uuid and url boxes build on it.
-void render_payload(BasicBox* box, Environment* env, Stream* stream);
-void release_payload(BasicBox* box, Environment* env);
-int32_t set_payload(BasicBox* box, Environment* env, uint64_t count, uint32_t element_size,
-                    const void* source);
-int32_t get_payload(BasicBox* box, Environment* env, const BufferRequest& request);
-// A request as opaque boxes answer it: unlike other fields, their payload answers 3 to a buffer
-// without its size; hosts probe for opaque boxes with that.
-inline BufferRequest opaque_request(uint64_t* count, uint32_t* element_size, void** buffer) {
-  return {count, element_size, buffer, JPX_ERR_INVALID_ARGUMENT};
-}
+LengthFn payload_length;
+RenderFn render_payload;
+DestroyFn release_payload;
 
 // Copies the payload to a buffer that has room for it.
 void copy_payload(BasicBox* box, Environment* env, void* destination);
 
-extern const FieldTable kPayloadFields;
+// The operations of a field that is the payload. The opaque boxes' answers 3, not 5, to a buffer
+// without its size: kept for compatibility, callers may tell payloads from other fields by it.
+int32_t count_payload(const Field& field, Box* box, uint64_t* count, uint32_t* element_size);
+int32_t set_payload(const Field& field, Box* box, Environment* env, const BufferSource& source);
+int32_t get_payload(const Field& field, Box* box, Environment* env, const BufferRequest& request);
+int32_t get_opaque_payload(const Field& field, Box* box, Environment* env,
+                           const BufferRequest& request);
+
+// Every opaque box, whatever its type.
+extern const BoxLayout kOpaque;
 
 extern "C" {
 KVJPX_EXPORT MakeFn jpx_make_basic_box;

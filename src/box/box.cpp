@@ -52,6 +52,7 @@ Box* jpx_make_box(Environment* env, size_t record_size, uint32_t kind, uint32_t 
           get_field_count,
           set_buffer_field,
           get_buffer_field};
+  mark_block(box, kBoxInTree);
   return box;
 }
 
@@ -107,11 +108,15 @@ int32_t jpx_generic_get_buffer_field(Box*, Environment*, uint32_t, uint64_t*, ui
   return JPX_ERR_NO_SUCH_FIELD;
 }
 
-void jpx_remove_box(Box* box) { unlink_box(box); }
+void jpx_remove_box(Box* box) {
+  note_outside_change();
+  unlink_box(box);
+}
 
 // The box that follows keeps pointing back at the box in front, not at the inserted one: outside
 // users of this function walk backwards past what they inserted.
 void jpx_insert_box(Box* box, Box* after) {
+  note_outside_change();
   box->next = after->next;
   after->next = box;
   box->previous = after;

@@ -119,13 +119,11 @@ KVJPX_EXPORT void jpx_print_uuid(const uint8_t* uuid);
 constexpr uint32_t kUuidSize = 16;
 
 // Makes a record that extends Box. Everything behind the common part is zero.
-template <class Record>
-Record* make_record(Environment* env, Kind kind, uint32_t type, Box* parent, uint32_t id,
-                    const BoxOperations& op) {
-  return static_cast<Record*>(
-      jpx_make_box(env, sizeof(Record), kind, type, parent, id, op.length, op.render, op.print,
-                   op.destroy, op.find_by_id, op.find_by_type, op.set_int_field, op.get_int_field,
-                   op.get_field_count, op.set_buffer_field, op.get_buffer_field));
+inline Box* make_record(Environment* env, size_t size, Kind kind, uint32_t type, Box* parent,
+                        uint32_t id, const BoxOperations& op) {
+  return jpx_make_box(env, size, kind, type, parent, id, op.length, op.render, op.print, op.destroy,
+                      op.find_by_id, op.find_by_type, op.set_int_field, op.get_int_field,
+                      op.get_field_count, op.set_buffer_field, op.get_buffer_field);
 }
 
 // For print-outs, whose formats count in unsigned long long.

@@ -5,9 +5,9 @@
 
 namespace kvjpx {
 
-bool is_valid_source(uint64_t count, uint32_t element_size, const void* source, uint64_t* size) {
-  if (__builtin_mul_overflow(count, element_size, size)) return false;
-  return *size == 0 || source != nullptr;
+bool is_valid_source(const BufferSource& source, uint64_t* size) {
+  if (__builtin_mul_overflow(source.count, source.element_size, size)) return false;
+  return *size == 0 || source.data != nullptr;
 }
 
 int32_t grant_buffer(Environment* env, const BufferRequest& request, uint64_t entries,
@@ -35,21 +35,15 @@ int32_t copy_out(Environment* env, const BufferRequest& request, const void* byt
   return result;
 }
 
-void replace_bytes(Environment* env, uint8_t*& array, const void* source, uint64_t size) {
-  release(env, array);
-  array = static_cast<uint8_t*>(allocate(env, size));
-  if (size != 0) memcpy(array, source, size);
-}
-
-int32_t list_replace(Environment* env, EntryList* list, uint64_t entry_size, uint64_t count,
-                     uint32_t element_size, const void* source) {
+int32_t list_replace(Environment* env, EntryList* list, uint64_t entry_size,
+                     const BufferSource& source) {
   uint64_t size;
-  if (element_size != entry_size || !is_valid_source(count, element_size, source, &size)) {
+  if (source.element_size != entry_size || !is_valid_source(source, &size)) {
     return JPX_ERR_INVALID_ARGUMENT;
   }
   list_release(env, list);
-  list_resize(env, list, entry_size, count);
-  if (size != 0) memcpy(list->entries, source, size);
+  list_resize(env, list, entry_size, source.count);
+  if (size != 0) memcpy(list->entries, source.data, size);
   return JPX_OK;
 }
 

@@ -7,8 +7,15 @@
 
 namespace kvjpx {
 
+// Bytes that a caller sets.
+struct BufferSource {
+  uint64_t count;
+  uint32_t element_size;
+  const void* data;
+};
+
 // False for a size that overflows or bytes without a source; else their number in *size.
-bool is_valid_source(uint64_t count, uint32_t element_size, const void* source, uint64_t* size);
+bool is_valid_source(const BufferSource& source, uint64_t* size);
 
 // A caller's wish for the bytes of a field. A null *buffer asks for a tracked block that the caller
 // will own; otherwise *count x *element_size is the room at *buffer.
@@ -28,13 +35,10 @@ int32_t grant_buffer(Environment* env, const BufferRequest& request, uint64_t en
 int32_t copy_out(Environment* env, const BufferRequest& request, const void* bytes,
                  uint64_t entries, uint32_t entry_size);
 
-// Replaces an owned array by a copy; null when it is empty.
-void replace_bytes(Environment* env, uint8_t*& array, const void* source, uint64_t size);
-
 // Replaces the entries of a list by a copy of the caller's; 3 for another element size than the
 // list's or an invalid source.
-int32_t list_replace(Environment* env, EntryList* list, uint64_t entry_size, uint64_t count,
-                     uint32_t element_size, const void* source);
+int32_t list_replace(Environment* env, EntryList* list, uint64_t entry_size,
+                     const BufferSource& source);
 
 // Reports through the pointers that are given; returns 0.
 int32_t report_count(uint64_t entries, uint32_t entry_size, uint64_t* count,

@@ -1,21 +1,15 @@
 // The engine behind field tables (see field_table.h).
 #include "box/field_table.h"
 
-#include "box/buffer_field.h"
-
 namespace kvjpx {
 namespace {
 
-const Field* find_field(const FieldTable& table, const Box* box, uint32_t key) {
-  if (box->type != table.type && (table.twin == 0 || box->type != table.twin)) return nullptr;
-  for (const Field& field : table) {
-    if (field.key == key) return &field;
-  }
-  return nullptr;
-}
+bool has_integers(const Field& field) { return (field.access & KV_JPX_FIELD_INTEGER) != 0; }
 
-bool has_integers(const Field* field) {
-  return field != nullptr && (field->access & KV_JPX_FIELD_INTEGER) != 0;
+bool repeats(const Field& field) { return field.list != nullptr && !field.is_list_count; }
+
+bool is_byte_list(const Field& field) {
+  return repeats(field) && (field.access & KV_JPX_FIELD_BYTES) != 0;
 }
 
 bool is_taken(const Field& field, const Box* box, uint64_t value) {
@@ -38,22 +32,18 @@ int32_t set_single(const Field& field, Box* box, Environment* env, uint64_t inde
 int32_t set_entry(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value) {
   const ListTraits& traits = *field.list;
   EntryList* const list = traits.list_of(box);
-  if (!traits.appends_before_check && !is_taken(field, box, value)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
+  const bool appends_first = (traits.habits & kAppendsBeforeCheck) != 0;
+  if (!appends_first && !is_taken(field, box, value)) return JPX_ERR_INVALID_ARGUMENT;
   index = index_or_append(env, list, traits, index);
-  if (traits.appends_before_check && !is_taken(field, box, value)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
+  if (appends_first && !is_taken(field, box, value)) return JPX_ERR_INVALID_ARGUMENT;
   field.slot.store(list->entries + index * traits.entry_size, value);
   return JPX_OK;
 }
 
 int32_t get_entry(const Field& field, Box* box, uint64_t index, uint64_t* value) {
   const EntryList& list = *field.list->list_of(box);
-  if (index > list.count || (index == list.count && !field.list->get_accepts_count)) {
-    return JPX_ERR_NO_SUCH_FIELD;
-  }
+  const bool takes_count = (field.list->habits & kGetTakesCount) != 0;
+  if (index > list.count || (index == list.count && !takes_count)) return JPX_ERR_NO_SUCH_FIELD;
   // A list that was never sized has no spare slot yet; it reads like the zeros of one.
   *value =
       list.entries == nullptr ? 0 : field.slot.load(list.entries + index * field.list->entry_size);
@@ -69,42 +59,42 @@ uint64_t index_or_append(Environment* env, EntryList* list, const ListTraits& tr
   return list->count - 1;
 }
 
-int32_t set_int_field(const FieldTable& table, Box* box, Environment* env, uint32_t key,
-                      uint64_t index, uint64_t value) {
-  const Field* const field = find_field(table, box, key);
-  if (field != nullptr && field->custom != nullptr && field->custom->set != nullptr) {
-    return field->custom->set(*field, box, env, index, value);
-  }
+int32_t set_field(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value) {
+  if (field.custom.set != nullptr) return field.custom.set(field, box, env, index, value);
   if (!has_integers(field)) return JPX_ERR_NO_SUCH_FIELD;
-  if (field->list == nullptr || field->is_list_count) {
-    return set_single(*field, box, env, index, value);
-  }
-  return set_entry(*field, box, env, index, value);
+  return repeats(field) ? set_entry(field, box, env, index, value)
+                        : set_single(field, box, env, index, value);
 }
 
-int32_t get_int_field(const FieldTable& table, Box* box, uint32_t key, uint64_t index,
-                      uint64_t* value) {
-  const Field* const field = find_field(table, box, key);
-  if (field != nullptr && field->custom != nullptr && field->custom->get != nullptr) {
-    return field->custom->get(*field, box, index, value);
-  }
+int32_t get_field(const Field& field, Box* box, uint64_t index, uint64_t* value) {
+  if (field.custom.get != nullptr) return field.custom.get(field, box, index, value);
   if (!has_integers(field)) return JPX_ERR_NO_SUCH_FIELD;
-  if (field->list != nullptr && !field->is_list_count) return get_entry(*field, box, index, value);
+  if (repeats(field)) return get_entry(field, box, index, value);
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
-  *value = field->list != nullptr ? field->list->list_of(box)->count : field->slot.load(box);
+  *value = field.list != nullptr ? field.list->list_of(box)->count : field.slot.load(box);
   return JPX_OK;
 }
 
-int32_t get_field_count(const FieldTable& table, Box* box, uint32_t key, uint64_t* count,
-                        uint32_t* element_size) {
-  const Field* const field = find_field(table, box, key);
-  if (field == nullptr) return JPX_ERR_NO_SUCH_FIELD;
-  if (field->custom != nullptr && field->custom->count != nullptr) {
-    return field->custom->count(*field, box, count, element_size);
-  }
-  const bool repeats = field->list != nullptr && !field->is_list_count;
-  return report_count(repeats ? field->list->list_of(box)->count : 1, field->width, count,
+int32_t count_field(const Field& field, Box* box, uint64_t* count, uint32_t* element_size) {
+  if (field.custom.count != nullptr) return field.custom.count(field, box, count, element_size);
+  return report_count(repeats(field) ? field.list->list_of(box)->count : 1, field.width, count,
                       element_size);
+}
+
+// Bytes set into a list replace it; their values are not judged, as those of a file are not.
+int32_t set_field_bytes(const Field& field, Box* box, Environment* env,
+                        const BufferSource& source) {
+  if (field.custom.set_bytes != nullptr) return field.custom.set_bytes(field, box, env, source);
+  if (!is_byte_list(field)) return JPX_ERR_NO_SUCH_FIELD;
+  return list_replace(env, field.list->list_of(box), field.list->entry_size, source);
+}
+
+int32_t get_field_bytes(const Field& field, Box* box, Environment* env,
+                        const BufferRequest& request) {
+  if (field.custom.get_bytes != nullptr) return field.custom.get_bytes(field, box, env, request);
+  if (!is_byte_list(field)) return JPX_ERR_NO_SUCH_FIELD;
+  const EntryList& list = *field.list->list_of(box);
+  return copy_out(env, request, list.entries, list.count, field.width);
 }
 
 }  // namespace kvjpx

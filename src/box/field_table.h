@@ -1,10 +1,11 @@
-// Field tables: each box type lists its fields, one a row, and one engine serves the integer field
-// operations of all of them. The same rows are the public table of fields.
+// Field tables: each box type lists its fields, one a row, in the order of its format. The integer
+// and byte operations of all box types are served from these rows, their numbers are read and
+// written by them (typed_box.h), and they are the public table of fields.
 #ifndef KVJPX_BOX_FIELD_TABLE_H_
 #define KVJPX_BOX_FIELD_TABLE_H_
 
 #include "box/box.h"
-#include "box/entry_list.h"
+#include "box/buffer_field.h"
 #include "box/slot.h"
 #include "kvjpx_fields.h"
 
@@ -13,22 +14,51 @@ namespace kvjpx {
 // Whether a box takes the value; a refusal is code 3.
 using CheckFn = bool(const Box* box, uint64_t value);
 
-// The list of entries that repeating fields live in, and the habits of its box type.
+// What a list of entries does apart from the rules that hold for all; bits.
+enum ListHabit : uint32_t {
+  kGetTakesCount = 1,       // get takes index = count and reads the spare slot
+  kAppendsBeforeCheck = 2,  // a refused value leaves an appended entry behind
+};
+
+// The list of entries that repeating fields live in.
 struct ListTraits {
   EntryList* (*list_of)(Box*);
   uint64_t entry_size;
-  const void* fresh;          // what an appended entry holds; null: zeros
-  bool get_accepts_count;     // get takes index = count and reads the spare slot
-  bool appends_before_check;  // a refused value leaves an appended entry behind
+  uint32_t count_width;  // bytes of the count in front of the entries; 0: they go on to the end
+  uint32_t habits;
+  const void* fresh;  // what an appended entry holds; null: zeros
 };
+
+template <auto Member>
+struct ListAccess;
+
+template <class Record, EntryList Record::*Member>
+struct ListAccess<Member> {
+  static EntryList* of(Box* box) { return &(static_cast<Record*>(box)->*Member); }
+};
+
+// The list that is a member of a box's record.
+template <auto Member, class Entry>
+constexpr ListTraits list_of(uint32_t count_width = 0, uint32_t habits = 0,
+                             const Entry* fresh = nullptr) {
+  return {ListAccess<Member>::of, sizeof(Entry), count_width, habits, fresh};
+}
 
 struct Field;
 
-// Replacement operations of a field that the engine's rules do not fit; null: the engine's.
-struct CustomField {
-  int32_t (*set)(const Field&, Box*, Environment*, uint64_t index, uint64_t value);
-  int32_t (*get)(const Field&, Box*, uint64_t index, uint64_t* value);
-  int32_t (*count)(const Field&, Box*, uint64_t* count, uint32_t* element_size);
+// Operations of a field that the engine's rules do not fit; null: the engine's.
+struct FieldOperations {
+  int32_t (*set)(const Field&, Box*, Environment*, uint64_t index, uint64_t value) = nullptr;
+  int32_t (*get)(const Field&, Box*, uint64_t index, uint64_t* value) = nullptr;
+  int32_t (*count)(const Field&, Box*, uint64_t* count, uint32_t* element_size) = nullptr;
+  int32_t (*set_bytes)(const Field&, Box*, Environment*, const BufferSource&) = nullptr;
+  int32_t (*get_bytes)(const Field&, Box*, Environment*, const BufferRequest&) = nullptr;
+};
+
+// A number of the content: its bytes there, and the place that it is read to and written from.
+struct WireNumber {
+  uint32_t width;  // 0: none, or the box type reads and writes it itself
+  Slot slot;
 };
 
 struct Field {
@@ -37,55 +67,43 @@ struct Field {
   uint32_t width;          // of one entry, as reported
   uint32_t access;         // bits of kv_jpx_field_access
   Slot slot;               // in the box, or in an entry of the list
+  WireNumber wire;         // the same unless stored_as says otherwise
   CheckFn* check;          // null: every value is taken
   const ListTraits* list;  // null: a single field
   bool is_list_count;      // a single field that says how many entries the list has
-  const CustomField* custom;
+  FieldOperations custom;
 };
 
-struct FieldTable {
-  uint32_t type;  // of the boxes that have the fields; 0: every opaque box
-  uint32_t twin;  // a second type with the same fields, or 0
-  const Field* fields;
-  uint32_t count;
-  const Field* begin() const { return fields; }
-  const Field* end() const { return fields + count; }
-};
-
-template <uint32_t N>
-constexpr FieldTable field_table(uint32_t type, const Field (&fields)[N], uint32_t twin = 0) {
-  return {type, twin, fields, N};
-}
+constexpr Slot kNoSlot = {nullptr, nullptr};
 
 // Rows. One number, index 0:
 constexpr Field single(uint32_t key, const char* name, uint32_t width, Slot slot,
                        CheckFn* check = nullptr) {
-  return {key, name, width, KV_JPX_FIELD_INTEGER, slot, check, nullptr, false, nullptr};
+  return {key, name, width, KV_JPX_FIELD_INTEGER, slot, {width, slot}, check, nullptr, false, {}};
 }
 
 // One number for each entry. Setting an index at or past the count appends one entry.
 constexpr Field repeating(uint32_t key, const char* name, uint32_t width, const ListTraits& list,
                           Slot slot, CheckFn* check = nullptr) {
   constexpr uint32_t kAccess = KV_JPX_FIELD_INTEGER | KV_JPX_FIELD_REPEATS;
-  return {key, name, width, kAccess, slot, check, &list, false, nullptr};
+  return {key, name, width, kAccess, slot, {width, slot}, check, &list, false, {}};
 }
 
 // The number of entries; setting it resizes the list to the low 16 bits of the value.
 constexpr Field list_count(uint32_t key, const char* name, const ListTraits& list, CheckFn* check) {
-  return {key, name, 2, KV_JPX_FIELD_INTEGER, {nullptr, nullptr}, check, &list, true, nullptr};
+  return {key, name, 2, KV_JPX_FIELD_INTEGER, kNoSlot, {0, kNoSlot}, check, &list, true, {}};
 }
 
-// A field held as bytes, which the box's buffer operations serve.
-constexpr Field bytes_field(uint32_t key, const char* name, uint32_t width) {
-  constexpr uint32_t kAccess = KV_JPX_FIELD_BYTES;
-  return {key, name, width, kAccess, {nullptr, nullptr}, nullptr, nullptr, false, nullptr};
-}
-
-// A single number whose operations are the box's own.
+// A number that its own operations serve, and bytes that they do.
 constexpr Field custom_number(uint32_t key, const char* name, uint32_t width,
-                              const CustomField& operations) {
-  return {key,     name,    width, KV_JPX_FIELD_INTEGER, {nullptr, nullptr},
-          nullptr, nullptr, false, &operations};
+                              const FieldOperations& operations) {
+  return {key,     name,  width,     KV_JPX_FIELD_INTEGER, kNoSlot, {0, kNoSlot}, nullptr,
+          nullptr, false, operations};
+}
+constexpr Field bytes_field(uint32_t key, const char* name, uint32_t width,
+                            const FieldOperations& operations) {
+  return {key,     name,    width, KV_JPX_FIELD_BYTES, kNoSlot, {0, kNoSlot},
+          nullptr, nullptr, false, operations};
 }
 
 // The same field, also reachable in the given way.
@@ -95,19 +113,27 @@ constexpr Field also(Field field, uint32_t access) {
 }
 
 // The same field with operations of its own.
-constexpr Field custom(Field field, const CustomField& operations) {
-  field.custom = &operations;
+constexpr Field custom(Field field, const FieldOperations& operations) {
+  field.custom = operations;
   return field;
 }
 
-// The field operations of a box type. All answer 4 to a key that the table does not have and to a
-// box of another type.
-int32_t set_int_field(const FieldTable& table, Box* box, Environment* env, uint32_t key,
-                      uint64_t index, uint64_t value);
-int32_t get_int_field(const FieldTable& table, Box* box, uint32_t key, uint64_t index,
-                      uint64_t* value);
-int32_t get_field_count(const FieldTable& table, Box* box, uint32_t key, uint64_t* count,
-                        uint32_t* element_size);
+// The same field, in the content another number than the one that is set and got.
+constexpr Field stored_as(Field field, uint32_t width, Slot slot) {
+  field.wire = {width, slot};
+  return field;
+}
+
+// The same field, which the box type reads and writes itself.
+constexpr Field stored_apart(Field field) { return stored_as(field, 0, kNoSlot); }
+
+// What a field answers to the operations of its box.
+int32_t set_field(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value);
+int32_t get_field(const Field& field, Box* box, uint64_t index, uint64_t* value);
+int32_t count_field(const Field& field, Box* box, uint64_t* count, uint32_t* element_size);
+int32_t set_field_bytes(const Field& field, Box* box, Environment* env, const BufferSource& source);
+int32_t get_field_bytes(const Field& field, Box* box, Environment* env,
+                        const BufferRequest& request);
 
 // Gives back index if it is below the count; else appends an entry and gives back its index.
 uint64_t index_or_append(Environment* env, EntryList* list, const ListTraits& traits,

@@ -1,5 +1,6 @@
 // The parser: reads box headers one after another inside a read limit and hands each box to the
 // reader of its type (ISO/IEC 15444-1, I.4).
+#include "box/index.h"
 #include "box/registry.h"
 #include "box/super.h"
 
@@ -63,8 +64,10 @@ extern "C" Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stre
   Box* last = nullptr;
   while (bs_at_limit(env, stream) == 0) {
     const Header header = read_header(env, stream);
-    ++*counter;
+    const uint32_t id = ++*counter;
+    if (stream->index != nullptr) index_announce(env, stream->index, id, header.type);
     Box* const child = read_content(env, header, stream, box, counter);
+    if (stream->index != nullptr) index_settle(stream->index, id, child);
     // A box that may not stand here ends the parse of its container, which keeps what it has; the
     // parent's parse goes on behind the refused box.
     if (child == nullptr) break;

@@ -7,7 +7,7 @@
 
 namespace kvjpx {
 
-struct FieldTable;
+struct BoxLayout;
 
 // Reads a box whose header has been read, up to the stream's read limit, and leaves the stream
 // there. Null when the box may not stand in the parent.
@@ -18,13 +18,22 @@ using MakeFn = Box*(Environment*, uint32_t type, Box* parent, uint32_t id);
 
 constexpr uint32_t kMaxParents = 4;
 
+// What a reader does with a box that stands where its type may not.
+enum class Misplaced {
+  kTaken,    // read all the same
+  kRefused,  // skipped; ends the parse of its container
+  kOpaque,   // kept as an opaque box of its type, so that nothing is lost
+};
+
 struct BoxType {
   uint32_t code;
   Kind kind;
   ReadFn* read;
   MakeFn* make;
+  const BoxLayout* layout;          // null: no fields, a plain container or opaque box
+  const BoxOperations* operations;  // with the layout
+  Misplaced misplaced;
   uint32_t parents[kMaxParents];  // types of box that it may be made in; 0: none further
-  const FieldTable* fields;       // null: none of its own
 };
 
 struct BoxTypes {

@@ -82,7 +82,7 @@ uint32_t container_depth(const Box* parent) {
 }
 
 extern "C" Box* jpx_make_super_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_record<SuperBox>(env, kSuper, type, parent, id, kSuperOperations);
+  return make_record(env, sizeof(SuperBox), kSuper, type, parent, id, kSuperOperations);
 }
 
 }  // namespace kvjpx

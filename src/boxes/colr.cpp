@@ -9,25 +9,12 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "box/buffer_field.h"
-#include "box/field_table.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("colr");
-constexpr uint64_t kFixedSize = 3;
 constexpr uint64_t kEnumCsSize = 4;
-
-enum Method : uint8_t { kEnumerated = 1, kRestrictedIcc = 2, kAnyIcc = 3, kVendor = 4 };
-
-// Colour spaces with parameters of their own.
-constexpr uint32_t kCieLab = 14;
-constexpr uint32_t kCieJab = 19;
-constexpr uint32_t kLabParameters = 7;
-constexpr uint32_t kJabParameters = 6;
 
 struct ColrBox : Box {
   uint8_t method;
@@ -45,10 +32,11 @@ ColrBox* colr(Box* box) { return static_cast<ColrBox*>(box); }
 const ColrBox* colr(const Box* box) { return static_cast<const ColrBox*>(box); }
 
 bool has_profile(const Box* box) {
-  return colr(box)->method == kRestrictedIcc || colr(box)->method == kAnyIcc;
+  return colr(box)->method == KV_JPX_METH_RESTRICTED_ICC ||
+         colr(box)->method == KV_JPX_METH_ANY_ICC;
 }
-bool has_vendor_data(const Box* box) { return colr(box)->method == kVendor; }
-bool is_enumerated(const Box* box) { return colr(box)->method == kEnumerated; }
+bool has_vendor_data(const Box* box) { return colr(box)->method == KV_JPX_METH_VENDOR; }
+bool is_enumerated(const Box* box) { return colr(box)->method == KV_JPX_METH_ENUMERATED; }
 
 const char* colour_space_name(uint64_t colour_space) {
   static const char* const kNames[] = {
@@ -82,7 +70,9 @@ const char* colour_space_name(uint64_t colour_space) {
   return colour_space < kCount ? kNames[colour_space] : nullptr;
 }
 
-bool is_method(const Box*, uint64_t value) { return value >= kEnumerated && value <= kVendor; }
+bool is_method(const Box*, uint64_t value) {
+  return value >= KV_JPX_METH_ENUMERATED && value <= KV_JPX_METH_VENDOR;
+}
 bool is_approximation(const Box*, uint64_t value) { return value >= 1 && value <= 4; }
 
 void discard_parameters(ColrBox* self, Environment* env) {
@@ -95,7 +85,8 @@ void discard_data(ColrBox* self, Environment* env) {
   self->data_length = 0;
 }
 
-// The UUID outlives a change of method: hosts switch a vendor's colour off and on again.
+// Kept for compatibility: the UUID outlives a change of method. Emptied like the rest, it would be
+// zeros when METH 4 is set again.
 int32_t set_method(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   ColrBox* const self = colr(box);
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
@@ -121,70 +112,73 @@ int32_t get_colour_space(const Field&, Box* box, uint64_t index, uint64_t* value
   return JPX_OK;
 }
 
-// Hosts tell a box with an enumerated space by the method, never by a count.
+// Kept for compatibility: EnumCS is never counted, not even under METH 1. Counted, a caller that
+// asks for the count would get 0 and 1 where it gets 4.
 int32_t no_count(const Field&, Box*, uint64_t*, uint32_t*) { return JPX_ERR_NO_SUCH_FIELD; }
 
-// The parameters of one colour space.
+// The parameters of a colour space, in the order of the format.
 struct ParameterSpace {
   uint32_t colour_space;
   uint32_t count;
-  uint32_t first_key;  // the keys stand in the table in the order of the parameters
+  uint32_t keys[7];
 };
-constexpr ParameterSpace kLab = {kCieLab, kLabParameters, JPX_FIELD_COLR_RL};
-constexpr ParameterSpace kJab = {kCieJab, kJabParameters, JPX_FIELD_COLR_JAB_RJ};
+constexpr ParameterSpace kLab = {
+    KV_JPX_ENUMCS_CIELAB,
+    7,
+    {JPX_FIELD_COLR_RL, JPX_FIELD_COLR_OL, JPX_FIELD_COLR_RA, JPX_FIELD_COLR_OA, JPX_FIELD_COLR_RB,
+     JPX_FIELD_COLR_OB, JPX_FIELD_COLR_IL}};
+constexpr ParameterSpace kJab = {
+    KV_JPX_ENUMCS_CIEJAB,
+    6,
+    {JPX_FIELD_COLR_JAB_RJ, JPX_FIELD_COLR_JAB_OJ, JPX_FIELD_COLR_JAB_RA, JPX_FIELD_COLR_JAB_OA,
+     JPX_FIELD_COLR_JAB_RB, JPX_FIELD_COLR_JAB_OB}};
 
-uint32_t parameter_number(const Field& field, const ParameterSpace& space);
+uint32_t number_in(const ParameterSpace& space, const Field& field) {
+  uint32_t number = 0;
+  while (number < space.count && space.keys[number] != field.key) ++number;
+  return number;
+}
+
+const ParameterSpace& space_of(const Field& field) {
+  return number_in(kLab, field) < kLab.count ? kLab : kJab;
+}
 
 bool is_live_for(const Box* box, uint32_t colour_space) {
   return is_enumerated(box) && colr(box)->colour_space == colour_space;
 }
 
-// The count stays as it is, 0 that is, since no file with parameters loads: parameters that are set
-// are neither returned nor written. Hosts set them for their own renderers, which share the array,
-// and expect the file to stay a plain enumerated one.
-int32_t set_parameter(const Field& field, const ParameterSpace& space, Box* box, Environment* env,
-                      uint64_t index, uint64_t value) {
+// Kept for compatibility: the count stays as it is, 0 that is, since no file with parameters loads,
+// so parameters that are set are neither returned nor written. Counted, they would change the file.
+int32_t set_parameter(const Field& field, Box* box, Environment* env, uint64_t index,
+                      uint64_t value) {
+  const ParameterSpace& space = space_of(field);
   if (index != 0 || !is_live_for(box, space.colour_space)) return JPX_ERR_NO_SUCH_FIELD;
   ColrBox* const self = colr(box);
   if (self->parameters == nullptr) {
     self->parameters = static_cast<uint32_t*>(allocate_zeroed(env, space.count * sizeof(uint32_t)));
   }
-  self->parameters[parameter_number(field, space)] = static_cast<uint32_t>(value);
+  self->parameters[number_in(space, field)] = static_cast<uint32_t>(value);
   return JPX_OK;
 }
 
-// A CIEJab parameter is set under EnumCS 19 but looked for under 14: a renderer that asks for both
-// kinds must find a CIEJab box without parameters, or it would take its numbers for CIELab ranges.
-int32_t get_parameter(const Field& field, const ParameterSpace& space, Box* box, uint64_t index,
-                      uint64_t* value) {
+// Kept for compatibility: a CIEJab parameter is set under EnumCS 19 but looked for under 14. While
+// no box has counted parameters this changes no answer; it decides what one would be asked for.
+int32_t get_parameter(const Field& field, Box* box, uint64_t index, uint64_t* value) {
+  const ParameterSpace& space = space_of(field);
   const ColrBox* const self = colr(box);
-  if (index != 0 || !is_live_for(box, kCieLab) || self->parameter_count != space.count) {
+  if (index != 0 || !is_live_for(box, kLab.colour_space) || self->parameter_count != space.count) {
     return JPX_ERR_NO_SUCH_FIELD;
   }
-  *value = self->parameters[parameter_number(field, space)];
+  *value = self->parameters[number_in(space, field)];
   return JPX_OK;
 }
 
-int32_t count_parameter(const Field& field, const ParameterSpace& space, Box* box, uint64_t* count,
-                        uint32_t* element_size) {
+int32_t count_parameter(const Field& field, Box* box, uint64_t* count, uint32_t* element_size) {
+  const ParameterSpace& space = space_of(field);
   if (!is_live_for(box, space.colour_space)) return JPX_ERR_NO_SUCH_FIELD;
   const bool is_given = colr(box)->parameter_count == space.count;
   return report_count(is_given ? 1 : 0, field.width, count, element_size);
 }
-
-template <const ParameterSpace& Space>
-struct Parameter {
-  static int32_t set(const Field& field, Box* box, Environment* env, uint64_t index,
-                     uint64_t value) {
-    return set_parameter(field, Space, box, env, index, value);
-  }
-  static int32_t get(const Field& field, Box* box, uint64_t index, uint64_t* value) {
-    return get_parameter(field, Space, box, index, value);
-  }
-  static int32_t count(const Field& field, Box* box, uint64_t* count, uint32_t* element_size) {
-    return count_parameter(field, Space, box, count, element_size);
-  }
-};
 
 int32_t count_profile(const Field& field, Box* box, uint64_t* count, uint32_t* element_size) {
   if (!has_profile(box)) return JPX_ERR_NO_SUCH_FIELD;
@@ -199,62 +193,93 @@ int32_t count_vendor_data(const Field& field, Box* box, uint64_t* count, uint32_
   return report_count(colr(box)->data_length, field.width, count, element_size);
 }
 
-constexpr CustomField kMethod = {set_method, nullptr, nullptr};
-constexpr CustomField kColourSpace = {set_colour_space, get_colour_space, no_count};
-constexpr CustomField kLabField = {Parameter<kLab>::set, Parameter<kLab>::get,
-                                   Parameter<kLab>::count};
-constexpr CustomField kJabField = {Parameter<kJab>::set, Parameter<kJab>::get,
-                                   Parameter<kJab>::count};
-constexpr CustomField kProfile = {nullptr, nullptr, count_profile};
-constexpr CustomField kUuid = {nullptr, nullptr, count_uuid};
-constexpr CustomField kVendorData = {nullptr, nullptr, count_vendor_data};
+// Bytes that are live under the methods that the test takes.
+int32_t set_data(bool is_live, Box* box, Environment* env, const BufferSource& source) {
+  if (!is_live) return JPX_ERR_NO_SUCH_FIELD;
+  uint64_t size;
+  if (!is_valid_source(source, &size) || size > UINT32_MAX) return JPX_ERR_INVALID_ARGUMENT;
+  ColrBox* const self = colr(box);
+  discard_data(self, env);
+  self->data = static_cast<uint8_t*>(allocate(env, size));
+  self->data_length = static_cast<uint32_t>(size);
+  if (size != 0) memcpy(self->data, source.data, size);
+  return JPX_OK;
+}
 
+int32_t get_data(bool is_live, Box* box, Environment* env, const BufferRequest& request) {
+  if (!is_live) return JPX_ERR_NO_SUCH_FIELD;
+  return copy_out(env, request, colr(box)->data, colr(box)->data_length, 1);
+}
+
+int32_t set_profile(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  return set_data(has_profile(box), box, env, source);
+}
+int32_t get_profile(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  return get_data(has_profile(box), box, env, request);
+}
+int32_t set_vendor_data(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  return set_data(has_vendor_data(box), box, env, source);
+}
+int32_t get_vendor_data(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  return get_data(has_vendor_data(box), box, env, request);
+}
+
+int32_t set_uuid(const Field&, Box* box, Environment*, const BufferSource& source) {
+  if (!has_vendor_data(box) || source.count > 1) return JPX_ERR_NO_SUCH_FIELD;
+  if (source.element_size != kUuidSize) return JPX_ERR_INVALID_ARGUMENT;
+  if (source.count == 0) return JPX_OK;
+  if (source.data == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+  memcpy(colr(box)->uuid, source.data, kUuidSize);
+  return JPX_OK;
+}
+
+// Kept for compatibility: the UUID is handed out as 16 bytes, although it is counted as one entry
+// of
+// 16. Reported as counted, callers would get 1 and 16 back where they get 16 and 1.
+int32_t get_uuid(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  if (!has_vendor_data(box)) return JPX_ERR_NO_SUCH_FIELD;
+  return copy_out(env, request, colr(box)->uuid, kUuidSize, 1);
+}
+
+constexpr FieldOperations kMethod = {set_method};
+constexpr FieldOperations kColourSpace = {set_colour_space, get_colour_space, no_count};
+constexpr FieldOperations kParameter = {set_parameter, get_parameter, count_parameter};
+constexpr FieldOperations kProfile = {nullptr, nullptr, count_profile, set_profile, get_profile};
+constexpr FieldOperations kUuidOfVendor = {nullptr, nullptr, count_uuid, set_uuid, get_uuid};
+constexpr FieldOperations kVendorData = {nullptr, nullptr, count_vendor_data, set_vendor_data,
+                                         get_vendor_data};
 constexpr Field kFields[] = {
     custom(single(JPX_FIELD_COLR_METH, "METH", 1, member<&ColrBox::method>), kMethod),
     single(JPX_FIELD_COLR_PREC, "PREC", 1, member<&ColrBox::precedence>),
     single(JPX_FIELD_COLR_APPROX, "APPROX", 1, member<&ColrBox::approximation>, is_approximation),
     custom_number(JPX_FIELD_COLR_EnumCS, "EnumCS", 4, kColourSpace),
-    custom_number(JPX_FIELD_COLR_RL, "RL", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_OL, "OL", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_RA, "RA", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_OA, "OA", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_RB, "RB", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_OB, "OB", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_IL, "IL", 4, kLabField),
-    custom_number(JPX_FIELD_COLR_JAB_RJ, "JAB_RJ", 4, kJabField),
-    custom_number(JPX_FIELD_COLR_JAB_OJ, "JAB_OJ", 4, kJabField),
-    custom_number(JPX_FIELD_COLR_JAB_RA, "JAB_RA", 4, kJabField),
-    custom_number(JPX_FIELD_COLR_JAB_OA, "JAB_OA", 4, kJabField),
-    custom_number(JPX_FIELD_COLR_JAB_RB, "JAB_RB", 4, kJabField),
-    custom_number(JPX_FIELD_COLR_JAB_OB, "JAB_OB", 4, kJabField),
-    custom(bytes_field(JPX_FIELD_COLR_ICC, "ICC", 1), kProfile),
-    custom(bytes_field(JPX_FIELD_COLR_UUID, "UUID", kUuidSize), kUuid),
-    custom(bytes_field(JPX_FIELD_COLR_VENDOR_DATA, "VENDOR_DATA", 1), kVendorData),
+    custom_number(JPX_FIELD_COLR_RL, "RL", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_OL, "OL", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_RA, "RA", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_OA, "OA", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_RB, "RB", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_OB, "OB", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_IL, "IL", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_RJ, "JAB_RJ", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_OJ, "JAB_OJ", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_RA, "JAB_RA", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_OA, "JAB_OA", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_RB, "JAB_RB", 4, kParameter),
+    custom_number(JPX_FIELD_COLR_JAB_OB, "JAB_OB", 4, kParameter),
+    bytes_field(JPX_FIELD_COLR_ICC, "ICC", 1, kProfile),
+    bytes_field(JPX_FIELD_COLR_UUID, "UUID", kUuidSize, kUuidOfVendor),
+    bytes_field(JPX_FIELD_COLR_VENDOR_DATA, "VENDOR_DATA", 1, kVendorData),
 };
-constexpr FieldTable kTable = field_table(kType, kFields);
 
-uint32_t parameter_number(const Field& field, const ParameterSpace& space) {
-  const Field* first = kFields;
-  while (first->key != space.first_key) ++first;
-  return static_cast<uint32_t>(&field - first);
+uint64_t length_of_method(Box* box) {
+  const ColrBox* const self = colr(box);
+  if (is_enumerated(box)) return kEnumCsSize + sizeof(uint32_t) * self->parameter_count;
+  if (has_profile(box)) return self->data_length;
+  return has_vendor_data(box) ? uint64_t{kUuidSize} + self->data_length : 0;
 }
 
-uint64_t jpx_colr_length(Box* box) {
-  if (box->type != kType) return 0;
+void render_method(Box* box, Environment* env, Stream* stream) {
   const ColrBox* const self = colr(box);
-  if (is_enumerated(box)) {
-    return kFixedSize + kEnumCsSize + sizeof(uint32_t) * self->parameter_count;
-  }
-  if (has_profile(box)) return kFixedSize + self->data_length;
-  return has_vendor_data(box) ? kFixedSize + kUuidSize + self->data_length : kFixedSize;
-}
-
-void jpx_colr_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
-  const ColrBox* const self = colr(box);
-  bs_write_1_byte(env, stream, self->method);
-  bs_write_1_byte(env, stream, self->precedence);
-  bs_write_1_byte(env, stream, self->approximation);
   if (is_enumerated(box)) {
     bs_write_4_byte_big(env, stream, self->colour_space);
     for (uint32_t i = 0; i < self->parameter_count; ++i) {
@@ -282,19 +307,18 @@ void print_vendor(const ColrBox* self) {
 
 // PREC and APPROX are never printed.
 void jpx_colr_print(Box* box) {
-  if (box->type != kType) return;
-  printf("colr box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   switch (colr(box)->method) {
-    case kEnumerated:
+    case KV_JPX_METH_ENUMERATED:
       print_colour_space(colr(box));
       break;
-    case kRestrictedIcc:
+    case KV_JPX_METH_RESTRICTED_ICC:
       puts("Restricted ICC profile");
       break;
-    case kAnyIcc:
+    case KV_JPX_METH_ANY_ICC:
       puts("Any ICC profile");
       break;
-    case kVendor:
+    case KV_JPX_METH_VENDOR:
       print_vendor(colr(box));
       break;
     default:
@@ -302,80 +326,13 @@ void jpx_colr_print(Box* box) {
   }
 }
 
-void jpx_colr_destroy(Box* box, Environment* env) {
-  if (box->type != kType) return;
+void release_method(Box* box, Environment* env) {
   discard_parameters(colr(box), env);
   discard_data(colr(box), env);
 }
 
-int32_t jpx_colr_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_colr_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_colr_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-bool is_live_data(const Box* box, uint32_t key) {
-  return (key == JPX_FIELD_COLR_ICC && has_profile(box)) ||
-         (key == JPX_FIELD_COLR_VENDOR_DATA && has_vendor_data(box));
-}
-
-int32_t set_data(ColrBox* self, Environment* env, uint64_t count, uint32_t element_size,
-                 const void* source) {
-  uint64_t size;
-  if (!is_valid_source(count, element_size, source, &size) || size > UINT32_MAX) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
-  replace_bytes(env, self->data, source, size);
-  self->data_length = static_cast<uint32_t>(size);
-  return JPX_OK;
-}
-
-int32_t set_uuid(ColrBox* self, uint64_t count, uint32_t element_size, const void* source) {
-  if (count > 1) return JPX_ERR_NO_SUCH_FIELD;
-  if (element_size != kUuidSize) return JPX_ERR_INVALID_ARGUMENT;
-  if (count == 0) return JPX_OK;
-  if (source == nullptr) return JPX_ERR_INVALID_ARGUMENT;
-  memcpy(self->uuid, source, kUuidSize);
-  return JPX_OK;
-}
-
-int32_t jpx_colr_set_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t count,
-                                  uint32_t element_size, const void* source) {
-  if (box->type != kType) return JPX_ERR_NO_SUCH_FIELD;
-  if (is_live_data(box, key)) return set_data(colr(box), env, count, element_size, source);
-  if (key == JPX_FIELD_COLR_UUID && has_vendor_data(box)) {
-    return set_uuid(colr(box), count, element_size, source);
-  }
-  return JPX_ERR_NO_SUCH_FIELD;
-}
-
-// The UUID is handed out as 16 bytes, although it is counted as one entry of 16.
-int32_t jpx_colr_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
-                                  uint32_t* element_size, void** buffer) {
-  if (box->type != kType) return JPX_ERR_NO_SUCH_FIELD;
-  const BufferRequest request = {count, element_size, buffer};
-  const ColrBox* const self = colr(box);
-  if (is_live_data(box, key)) return copy_out(env, request, self->data, self->data_length, 1);
-  if (key == JPX_FIELD_COLR_UUID && has_vendor_data(box)) {
-    return copy_out(env, request, self->uuid, kUuidSize, 1);
-  }
-  return JPX_ERR_NO_SUCH_FIELD;
-}
-
-constexpr BoxOperations kOperations = with_buffers(
-    leaf_operations(jpx_colr_length, jpx_colr_render, jpx_colr_print, jpx_colr_destroy,
-                    jpx_colr_set_int_field, jpx_colr_get_int_field, jpx_colr_get_field_count),
-    jpx_colr_set_buffer_field, jpx_colr_get_buffer_field);
-
-// An enumerated space with parameters behind it is refused: readers of this format have always
-// taken their number from the bytes that are left and then run out of them.
+// Kept for compatibility: an enumerated space with parameters, or only a part of one, fails the
+// load. Without it, files with CIELab parameters would load.
 void read_colour_space(Environment* env, Stream* stream, ColrBox* self) {
   const uint64_t left = bytes_left(env, stream);
   if (left != 0 && left != kEnumCsSize) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
@@ -388,11 +345,8 @@ void read_data(Environment* env, Stream* stream, ColrBox* self) {
   bs_read_memcpy(env, stream, self->data, self->data_length);
 }
 
-void read_payload(Environment* env, Stream* stream, Box* box) {
+void read_method(Environment* env, Stream* stream, Box* box) {
   ColrBox* const self = colr(box);
-  self->method = static_cast<uint8_t>(bs_read_1_byte(env, stream));
-  self->precedence = static_cast<uint8_t>(bs_read_1_byte(env, stream));
-  self->approximation = static_cast<uint8_t>(bs_read_1_byte(env, stream));
   if (is_enumerated(box)) read_colour_space(env, stream, self);
   if (has_vendor_data(box)) jpx_read_uuid(env, stream, self->uuid);
   if (has_profile(box) || has_vendor_data(box)) read_data(env, stream, self);
@@ -400,19 +354,8 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-const FieldTable kColrFields = kTable;
+constexpr BoxLayout kColr =
+    box_layout<ColrBox>(code("colr"), kFields, jpx_colr_print,
+                        {length_of_method, render_method, read_method, release_method});
 
-extern "C" {
-
-Box* jpx_make_colr_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<ColrBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_colr_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_colr_box, read_payload,
-                     Misplaced::kRefused);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

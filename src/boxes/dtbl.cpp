@@ -2,9 +2,9 @@
 //
 //   2 NDR, then url boxes
 //
-// NDR is not kept: a box that was made writes the number of its children, and one that is read
-// becomes a plain super box, which is written without NDR.
-#include "box/super.h"
+// Kept for compatibility: NDR is not kept. A box that was made writes the number of its children,
+// and one that is read becomes a plain super box, which is written without NDR. Read like it is
+// made, a file's NDR would be written.
 #include "boxes/boxes.h"
 
 namespace kvjpx {
@@ -38,7 +38,7 @@ constexpr BoxOperations kOperations =
 extern "C" {
 
 Box* jpx_make_dtbl_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_record<SuperBox>(env, kSuper, type, parent, id, kOperations);
+  return make_record(env, sizeof(SuperBox), kSuper, type, parent, id, kOperations);
 }
 
 Box* jpx_read_dtbl_box(Environment* env, uint32_t type, Stream* stream, Box* parent,

@@ -3,16 +3,10 @@
 //   2 NF, then NF times: 8 OFF, 4 LEN, 2 DR
 #include <stdio.h>
 
-#include "box/field_table.h"
-#include "box/wire.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
-
-constexpr uint32_t kType = code("flst");
-constexpr uint64_t kCountSize = 2;
 
 struct Fragment {
   uint64_t offset;
@@ -24,40 +18,22 @@ struct FlstBox : Box {
   EntryList fragments;
 };
 
-EntryList* fragments_of(Box* box) { return &static_cast<FlstBox*>(box)->fragments; }
-
-// A get takes one index more than there are fragments and reads zeros there, by which hosts find
-// the end of the list.
-constexpr ListTraits kFragments = {fragments_of, sizeof(Fragment), nullptr, true, false};
+// Kept for compatibility: a get takes one index more than there are fragments and reads zeros
+// there. Without it, a loop that looks for such an end would meet an error instead.
+constexpr ListTraits kFragments = list_of<&FlstBox::fragments, Fragment>(2, kGetTakesCount);
 constexpr Field kFields[] = {
     repeating(JPX_FIELD_FLST_OFF, "OFF", 8, kFragments, member<&Fragment::offset>),
     repeating(JPX_FIELD_FLST_LEN, "LEN", 4, kFragments, member<&Fragment::length>),
     repeating(JPX_FIELD_FLST_DR, "DR", 2, kFragments, member<&Fragment::reference>),
 };
-constexpr WireNumber kNumbers[] = {{8, member<&Fragment::offset>},
-                                   {4, member<&Fragment::length>},
-                                   {2, member<&Fragment::reference>}};
-constexpr WireTable kWire = wire_table(kNumbers);
-constexpr FieldTable kTable = field_table(kType, kFields);
 
-uint64_t jpx_flst_length(Box* box) {
-  return box->type == kType ? kCountSize + kWire.size * fragments_of(box)->count : 0;
-}
-
-void jpx_flst_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
-  const EntryList& fragments = *fragments_of(box);
-  bs_write_2_byte_big(env, stream, fragments.count);
-  render_entries(env, stream, kWire, fragments, sizeof(Fragment));
-}
-
-// The number of fragments has no line end of its own: the first fragment, or the next box, follows
-// on its line, where line-based readers of these print-outs look for it.
+// Kept for compatibility: the number of fragments has no line end of its own, so the first
+// fragment, or the next box, follows on its line. A line end would change every line of the
+// print-out behind.
 void jpx_flst_print(Box* box) {
-  if (box->type != kType) return;
-  const EntryList& fragments = *fragments_of(box);
+  const EntryList& fragments = static_cast<FlstBox*>(box)->fragments;
   const auto count = static_cast<uint32_t>(fragments.count);
-  printf("flst box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("Number of fragments: %u", count);
   for (uint32_t i = 0; i < count; ++i) {
     const Fragment* const fragment = entry_at<Fragment>(fragments, i);
@@ -67,47 +43,8 @@ void jpx_flst_print(Box* box) {
   }
 }
 
-void jpx_flst_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, fragments_of(box));
-}
-
-int32_t jpx_flst_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_flst_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_flst_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-constexpr BoxOperations kOperations =
-    leaf_operations(jpx_flst_length, jpx_flst_render, jpx_flst_print, jpx_flst_destroy,
-                    jpx_flst_set_int_field, jpx_flst_get_int_field, jpx_flst_get_field_count);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  const uint64_t count = bs_read_2_byte_big(env, stream);
-  read_entries(env, stream, kWire, fragments_of(box), sizeof(Fragment), count);
-}
-
 }  // namespace
 
-const FieldTable kFlstFields = kTable;
+constexpr BoxLayout kFlst = box_layout<FlstBox>(code("flst"), kFields, jpx_flst_print);
 
-extern "C" {
-
-Box* jpx_make_flst_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<FlstBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_flst_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_flst_box, read_payload,
-                     Misplaced::kOpaque);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

@@ -6,17 +6,11 @@
 // twice is kept once, and a written file has the known brands in front, in a fixed order.
 #include <stdio.h>
 
-#include "box/buffer_field.h"
-#include "box/field_table.h"
-#include "box/wire.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("ftyp");
-constexpr uint64_t kFixedSize = 8;
 constexpr uint64_t kBrandSize = 4;
 // Bit i of known_brands stands for entry i.
 constexpr uint32_t kKnownBrands[] = {code("jp2 "), code("jpx "), code("jpxb")};
@@ -29,8 +23,7 @@ struct FtypBox : Box {
 };
 
 FtypBox* ftyp(Box* box) { return static_cast<FtypBox*>(box); }
-EntryList* others_of(Box* box) { return &ftyp(box)->others; }
-constexpr ListTraits kOthers = {others_of, sizeof(uint32_t), nullptr, false, false};
+constexpr ListTraits kOthers = list_of<&FtypBox::others, uint32_t>();
 
 // 0 for a brand that has no flag.
 uint8_t flag_of(uint32_t brand) {
@@ -55,9 +48,9 @@ uint32_t brand_at(const FtypBox* box, uint64_t index) {
   return *entry_at<uint32_t>(box->others, index);
 }
 
-// Unlike a get, a set takes the index as the position among the other brands, without the known
-// ones in front: editors that rewrite entry after entry rely on known brands not moving the rest. A
-// known brand is never cleared and no entry ever removed.
+// Kept for compatibility: unlike a get, a set takes the index as the position among the other
+// brands, without the known ones in front, and a known brand is never cleared and no entry ever
+// removed. By the index of a get, a set would change another entry than it does.
 int32_t set_compatible_brand(const Field&, Box* box, Environment* env, uint64_t index,
                              uint64_t value) {
   FtypBox* const self = ftyp(box);
@@ -86,32 +79,23 @@ int32_t count_compatible_brands(const Field& field, Box* box, uint64_t* count,
   return report_count(total_count(ftyp(box)), field.width, count, element_size);
 }
 
-constexpr CustomField kCompatibility = {set_compatible_brand, get_compatible_brand,
-                                        count_compatible_brands};
+constexpr FieldOperations kCompatibility = {set_compatible_brand, get_compatible_brand,
+                                            count_compatible_brands};
 constexpr Field kFields[] = {
     single(JPX_FIELD_FTYP_BR, "BR", 4, member<&FtypBox::brand>),
     single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>),
     custom(repeating(JPX_FIELD_FTYP_CL, "CL", 4, kOthers, number<uint32_t>), kCompatibility),
 };
 
-constexpr WireNumber kFixed[] = {{4, member<&FtypBox::brand>},
-                                 {4, member<&FtypBox::minimum_version>}};
-constexpr WireTable kWire = wire_table(kFixed);
+uint64_t length_of_brands(Box* box) { return kBrandSize * total_count(ftyp(box)); }
 
-uint64_t jpx_ftyp_length(Box* box) {
-  return box->type == kType ? kFixedSize + kBrandSize * total_count(ftyp(box)) : 0;
-}
-
-void jpx_ftyp_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
-  render_wire(env, stream, kWire, box);
+void render_brands(Box* box, Environment* env, Stream* stream) {
   const uint64_t count = total_count(ftyp(box));
   for (uint64_t i = 0; i < count; ++i) bs_write_4_byte_big(env, stream, brand_at(ftyp(box), i));
 }
 
 void jpx_ftyp_print(Box* box) {
-  if (box->type != kType) return;
-  printf("ftyp box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("Brand: ");
   jpx_print_atom(ftyp(box)->brand);
   printf("\nMinimum version: %u\n", ftyp(box)->minimum_version);
@@ -124,31 +108,7 @@ void jpx_ftyp_print(Box* box) {
   }
 }
 
-void jpx_ftyp_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, &ftyp(box)->others);
-}
-
-constexpr FieldTable kTable = field_table(kType, kFields);
-
-int32_t jpx_ftyp_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_ftyp_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_ftyp_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-constexpr BoxOperations kOperations =
-    leaf_operations(jpx_ftyp_length, jpx_ftyp_render, jpx_ftyp_print, jpx_ftyp_destroy,
-                    jpx_ftyp_set_int_field, jpx_ftyp_get_int_field, jpx_ftyp_get_field_count);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  read_wire(env, stream, kWire, box);
+void read_brands(Environment* env, Stream* stream, Box* box) {
   FtypBox* const self = ftyp(box);
   for (uint64_t left = bytes_left(env, stream) / kBrandSize; left != 0; --left) {
     const auto brand = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
@@ -161,19 +121,7 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-const FieldTable kFtypFields = kTable;
+constexpr BoxLayout kFtyp = box_layout<FtypBox>(code("ftyp"), kFields, jpx_ftyp_print,
+                                                {length_of_brands, render_brands, read_brands});
 
-extern "C" {
-
-Box* jpx_make_ftyp_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<FtypBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_ftyp_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_ftyp_box, read_payload,
-                     Misplaced::kRefused);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

@@ -6,16 +6,12 @@
 // does.
 #include <stdio.h>
 
-#include "box/field_table.h"
-#include "box/wire.h"
 #include "boxes/bit_depth.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("ihdr");
 constexpr uint64_t kMaxComponents = 16384;
 constexpr uint64_t kJpeg2000 = 7;
 
@@ -46,15 +42,6 @@ constexpr Field kFields[] = {
     single(JPX_FIELD_IHDR_IPR, "IPR", 1, member<&IhdrBox::property_rights>, is_flag),
 };
 
-constexpr WireNumber kNumbers[] = {
-    {4, member<&IhdrBox::height>},          {4, member<&IhdrBox::width>},
-    {2, member<&IhdrBox::components>},      {1, member<&IhdrBox::bit_depth>},
-    {1, member<&IhdrBox::compression>},     {1, member<&IhdrBox::unknown_colourspace>},
-    {1, member<&IhdrBox::property_rights>},
-};
-constexpr WireTable kWire = wire_table(kNumbers);
-constexpr FieldTable kTable = field_table(kType, kFields);
-
 const char* compression_name(uint8_t compression) {
   static const char* const kNames[] = {
       "uncompressed",
@@ -83,16 +70,9 @@ const char* colourspace_text(uint8_t unknown_colourspace) {
   }
 }
 
-uint64_t jpx_ihdr_length(Box* box) { return box->type == kType ? kWire.size : 0; }
-
-void jpx_ihdr_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type == kType) render_wire(env, stream, kWire, box);
-}
-
 void jpx_ihdr_print(Box* box) {
-  if (box->type != kType) return;
   const auto* self = static_cast<IhdrBox*>(box);
-  printf("ihdr box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("HEIGHT: %u\n", self->height);
   printf("WIDTH: %u\n", self->width);
   printf("NC: %u\n", self->components);
@@ -106,42 +86,8 @@ void jpx_ihdr_print(Box* box) {
   puts(self->property_rights == 0 ? "IPR not present in image" : "IPR present in image");
 }
 
-int32_t jpx_ihdr_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_ihdr_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_ihdr_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-constexpr BoxOperations kOperations =
-    leaf_operations(jpx_ihdr_length, jpx_ihdr_render, jpx_ihdr_print, jpx_generic_destroy,
-                    jpx_ihdr_set_int_field, jpx_ihdr_get_int_field, jpx_ihdr_get_field_count);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  read_wire(env, stream, kWire, box);
-}
-
 }  // namespace
 
-const FieldTable kIhdrFields = kTable;
+constexpr BoxLayout kIhdr = box_layout<IhdrBox>(code("ihdr"), kFields, jpx_ihdr_print);
 
-extern "C" {
-
-Box* jpx_make_ihdr_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<IhdrBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_ihdr_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_ihdr_box, read_payload,
-                     Misplaced::kRefused);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

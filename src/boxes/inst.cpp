@@ -7,15 +7,11 @@
 //     bit 5  4 XC, 4 YC, 4 WC, 4 HC
 #include <stdio.h>
 
-#include "box/field_table.h"
-#include "box/wire.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("inst");
 constexpr uint32_t kAll = 0xFFFFFFFF;  // a size that takes whatever there is
 constexpr uint32_t kPersistBit = 0x80000000;
 
@@ -47,30 +43,6 @@ EntryList* instructions_of(Box* box) { return &static_cast<InstBox*>(box)->instr
 
 bool is_life(const Box*, uint64_t value) { return value >> 31 == 0; }
 
-// A refused LIFE leaves an appended instruction behind, as a refused value does in a registration
-// box. A get takes one index more than there are instructions.
-constexpr ListTraits kInstructions = {instructions_of, sizeof(Instruction), &kFresh, true, true};
-constexpr Field kFields[] = {
-    single(JPX_FIELD_INST_Ityp, "Ityp", 2, member<&InstBox::types>),
-    single(JPX_FIELD_INST_REPT, "REPT", 2, member<&InstBox::repetitions>),
-    // TICK is served from REPT, with the width of a tick: players that loop by ticks set one and
-    // read the other. The tick itself goes through a file unchanged.
-    single(JPX_FIELD_INST_TICK, "TICK", 4, member<&InstBox::repetitions>),
-    repeating(JPX_FIELD_INST_XO, "XO", 4, kInstructions, member<&Instruction::x_offset>),
-    repeating(JPX_FIELD_INST_YO, "YO", 4, kInstructions, member<&Instruction::y_offset>),
-    repeating(JPX_FIELD_INST_WIDTH, "WIDTH", 4, kInstructions, member<&Instruction::width>),
-    repeating(JPX_FIELD_INST_HEIGHT, "HEIGHT", 4, kInstructions, member<&Instruction::height>),
-    repeating(JPX_FIELD_INST_PERSIST, "PERSIST", 1, kInstructions, member<&Instruction::persists>),
-    repeating(JPX_FIELD_INST_LIFE, "LIFE", 4, kInstructions, member<&Instruction::life>, is_life),
-    repeating(JPX_FIELD_INST_NEXT_USE, "NEXT_USE", 4, kInstructions,
-              member<&Instruction::next_use>),
-    repeating(JPX_FIELD_INST_XC, "XC", 4, kInstructions, member<&Instruction::x_crop>),
-    repeating(JPX_FIELD_INST_YC, "YC", 4, kInstructions, member<&Instruction::y_crop>),
-    repeating(JPX_FIELD_INST_WC, "WC", 4, kInstructions, member<&Instruction::width_crop>),
-    repeating(JPX_FIELD_INST_HC, "HC", 4, kInstructions, member<&Instruction::height_crop>),
-};
-constexpr FieldTable kTable = field_table(kType, kFields);
-
 // PERSIST and LIFE share a word.
 uint64_t load_persistence(const void* record) {
   const auto* instruction = static_cast<const Instruction*>(record);
@@ -82,57 +54,72 @@ void store_persistence(void* record, uint64_t word) {
   instruction->life = static_cast<uint32_t>(word) & ~kPersistBit;
 }
 
-constexpr WireNumber kHeadNumbers[] = {
-    {2, member<&InstBox::types>}, {2, member<&InstBox::repetitions>}, {4, member<&InstBox::tick>}};
-constexpr WireNumber kOffsetNumbers[] = {{4, member<&Instruction::x_offset>},
-                                         {4, member<&Instruction::y_offset>}};
-constexpr WireNumber kScalingNumbers[] = {{4, member<&Instruction::width>},
-                                          {4, member<&Instruction::height>}};
-constexpr WireNumber kPersistenceNumbers[] = {{4, {load_persistence, store_persistence}},
-                                              {4, member<&Instruction::next_use>}};
-constexpr WireNumber kCroppingNumbers[] = {{4, member<&Instruction::x_crop>},
-                                           {4, member<&Instruction::y_crop>},
-                                           {4, member<&Instruction::width_crop>},
-                                           {4, member<&Instruction::height_crop>}};
-constexpr WireTable kHead = wire_table(kHeadNumbers);
+// Kept for compatibility, as in creg: a refused LIFE leaves an appended instruction behind, and a
+// get takes one index more than there are instructions.
+constexpr ListTraits kInstructions =
+    list_of<&InstBox::instructions, Instruction>(0, kGetTakesCount | kAppendsBeforeCheck, &kFresh);
+constexpr Field kFields[] = {
+    single(JPX_FIELD_INST_Ityp, "Ityp", 2, member<&InstBox::types>),
+    single(JPX_FIELD_INST_REPT, "REPT", 2, member<&InstBox::repetitions>),
+    // Kept for compatibility: TICK is served from REPT, with the width of a tick. Were it served
+    // from itself, setting it would no longer change REPT. The tick goes through a file unchanged.
+    stored_as(single(JPX_FIELD_INST_TICK, "TICK", 4, member<&InstBox::repetitions>), 4,
+              member<&InstBox::tick>),
+    repeating(JPX_FIELD_INST_XO, "XO", 4, kInstructions, member<&Instruction::x_offset>),
+    repeating(JPX_FIELD_INST_YO, "YO", 4, kInstructions, member<&Instruction::y_offset>),
+    repeating(JPX_FIELD_INST_WIDTH, "WIDTH", 4, kInstructions, member<&Instruction::width>),
+    repeating(JPX_FIELD_INST_HEIGHT, "HEIGHT", 4, kInstructions, member<&Instruction::height>),
+    stored_apart(repeating(JPX_FIELD_INST_PERSIST, "PERSIST", 1, kInstructions,
+                           member<&Instruction::persists>)),
+    stored_as(repeating(JPX_FIELD_INST_LIFE, "LIFE", 4, kInstructions, member<&Instruction::life>,
+                        is_life),
+              4, {load_persistence, store_persistence}),
+    repeating(JPX_FIELD_INST_NEXT_USE, "NEXT_USE", 4, kInstructions,
+              member<&Instruction::next_use>),
+    repeating(JPX_FIELD_INST_XC, "XC", 4, kInstructions, member<&Instruction::x_crop>),
+    repeating(JPX_FIELD_INST_YC, "YC", 4, kInstructions, member<&Instruction::y_crop>),
+    repeating(JPX_FIELD_INST_WC, "WC", 4, kInstructions, member<&Instruction::width_crop>),
+    repeating(JPX_FIELD_INST_HC, "HC", 4, kInstructions, member<&Instruction::height_crop>),
+};
 
 // The groups of an instruction, in their order on disk.
 struct Group {
   uint16_t bit;  // of Ityp
-  WireTable wire;
+  FieldRows rows;
 };
 constexpr uint16_t kOffsets = 0x01;
 constexpr uint16_t kScaling = 0x02;
 constexpr uint16_t kPersistence = 0x08;
 constexpr uint16_t kCropping = 0x20;
-constexpr Group kGroups[] = {{kOffsets, wire_table(kOffsetNumbers)},
-                             {kScaling, wire_table(kScalingNumbers)},
-                             {kPersistence, wire_table(kPersistenceNumbers)},
-                             {kCropping, wire_table(kCroppingNumbers)}};
+constexpr Group kGroups[] = {{kOffsets, {kFields + 3, 2}},
+                             {kScaling, {kFields + 5, 2}},
+                             {kPersistence, {kFields + 7, 3}},
+                             {kCropping, {kFields + 10, 4}}};
+static_assert(kGroups[0].rows.first->key == JPX_FIELD_INST_XO &&
+                  kGroups[3].rows.end() == kFields + sizeof(kFields) / sizeof(kFields[0]),
+              "the groups are the rows from XO to the last");
 
 bool has(const Box* box, uint16_t bit) { return (inst(box)->types & bit) != 0; }
 
 uint64_t instruction_size(const Box* box) {
   uint64_t size = 0;
   for (const Group& group : kGroups) {
-    if (has(box, group.bit)) size += group.wire.size;
+    if (has(box, group.bit)) size += size_of_numbers(group.rows, &kInstructions);
   }
   return size;
 }
 
-uint64_t jpx_inst_length(Box* box) {
-  if (box->type != kType) return 0;
-  return kHead.size + instructions_of(box)->count * instruction_size(box);
+uint64_t length_of_instructions(Box* box) {
+  return instructions_of(box)->count * instruction_size(box);
 }
 
-void jpx_inst_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
-  render_wire(env, stream, kHead, box);
+void render_instructions(Box* box, Environment* env, Stream* stream) {
   const EntryList& instructions = *instructions_of(box);
   for (uint64_t k = 0; k < instructions.count; ++k) {
     for (const Group& group : kGroups) {
       if (!has(box, group.bit)) continue;
-      render_wire(env, stream, group.wire, entry_at<Instruction>(instructions, k));
+      render_numbers(env, stream, group.rows, &kInstructions,
+                     entry_at<Instruction>(instructions, k));
     }
   }
 }
@@ -152,8 +139,7 @@ void print_instruction(const Box* box, uint32_t k, const Instruction& entry) {
 }
 
 void jpx_inst_print(Box* box) {
-  if (box->type != kType) return;
-  printf("inst box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("Ityp includes: ");
   if (inst(box)->types == 0) printf("no instructions");
   if (has(box, kOffsets)) printf("offsets ");
@@ -167,29 +153,7 @@ void jpx_inst_print(Box* box) {
   }
 }
 
-void jpx_inst_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, instructions_of(box));
-}
-
-int32_t jpx_inst_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_inst_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_inst_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-constexpr BoxOperations kOperations =
-    leaf_operations(jpx_inst_length, jpx_inst_render, jpx_inst_print, jpx_inst_destroy,
-                    jpx_inst_set_int_field, jpx_inst_get_int_field, jpx_inst_get_field_count);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  read_wire(env, stream, kHead, box);
+void read_instructions(Environment* env, Stream* stream, Box* box) {
   const uint64_t size = instruction_size(box);
   const uint64_t count = size == 0 ? 0 : bytes_left(env, stream) / size;
   EntryList* const instructions = instructions_of(box);
@@ -198,26 +162,16 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
     auto* const instruction = entry_at<Instruction>(*instructions, k);
     *instruction = kFresh;
     for (const Group& group : kGroups) {
-      if (has(box, group.bit)) read_wire(env, stream, group.wire, instruction);
+      if (!has(box, group.bit)) continue;
+      read_numbers(env, stream, group.rows, &kInstructions, instruction);
     }
   }
 }
 
 }  // namespace
 
-const FieldTable kInstFields = kTable;
+constexpr BoxLayout kInst =
+    box_layout<InstBox>(code("inst"), kFields, jpx_inst_print,
+                        {length_of_instructions, render_instructions, read_instructions});
 
-extern "C" {
-
-Box* jpx_make_inst_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<InstBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_inst_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_inst_box, read_payload,
-                     Misplaced::kOpaque);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

@@ -6,15 +6,11 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "box/buffer_field.h"
-#include "box/field_table.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("opct");
 constexpr uint8_t kOpacity = 0;
 constexpr uint8_t kPremultiplied = 1;
 constexpr uint8_t kChromaKey = 2;
@@ -35,8 +31,8 @@ void start_values(Environment* env, EntryList* values, uint64_t count) {
   list_resize(env, values, kValueSize, static_cast<uint8_t>(count));
 }
 
-// A change to 0 or 1 is made and answered with 4 nonetheless: by that, hosts learn that the box has
-// no chroma key any more.
+// Kept for compatibility: a change to 0 or 1 is made and answered with 4 nonetheless. Callers that
+// take the 4 for the answer to a box without a chroma key would see a success instead.
 int32_t set_opacity_type(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
   if (value > kChromaKey) return JPX_ERR_INVALID_ARGUMENT;
@@ -67,9 +63,9 @@ int32_t count_channel_count(const Field& field, Box* box, uint64_t* count, uint3
   return report_count(has_chroma_key(box) ? 1 : 0, field.width, count, element_size);
 }
 
-// It is the value, not the index, that is compared with nch; a greater value goes behind the last
-// entry, wherever the index points. Hosts set small palette indices, for which this is the plain
-// thing, and rely on a large value never disturbing an entry.
+// Kept for compatibility: it is the value, not the index, that is compared with nch; a greater
+// value goes behind the last entry, wherever the index points. Were the index compared, values
+// greater than nch would reach the entries and the file.
 int32_t set_value(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (!has_chroma_key(box)) return JPX_ERR_NO_SUCH_FIELD;
   EntryList* const values = values_of(box);
@@ -92,25 +88,44 @@ int32_t count_values(const Field& field, Box* box, uint64_t* count, uint32_t* el
                       element_size);
 }
 
-constexpr CustomField kOpacityType = {set_opacity_type, nullptr, nullptr};
-constexpr CustomField kChannelCount = {set_channel_count, get_channel_count, count_channel_count};
-constexpr CustomField kValue = {set_value, get_value, count_values};
+// OTyp is not asked; of more than 255 values the low 8 bits of their number are kept.
+int32_t set_values(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  uint64_t size;
+  if (source.element_size != kValueSize || !is_valid_source(source, &size)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  EntryList* const values = values_of(box);
+  start_values(env, values, source.count);
+  if (values->count != 0) memcpy(values->entries, source.data, values->count * kValueSize);
+  return JPX_OK;
+}
+
+// The caller's count and size are judged each by itself, not by their product.
+int32_t get_values(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  const EntryList& values = *values_of(box);
+  const bool is_given = request.buffer != nullptr && *request.buffer != nullptr;
+  if (is_given && request.count != nullptr && request.element_size != nullptr &&
+      (*request.element_size != kValueSize || *request.count < values.count)) {
+    report_count(values.count, kValueSize, request.count, request.element_size);
+    return JPX_ERR_BUFFER_TOO_SMALL;
+  }
+  return copy_out(env, request, values.entries, values.count, kValueSize);
+}
+
+constexpr FieldOperations kOpacityType = {set_opacity_type};
+constexpr FieldOperations kChannelCount = {set_channel_count, get_channel_count,
+                                           count_channel_count};
+constexpr FieldOperations kValue = {set_value, get_value, count_values, set_values, get_values};
 constexpr Field kFields[] = {
     custom(single(JPX_FIELD_OPCT_OTyp, "OTyp", 1, member<&OpctBox::opacity_type>), kOpacityType),
     custom_number(JPX_FIELD_OPCT_nch, "nch", 1, kChannelCount),
     also(custom_number(JPX_FIELD_OPCT_Cv, "Cv", kValueSize, kValue),
          KV_JPX_FIELD_BYTES | KV_JPX_FIELD_REPEATS),
 };
-constexpr FieldTable kTable = field_table(kType, kFields);
 
-uint64_t jpx_opct_length(Box* box) {
-  if (box->type != kType) return 0;
-  return has_chroma_key(box) ? 2 + values_of(box)->count : 1;
-}
+uint64_t length_of_key(Box* box) { return has_chroma_key(box) ? 1 + values_of(box)->count : 0; }
 
-void jpx_opct_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
-  bs_write_1_byte(env, stream, opct(box)->opacity_type);
+void render_key(Box* box, Environment* env, Stream* stream) {
   if (!has_chroma_key(box)) return;
   const EntryList& values = *values_of(box);
   bs_write_1_byte(env, stream, values.count);
@@ -119,10 +134,23 @@ void jpx_opct_render(Box* box, Environment* env, Stream* stream) {
   }
 }
 
-// None of the three sentences has a line end of its own.
+void read_key(Environment* env, Stream* stream, Box* box) {
+  if (!has_chroma_key(box)) return;
+  const uint64_t count = bs_read_1_byte(env, stream);
+  require_content(env, stream, count, 1);
+  EntryList* const values = values_of(box);
+  list_resize(env, values, kValueSize, count);
+  for (uint64_t i = 0; i < count; ++i) {
+    *entry_at<int64_t>(*values, i) = static_cast<int64_t>(bs_read_1_byte(env, stream));
+  }
+}
+
+void release_key(Box* box, Environment* env) { list_release(env, values_of(box)); }
+
+// Kept for compatibility: none of the three sentences has a line end of its own. A line end would
+// change every print-out with such a box.
 void jpx_opct_print(Box* box) {
-  if (box->type != kType) return;
-  printf("opct box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   if (opct(box)->opacity_type == kOpacity) {
     printf("The last channel of the compositing layer contains the opacity.");
   } else if (opct(box)->opacity_type == kPremultiplied) {
@@ -137,87 +165,9 @@ void jpx_opct_print(Box* box) {
   }
 }
 
-void jpx_opct_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, values_of(box));
-}
-
-int32_t jpx_opct_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_opct_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_opct_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-bool is_values(const Box* box, uint32_t key) {
-  return box->type == kType && key == JPX_FIELD_OPCT_Cv;
-}
-
-// OTyp is not asked; of more than 255 values the low 8 bits of their number are kept.
-int32_t jpx_opct_set_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t count,
-                                  uint32_t element_size, const void* source) {
-  if (!is_values(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  uint64_t size;
-  if (element_size != kValueSize || !is_valid_source(count, element_size, source, &size)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
-  EntryList* const values = values_of(box);
-  start_values(env, values, count);
-  if (values->count != 0) memcpy(values->entries, source, values->count * kValueSize);
-  return JPX_OK;
-}
-
-// The caller's count and size are judged each by itself, not by their product.
-int32_t jpx_opct_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
-                                  uint32_t* element_size, void** buffer) {
-  if (!is_values(box, key)) return JPX_ERR_NO_SUCH_FIELD;
-  const EntryList& values = *values_of(box);
-  const bool is_given = buffer != nullptr && *buffer != nullptr;
-  if (is_given && count != nullptr && element_size != nullptr &&
-      (*element_size != kValueSize || *count < values.count)) {
-    report_count(values.count, kValueSize, count, element_size);
-    return JPX_ERR_BUFFER_TOO_SMALL;
-  }
-  return copy_out(env, {count, element_size, buffer}, values.entries, values.count, kValueSize);
-}
-
-constexpr BoxOperations kOperations = with_buffers(
-    leaf_operations(jpx_opct_length, jpx_opct_render, jpx_opct_print, jpx_opct_destroy,
-                    jpx_opct_set_int_field, jpx_opct_get_int_field, jpx_opct_get_field_count),
-    jpx_opct_set_buffer_field, jpx_opct_get_buffer_field);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  opct(box)->opacity_type = static_cast<uint8_t>(bs_read_1_byte(env, stream));
-  if (!has_chroma_key(box)) return;
-  const uint64_t count = bs_read_1_byte(env, stream);
-  require_content(env, stream, count, 1);
-  EntryList* const values = values_of(box);
-  list_resize(env, values, kValueSize, count);
-  for (uint64_t i = 0; i < count; ++i) {
-    *entry_at<int64_t>(*values, i) = static_cast<int64_t>(bs_read_1_byte(env, stream));
-  }
-}
-
 }  // namespace
 
-const FieldTable kOpctFields = kTable;
+constexpr BoxLayout kOpct = box_layout<OpctBox>(code("opct"), kFields, jpx_opct_print,
+                                                {length_of_key, render_key, read_key, release_key});
 
-extern "C" {
-
-Box* jpx_make_opct_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<OpctBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_opct_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_opct_box, read_payload,
-                     Misplaced::kOpaque);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

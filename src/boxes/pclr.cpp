@@ -6,16 +6,12 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "box/buffer_field.h"
-#include "box/field_table.h"
 #include "boxes/bit_depth.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("pclr");
 constexpr uint64_t kMaxEntries = 1024;
 constexpr uint64_t kMaxColumns = 255;
 constexpr uint64_t kMaxDepthByte = 0xA5;
@@ -68,8 +64,8 @@ int32_t set_entry_count(const Field&, Box* box, Environment* env, uint64_t index
   return JPX_OK;
 }
 
-// The depths are left as they are, and values are not moved to their new places: hosts set the
-// columns first and then every value.
+// Kept for compatibility: the depths are left as they are, and values are not moved to their new
+// places. Moved, the same calls would give another palette.
 int32_t set_column_count(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
   if (value < 1 || value > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
@@ -80,7 +76,8 @@ int32_t set_column_count(const Field&, Box* box, Environment* env, uint64_t inde
   return JPX_OK;
 }
 
-// One column more than there are is taken, on set and get: hosts clear the byte behind the last.
+// Kept for compatibility: one column more than there are is taken, on set and get. Without it, a
+// depth that is set before its column is added would be refused.
 int32_t set_depth(const Field&, Box* box, Environment*, uint64_t index, uint64_t value) {
   PclrBox* const self = pclr(box);
   if (index > self->column_count) return JPX_ERR_NO_SUCH_FIELD;
@@ -100,9 +97,8 @@ int32_t count_columns(const Field& field, Box* box, uint64_t* count, uint32_t* e
   return report_count(pclr(box)->column_count, field.width, count, element_size);
 }
 
-// Where an index leads. It is divided by the number of entries, not of columns: the index that
-// hosts compute is entry + column * NE for square palettes, and this is what they have always got
-// for it.
+// Where an index leads. Kept for compatibility: it is divided by the number of entries, not of
+// columns. Divided by the columns, every index but those of square palettes would lead elsewhere.
 struct Cell {
   uint64_t column;  // whose depth byte rules
   uint64_t place;   // in the block of values
@@ -121,8 +117,8 @@ bool is_inside(const PclrBox* self, uint64_t index, const Cell& cell) {
          (cell.place == self->values.count && index == value_count(self));
 }
 
-// For an unsigned column of 32 bits the limit wraps to 0 and every value is refused: hosts replace
-// the values of such columns as a whole, and learn by the refusal that they have one.
+// Kept for compatibility: for an unsigned column of 32 bits the limit wraps to 0 and every value is
+// refused. Without the wrap, such columns could be set value by value.
 bool is_in_range(uint8_t depth, uint64_t value) {
   const uint32_t shift = (depth & 0x7Fu) % 32;
   if ((depth & kSignBit) == 0) return static_cast<uint32_t>(value) < uint32_t{2} << shift;
@@ -154,26 +150,69 @@ int32_t count_values(const Field& field, Box* box, uint64_t* count, uint32_t* el
   return report_count(value_count(pclr(box)), field.width, count, element_size);
 }
 
+int32_t set_all_values(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  PclrBox* const self = pclr(box);
+  uint64_t size;
+  if (source.element_size != kValueSize || source.count != value_count(self) ||
+      !is_valid_source(source, &size)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  // A table that is there has the right size, and its spare slot keeps what it holds.
+  if (!has_table(self)) size_table(self, env);
+  if (size != 0) memcpy(self->values.entries, source.data, size);
+  return JPX_OK;
+}
+
+int32_t get_all_values(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  const PclrBox* const self = pclr(box);
+  const int32_t result = grant_buffer(env, request, value_count(self), kValueSize);
+  if (result != JPX_OK) return result;
+  for (uint64_t i = 0; i < value_count(self); ++i) {
+    const uint32_t value = value_at(self, i);
+    memcpy(static_cast<uint8_t*>(*request.buffer) + i * kValueSize, &value, kValueSize);
+  }
+  return JPX_OK;
+}
+
+// Another number of depths changes the number of columns.
+int32_t set_all_depths(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  PclrBox* const self = pclr(box);
+  uint64_t size;
+  if (source.element_size != 1 || !is_valid_source(source, &size)) return JPX_ERR_INVALID_ARGUMENT;
+  if (size != self->column_count) {
+    if (size < 1 || size > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
+    self->column_count = static_cast<uint8_t>(size);
+    if (has_table(self)) size_table(self, env);
+    memset(self->depths, 0, kDepths);
+  }
+  if (size != 0) memcpy(self->depths, source.data, size);
+  return JPX_OK;
+}
+
+int32_t get_all_depths(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  return copy_out(env, request, pclr(box)->depths, pclr(box)->column_count, 1);
+}
+
 constexpr uint32_t kRepeatsAndBytes = KV_JPX_FIELD_REPEATS | KV_JPX_FIELD_BYTES;
-constexpr CustomField kEntryCount = {set_entry_count, nullptr, nullptr};
-constexpr CustomField kColumnCount = {set_column_count, nullptr, nullptr};
-constexpr CustomField kDepth = {set_depth, get_depth, count_columns};
-constexpr CustomField kValue = {set_value, get_value, count_values};
+constexpr FieldOperations kEntryCount = {set_entry_count};
+constexpr FieldOperations kColumnCount = {set_column_count};
+constexpr FieldOperations kDepth = {set_depth, get_depth, count_columns, set_all_depths,
+                                    get_all_depths};
+constexpr FieldOperations kValue = {set_value, get_value, count_values, set_all_values,
+                                    get_all_values};
 constexpr Field kFields[] = {
     custom(single(JPX_FIELD_PCLR_NE, "NE", 2, member<&PclrBox::entry_count>), kEntryCount),
     custom(single(JPX_FIELD_PCLR_NPC, "NPC", 1, member<&PclrBox::column_count>), kColumnCount),
     also(custom_number(JPX_FIELD_PCLR_B, "B", 1, kDepth), kRepeatsAndBytes),
     also(custom_number(JPX_FIELD_PCLR_C, "C", kValueSize, kValue), kRepeatsAndBytes),
 };
-constexpr FieldTable kTable = field_table(kType, kFields);
 
-// The fixed part counts NE where the payload has NPC bytes, and a column of depth 1 counts nothing
-// although it is written as a byte: a palette's length and its rendered size differ. Writers that
-// place boxes by their length depend on it.
-uint64_t jpx_pclr_length(Box* box) {
-  if (box->type != kType) return 0;
+// Kept for compatibility: NE is counted where the payload has NPC bytes, and a column of depth 1
+// counts nothing although it is written as a byte, so a palette's length and its rendered size
+// differ. Made equal, box headers and what kv_jpx_print_box says of lengths would change.
+uint64_t length_of_table(Box* box) {
   const PclrBox* const self = pclr(box);
-  uint64_t length = self->entry_count + uint64_t{3};
+  uint64_t length = self->entry_count;
   for (uint32_t i = 0; i < self->column_count; ++i) {
     const uint64_t less_one = depth_byte(self, i) & 0x7F;
     length += self->entry_count * ((less_one + 7) / 8);
@@ -181,8 +220,9 @@ uint64_t jpx_pclr_length(Box* box) {
   return length;
 }
 
-// The thresholds compare the depth less one with 8, 16, 24 and 32, so a depth of 9 still takes one
-// byte; files written with this library agree with it.
+// Kept for compatibility: the thresholds compare the depth less one with 8, 16, 24 and 32, so a
+// depth of 9 still takes one byte. By the standard's widths, files that were written so would be
+// misread.
 uint32_t value_width(uint8_t depth) {
   const uint32_t less_one = depth & 0x7F;
   if (less_one <= 8) return 1;
@@ -209,11 +249,8 @@ uint32_t read_value(Environment* env, Stream* stream, uint8_t depth) {
   return static_cast<uint32_t>(value);
 }
 
-void jpx_pclr_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
+void render_table(Box* box, Environment* env, Stream* stream) {
   const PclrBox* const self = pclr(box);
-  bs_write_2_byte_big(env, stream, self->entry_count);
-  bs_write_1_byte(env, stream, self->column_count);
   for (uint32_t i = 0; i < self->column_count; ++i) {
     bs_write_1_byte(env, stream, depth_byte(self, i));
   }
@@ -224,9 +261,8 @@ void jpx_pclr_render(Box* box, Environment* env, Stream* stream) {
 }
 
 void jpx_pclr_print(Box* box) {
-  if (box->type != kType) return;
   const PclrBox* const self = pclr(box);
-  printf("pclr box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("Number of entries: %u\n", self->entry_count);
   printf("number of palette columns: %u\n", self->column_count);
   puts("bit depth of columns:");
@@ -243,95 +279,10 @@ void jpx_pclr_print(Box* box) {
   }
 }
 
-void jpx_pclr_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, &pclr(box)->values);
-}
+void release_table(Box* box, Environment* env) { list_release(env, &pclr(box)->values); }
 
-int32_t jpx_pclr_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_pclr_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_pclr_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-int32_t set_all_values(PclrBox* self, Environment* env, uint64_t count, uint32_t element_size,
-                       const void* source) {
-  uint64_t size;
-  if (element_size != kValueSize || count != value_count(self) ||
-      !is_valid_source(count, element_size, source, &size)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
-  size_table(self, env);
-  if (size != 0) memcpy(self->values.entries, source, size);
-  return JPX_OK;
-}
-
-// Another number of depths changes the number of columns.
-int32_t set_all_depths(PclrBox* self, Environment* env, uint64_t count, uint32_t element_size,
-                       const void* source) {
-  uint64_t size;
-  if (element_size != 1 || !is_valid_source(count, element_size, source, &size)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
-  if (size != self->column_count) {
-    if (size < 1 || size > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
-    self->column_count = static_cast<uint8_t>(size);
-    if (has_table(self)) size_table(self, env);
-    memset(self->depths, 0, kDepths);
-  }
-  if (size != 0) memcpy(self->depths, source, size);
-  return JPX_OK;
-}
-
-int32_t jpx_pclr_set_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t count,
-                                  uint32_t element_size, const void* source) {
-  if (box->type != kType) return JPX_ERR_NO_SUCH_FIELD;
-  if (key == JPX_FIELD_PCLR_C) {
-    return set_all_values(pclr(box), env, count, element_size, source);
-  }
-  if (key == JPX_FIELD_PCLR_B) {
-    return set_all_depths(pclr(box), env, count, element_size, source);
-  }
-  return JPX_ERR_NO_SUCH_FIELD;
-}
-
-int32_t jpx_pclr_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
-                                  uint32_t* element_size, void** buffer) {
-  const bool wants_depths = key == JPX_FIELD_PCLR_B;
-  if (box->type != kType || (!wants_depths && key != JPX_FIELD_PCLR_C)) {
-    return JPX_ERR_NO_SUCH_FIELD;
-  }
-  const PclrBox* const self = pclr(box);
-  const uint64_t entries = wants_depths ? self->column_count : value_count(self);
-  const int32_t result =
-      grant_buffer(env, {count, element_size, buffer}, entries, wants_depths ? 1 : kValueSize);
-  if (result != JPX_OK) return result;
-  for (uint64_t i = 0; i < entries; ++i) {
-    if (wants_depths) {
-      static_cast<uint8_t*>(*buffer)[i] = depth_byte(self, i);
-    } else {
-      const uint32_t value = value_at(self, i);
-      memcpy(static_cast<uint8_t*>(*buffer) + i * kValueSize, &value, kValueSize);
-    }
-  }
-  return JPX_OK;
-}
-
-constexpr BoxOperations kOperations = with_buffers(
-    leaf_operations(jpx_pclr_length, jpx_pclr_render, jpx_pclr_print, jpx_pclr_destroy,
-                    jpx_pclr_set_int_field, jpx_pclr_get_int_field, jpx_pclr_get_field_count),
-    jpx_pclr_set_buffer_field, jpx_pclr_get_buffer_field);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
+void read_table(Environment* env, Stream* stream, Box* box) {
   PclrBox* const self = pclr(box);
-  self->entry_count = static_cast<uint16_t>(bs_read_2_byte_big(env, stream));
-  self->column_count = static_cast<uint8_t>(bs_read_1_byte(env, stream));
   require_content(env, stream, self->column_count + value_count(self), 1);
   bs_read_memcpy(env, stream, self->depths, self->column_count);
   size_table(self, env);
@@ -343,19 +294,8 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-const FieldTable kPclrFields = kTable;
+constexpr BoxLayout kPclr =
+    box_layout<PclrBox>(code("pclr"), kFields, jpx_pclr_print,
+                        {length_of_table, render_table, read_table, release_table});
 
-extern "C" {
-
-Box* jpx_make_pclr_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<PclrBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_pclr_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_pclr_box, read_payload,
-                     Misplaced::kOpaque);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

@@ -7,16 +7,11 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "box/buffer_field.h"
-#include "box/field_table.h"
 #include "boxes/boxes.h"
-#include "boxes/typed_box.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kType = code("ulst");
-constexpr uint64_t kCountSize = 2;
 constexpr uint8_t kZeroUuid[kUuidSize] = {};
 
 struct UlstBox : Box {
@@ -41,33 +36,56 @@ int32_t count_uuids(const Field& field, Box* box, uint64_t* count, uint32_t* ele
   return report_count(ulst(box)->count, field.width, count, element_size);
 }
 
-constexpr CustomField kUuids = {refuse_set, refuse_get, count_uuids};
-constexpr Field kFields[] = {
-    single(JPX_FIELD_ULST_NU, "NU", 2, {member<&UlstBox::count>.load, store_count}),
-    custom(also(bytes_field(JPX_FIELD_ULST_ID, "ID", kUuidSize), KV_JPX_FIELD_REPEATS), kUuids),
-};
-constexpr FieldTable kTable = field_table(kType, kFields);
-
 const uint8_t* uuid_at(const UlstBox* self, uint32_t index) {
   return index < self->uuids.count ? self->uuids.entries + uint64_t{index} * kUuidSize : kZeroUuid;
 }
 
-uint64_t jpx_ulst_length(Box* box) {
-  return box->type == kType ? kCountSize + uint64_t{kUuidSize} * ulst(box)->count : 0;
+// As many UUIDs as NU says are copied over the ones held, and those behind stay; any other number
+// replaces the list.
+int32_t set_uuids(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  UlstBox* const self = ulst(box);
+  if (source.count != self->count || source.count > self->uuids.count) {
+    const int32_t result = list_replace(env, &self->uuids, kUuidSize, source);
+    if (result == JPX_OK) self->count = static_cast<uint32_t>(source.count);
+    return result;
+  }
+  uint64_t size;
+  if (source.element_size != kUuidSize || !is_valid_source(source, &size)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  if (size != 0) memcpy(self->uuids.entries, source.data, size);
+  return JPX_OK;
 }
 
-void jpx_ulst_render(Box* box, Environment* env, Stream* stream) {
-  if (box->type != kType) return;
+int32_t get_uuids(const Field&, Box* box, Environment* env, const BufferRequest& request) {
   const UlstBox* const self = ulst(box);
-  bs_write_2_byte_big(env, stream, self->count);
+  const int32_t result = grant_buffer(env, request, self->count, kUuidSize);
+  if (result != JPX_OK) return result;
+  auto* out = static_cast<uint8_t*>(*request.buffer);
+  for (uint32_t i = 0; i < self->count; ++i, out += kUuidSize) {
+    memcpy(out, uuid_at(self, i), kUuidSize);
+  }
+  return JPX_OK;
+}
+
+constexpr Field kFields[] = {
+    single(JPX_FIELD_ULST_NU, "NU", 2, {member<&UlstBox::count>.load, store_count}),
+    also(bytes_field(JPX_FIELD_ULST_ID, "ID", kUuidSize,
+                     {refuse_set, refuse_get, count_uuids, set_uuids, get_uuids}),
+         KV_JPX_FIELD_REPEATS),
+};
+
+uint64_t length_of_uuids(Box* box) { return uint64_t{kUuidSize} * ulst(box)->count; }
+
+void render_uuids(Box* box, Environment* env, Stream* stream) {
+  const UlstBox* const self = ulst(box);
   for (uint32_t i = 0; i < self->count; ++i) jpx_render_uuid(env, stream, uuid_at(self, i));
 }
 
 // The label is the same for every UUID: no number stands between its brackets.
 void jpx_ulst_print(Box* box) {
-  if (box->type != kType) return;
   const UlstBox* const self = ulst(box);
-  printf("ulst box length %llu\n", printable(box->box_length(box)));
+  print_heading(box);
   printf("UUID count: %u\n", self->count);
   for (uint32_t i = 0; i < self->count; ++i) {
     printf("UUID[i]:");
@@ -76,63 +94,10 @@ void jpx_ulst_print(Box* box) {
   }
 }
 
-void jpx_ulst_destroy(Box* box, Environment* env) {
-  if (box->type == kType) list_release(env, &ulst(box)->uuids);
-}
+void release_uuids(Box* box, Environment* env) { list_release(env, &ulst(box)->uuids); }
 
-int32_t jpx_ulst_set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
-                               uint64_t value) {
-  return set_int_field(kTable, box, env, key, index, value);
-}
-
-int32_t jpx_ulst_get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
-  return get_int_field(kTable, box, key, index, value);
-}
-
-int32_t jpx_ulst_get_field_count(Box* box, uint32_t key, uint64_t* count, uint32_t* element_size) {
-  return get_field_count(kTable, box, key, count, element_size);
-}
-
-// As many UUIDs as NU says are copied over the ones held, and those behind stay; any other number
-// replaces the list.
-int32_t jpx_ulst_set_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t count,
-                                  uint32_t element_size, const void* source) {
-  if (box->type != kType || key != JPX_FIELD_ULST_ID) return JPX_ERR_NO_SUCH_FIELD;
+void read_uuids(Environment* env, Stream* stream, Box* box) {
   UlstBox* const self = ulst(box);
-  if (count != self->count || count > self->uuids.count) {
-    const int32_t result = list_replace(env, &self->uuids, kUuidSize, count, element_size, source);
-    if (result == JPX_OK) self->count = static_cast<uint32_t>(count);
-    return result;
-  }
-  uint64_t size;
-  if (element_size != kUuidSize || !is_valid_source(count, element_size, source, &size)) {
-    return JPX_ERR_INVALID_ARGUMENT;
-  }
-  if (size != 0) memcpy(self->uuids.entries, source, size);
-  return JPX_OK;
-}
-
-int32_t jpx_ulst_get_buffer_field(Box* box, Environment* env, uint32_t key, uint64_t* count,
-                                  uint32_t* element_size, void** buffer) {
-  if (box->type != kType || key != JPX_FIELD_ULST_ID) return JPX_ERR_NO_SUCH_FIELD;
-  const UlstBox* const self = ulst(box);
-  const int32_t result = grant_buffer(env, {count, element_size, buffer}, self->count, kUuidSize);
-  if (result != JPX_OK) return result;
-  auto* out = static_cast<uint8_t*>(*buffer);
-  for (uint32_t i = 0; i < self->count; ++i, out += kUuidSize) {
-    memcpy(out, uuid_at(self, i), kUuidSize);
-  }
-  return JPX_OK;
-}
-
-constexpr BoxOperations kOperations = with_buffers(
-    leaf_operations(jpx_ulst_length, jpx_ulst_render, jpx_ulst_print, jpx_ulst_destroy,
-                    jpx_ulst_set_int_field, jpx_ulst_get_int_field, jpx_ulst_get_field_count),
-    jpx_ulst_set_buffer_field, jpx_ulst_get_buffer_field);
-
-void read_payload(Environment* env, Stream* stream, Box* box) {
-  UlstBox* const self = ulst(box);
-  self->count = static_cast<uint32_t>(bs_read_2_byte_big(env, stream));
   require_content(env, stream, self->count, kUuidSize);
   list_resize(env, &self->uuids, kUuidSize, self->count);
   for (uint32_t i = 0; i < self->count; ++i) {
@@ -142,19 +107,8 @@ void read_payload(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-const FieldTable kUlstFields = kTable;
+constexpr BoxLayout kUlst =
+    box_layout<UlstBox>(code("ulst"), kFields, jpx_ulst_print,
+                        {length_of_uuids, render_uuids, read_uuids, release_uuids});
 
-extern "C" {
-
-Box* jpx_make_ulst_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_parsed<UlstBox>(env, kType, type, parent, id, kOperations);
-}
-
-Box* jpx_read_ulst_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                       uint32_t* counter) {
-  return read_parsed(env, type, stream, parent, counter, jpx_make_ulst_box, read_payload,
-                     Misplaced::kRefused);
-}
-
-}  // extern "C"
 }  // namespace kvjpx

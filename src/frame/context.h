@@ -6,7 +6,9 @@
 #include "frame/memory.h"
 
 namespace kvjpx {
+struct Box;
 struct Stream;
+struct BoxIndex;
 constexpr uint64_t kContextMagic = 0x6DE7FB61;
 constexpr uint32_t kRoot = 0xFFFFFFFF;  // type and identifier of the root; also "no box"
 }  // namespace kvjpx
@@ -25,6 +27,7 @@ struct kv_jpx_context {
   int32_t resolution_flag;
   int32_t quality_level;
   int32_t output_type;
+  kvjpx::BoxIndex* index;  // of the boxes under root; null without input
 };
 
 static_assert(offsetof(kv_jpx_context, environment) == 8, "the environment follows the magic word");
@@ -39,6 +42,7 @@ using Context = kv_jpx_context;
 inline void forget_input(Context& context) {
   context.root = nullptr;
   context.input = nullptr;
+  context.index = nullptr;
 }
 
 }  // namespace kvjpx

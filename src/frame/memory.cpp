@@ -25,6 +25,8 @@ void* raw_allocate(const MemoryManager* manager, size_t size, void* reserved1, v
   return function(manager->user_data, size, reserved1, reserved2);
 }
 
+uint64_t changes_count;
+
 BlockHeader* header_of(void* block) { return static_cast<BlockHeader*>(block) - 1; }
 
 void link_before_tail(Environment* env, BlockHeader* header) {
@@ -40,6 +42,21 @@ void unlink_block(BlockHeader* header) {
   header->marker = kReleasedBlock;
 }
 
+// Gives back what the owner did not, as the list must not lead into a block that is gone.
+void release_resources_in(Environment* env, const BlockHeader* header) {
+  const auto* const begin = reinterpret_cast<const char*>(header + 1);
+  for (Resource* resource = env->head->resources; resource != nullptr;) {
+    Resource* const next = resource->next;
+    const auto* const place = reinterpret_cast<const char*>(resource);
+    if (place >= begin && place < begin + header->size) {
+      const auto release = resource->release;
+      detach_resource(env, resource);
+      release(resource);
+    }
+    resource = next;
+  }
+}
+
 // The header of a live block; raises 1 for anything else. A spent environment has no live blocks,
 // so the pointer is not followed there.
 BlockHeader* require_live(Environment* env, void* block) {
@@ -47,24 +64,32 @@ BlockHeader* require_live(Environment* env, void* block) {
     JPX_ErrorExit(env, JPX_ERR_MEMORY);
   }
   // Every block that goes comes by here.
-  if (block == env->tail->last_found) env->tail->last_found = nullptr;
+  if (header_of(block)->content == kBoxInTree) note_outside_change();
+  if (header_of(block)->content == kOwnsResources) release_resources_in(env, header_of(block));
   return header_of(block);
 }
 
 void adopt(Environment* env, BlockHeader* header, size_t size) {
   header->size = size;
+  header->content = kPlain;
   header->marker = kLiveBlock;
   link_before_tail(env, header);
 }
 
-// A tracked block of a non-zero size.
-void* tracked_block(Environment* env, size_t size, void* reserved1, void* reserved2) {
+// A tracked block of a non-zero size, or null.
+void* try_block(Environment* env, size_t size, void* reserved1, void* reserved2) {
   const size_t whole = size + sizeof(BlockHeader);
-  if (is_spent(env) || whole < size) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  if (is_spent(env) || whole < size) return nullptr;
   auto* header = static_cast<BlockHeader*>(raw_allocate(env->manager, whole, reserved1, reserved2));
-  if (header == nullptr) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  if (header == nullptr) return nullptr;
   adopt(env, header, size);
   return header + 1;
+}
+
+void* tracked_block(Environment* env, size_t size, void* reserved1, void* reserved2) {
+  void* const block = try_block(env, size, reserved1, reserved2);
+  if (block == nullptr) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  return block;
 }
 
 void release_resources(Environment* env) {
@@ -97,6 +122,12 @@ void JPX_TrackerReleaseAll(Environment* env) {
 
 }  // namespace
 
+void note_outside_change() { __atomic_fetch_add(&changes_count, 1, __ATOMIC_RELAXED); }
+
+uint64_t outside_changes() { return __atomic_load_n(&changes_count, __ATOMIC_RELAXED); }
+
+void mark_block(void* block, BlockContent content) { header_of(block)->content = content; }
+
 void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*)) {
   resource->release = release;
   resource->previous = nullptr;
@@ -114,6 +145,11 @@ void detach_resource(Environment* env, Resource* resource) {
     env->head->resources = resource->next;
   }
   resource->release = nullptr;
+}
+
+void* try_allocate_zeroed(Environment* env, size_t size) {
+  void* const block = try_block(env, size, nullptr, nullptr);
+  return block == nullptr ? nullptr : memset(block, 0, size);
 }
 
 extern "C" {

@@ -17,8 +17,6 @@
 
 namespace kvjpx {
 
-struct Box;
-
 // The caller's allocator. It serves only if both functions are given; the test is made afresh at
 // every allocation and release.
 struct MemoryManager {
@@ -30,20 +28,26 @@ struct MemoryManager {
 
 struct Resource;
 
-// What stands in front of every tracked block. The list's two sentinels are bare headers, and hold
-// what the environment keeps besides blocks.
+// What stands in front of every tracked block. The list's two sentinels are bare headers; the head
+// also holds what the environment keeps besides blocks.
 struct BlockHeader {
   BlockHeader* next;
   BlockHeader* previous;
   union {
     uint64_t size;        // as the caller asked for, without this header
     Resource* resources;  // head sentinel: what an error exit must give back
-    Box* last_found;      // tail sentinel: where the next look-up by identifier starts
   };
-  uint32_t marker;  // kLiveBlock or kReleasedBlock
-  uint32_t unused;
+  uint32_t marker;   // kLiveBlock or kReleasedBlock
+  uint32_t content;  // a BlockContent
 };
 static_assert(sizeof(BlockHeader) == 32, "outside users lay out adopted blocks by this size");
+
+// What others remember of a block, and what must be done before it goes without their knowledge.
+enum BlockContent : uint32_t {
+  kPlain = 0,
+  kBoxInTree = 1,      // look-ups may remember it: freeing it is an outside change
+  kOwnsResources = 2,  // its resources go with it
+};
 
 constexpr uint32_t kLiveBlock = 0x2FF8FD44;
 constexpr uint32_t kReleasedBlock = 0x0AE631FF;
@@ -66,6 +70,14 @@ struct Environment {
 };
 
 inline bool is_spent(const Environment* env) { return env->head == nullptr; }
+
+// Counts what outside callers do to box trees through functions that know no context: unlinking,
+// inserting and freeing boxes. Whoever remembers boxes looks at it before following a pointer. One
+// count serves the whole process; a change in one context only makes others look again.
+void note_outside_change();
+uint64_t outside_changes();
+
+void mark_block(void* block, BlockContent content);
 
 // Detaching a resource that hangs nowhere does nothing.
 void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*));
@@ -121,6 +133,9 @@ inline void* allocate(Environment* env, size_t size) {
 inline void* allocate_zeroed(Environment* env, size_t size) {
   return JPX_SafeCallocInternal(env, size, nullptr, nullptr);
 }
+
+// For what can be done without: null when memory is short.
+void* try_allocate_zeroed(Environment* env, size_t size);
 
 inline void* reallocate(Environment* env, void* block, size_t size) {
   return JPX_SafeReallocInternal(env, block, size, nullptr, nullptr);

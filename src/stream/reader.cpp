@@ -9,11 +9,13 @@
 namespace kvjpx {
 namespace {
 
-Stream* open_reader(Environment* env, Source source, const char* path) {
+Stream* open_reader(Environment* env, Source source, const char* path, bool is_regular_only) {
   Stream* stream = make_stream(env, source, kReader);
-  open_stream(stream, path, O_RDONLY);
+  open_stream(stream, path, is_regular_only ? O_RDONLY | O_NONBLOCK | O_NOCTTY : O_RDONLY);
   struct stat status;
-  if (fstat(stream->descriptor, &status) != 0) JPX_ErrorExit(env, JPX_ERR_OPEN_FILE);
+  if (fstat(stream->descriptor, &status) != 0 || (is_regular_only && !S_ISREG(status.st_mode))) {
+    JPX_ErrorExit(env, JPX_ERR_OPEN_FILE);
+  }
   stream->size = static_cast<uint64_t>(status.st_size);
   stream->view_size = smaller(stream->size, kViewLength);
   return stream;
@@ -58,6 +60,10 @@ uint32_t refill_from_file(Environment* env, Stream* stream, uint64_t needed) {
 
 }  // namespace
 
+Stream* open_regular_file(Environment* env, Source source, const char* path) {
+  return open_reader(env, source, path, true);
+}
+
 extern "C" {
 
 Stream* bs_reader_from_buffer(Environment* env, const void* data, uint64_t length) {
@@ -72,11 +78,11 @@ Stream* bs_reader_from_buffer(Environment* env, const void* data, uint64_t lengt
 }
 
 Stream* bs_reader_from_file(Environment* env, const char* path) {
-  return open_reader(env, kFile, path);
+  return open_reader(env, kFile, path, false);
 }
 
 Stream* bs_reader_from_mmap(Environment* env, const char* path) {
-  return open_reader(env, kMapped, path);
+  return open_reader(env, kMapped, path, false);
 }
 
 uint64_t bs_read_n_byte(Environment* env, Stream* stream, uint32_t width, uint32_t little_endian) {

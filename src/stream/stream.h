@@ -21,6 +21,8 @@ struct ReadLimit {
   ReadLimit* next;
 };
 
+struct BoxIndex;
+
 struct Stream {
   uint32_t source;
   uint32_t direction;
@@ -38,6 +40,7 @@ struct Stream {
   uint8_t view_is_read_only;  // a writer's mapping made by positioning
   uint64_t mapped_length;     // the view may have been cut since
   Resource resource;          // descriptor and mapping
+  BoxIndex* index;            // of the boxes read from the stream; null when nobody asks
 };
 static_assert(sizeof(void*) != 8 ||
                   (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&
@@ -112,6 +115,14 @@ KVJPX_EXPORT uint8_t* bs_writer_get_buffer(Environment* env, Stream* stream, uin
 // A file writer without a file; the caller gives it a descriptor that is open for reading and
 // writing.
 Stream* make_file_writer(Environment* env, uint64_t view_size);
+
+// As bs_reader_from_file or _mmap, for a regular file only: anything else is refused with 100, also
+// a pipe that nobody writes to, without waiting.
+Stream* open_regular_file(Environment* env, Source source, const char* path);
+
+// Raises 18 when somebody has cut the mapped file so short that the bytes are gone: touching them
+// would end the process.
+void require_present(Environment* env, const Stream* stream, uint64_t position, uint64_t count);
 
 // Destroys a stream together with its record and forgets it.
 void destroy_stream(Environment* env, Stream*& stream);

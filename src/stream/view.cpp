@@ -94,7 +94,9 @@ Stream* make_stream(Environment* env, Source source, Direction direction) {
   stream->alignment = 1;
   stream->descriptor = -1;
   if (source == kMapped) stream->alignment = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  if (source != kMemory) attach_resource(env, &stream->resource, release_stream_resource);
+  if (source == kMemory) return stream;
+  attach_resource(env, &stream->resource, release_stream_resource);
+  mark_block(stream, kOwnsResources);
   return stream;
 }
 
@@ -132,8 +134,9 @@ int64_t read_at(const Stream* stream, uint64_t length, uint64_t offset) {
     const ssize_t got = pread(stream->descriptor, stream->buffer_start + done, piece,
                               static_cast<off_t>(offset + done));
     if (got < 0 && done == 0) return -1;
-    if (got > 0) done += static_cast<uint64_t>(got);
-    if (got < 0 || static_cast<uint64_t>(got) < piece) break;
+    // A short read is not the end: network file systems deliver pieces.
+    if (got <= 0) break;
+    done += static_cast<uint64_t>(got);
   }
   return static_cast<int64_t>(done);
 }
@@ -171,6 +174,12 @@ void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t leng
   stream->mapped_length = mapped;
   set_view(stream, static_cast<uint8_t*>(mapping), mapped, base);
   stream->cursor += position - base;
+}
+
+void require_present(Environment* env, const Stream* stream, uint64_t position, uint64_t count) {
+  if (stream->source == kMapped && reaches_past(position, count, file_length(env, stream))) {
+    JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
+  }
 }
 
 void destroy_stream(Environment* env, Stream*& stream) {

@@ -4,10 +4,12 @@
 
 #include <cstring>
 #include <iterator>
+#include <random>
 #include <string>
 #include <utility>
 
 #include "box/basic.h"
+#include "box/super.h"
 #include "box/test_document.h"
 #include "support/files.h"
 
@@ -191,13 +193,65 @@ TEST(Deleting, TakesTheSubtreeAndNeverReusesIdentifiers) {
   EXPECT_EQ(document.written(), box("eeee"));
 }
 
-TEST(LookUp, DoesNotFindABoxThatOtherCodeUnlinked) {
-  TestDocument document(box("aaaa") + box("bbbb"));
-  Box* const unlinked = document.record(1);
-  EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), 1, &id_out), JPX_OK);
-  jpx_remove_box(unlinked);
-  EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), 1, &id_out), 3);
-  unlinked->box_destroy(unlinked, document.env());
+// Every answer is that of a search through the tree, whatever was done to it, by whom.
+TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
+  std::mt19937 random(1);
+  const auto below = [&](size_t bound) { return static_cast<uint32_t>(random() % bound); };
+  const char* const types[] = {"asoc", "aaaa", "bbbb"};
+  TestDocument document(box("aaaa") + box("asoc", box("bbbb") + box("asoc", box("aaaa"))));
+  Environment* const env = document.env();
+  Box* const root = document.record(KV_JPX_ROOT);
+  for (int step = 0; step < 4000; ++step) {
+    const uint32_t last = document.get()->next_id;
+    Box* const picked = root->find_by_id(root, below(last + 1));
+    const uint32_t action = below(10);
+    if (action < 4 || picked == nullptr) {
+      const bool is_after = picked != nullptr && picked->kind != kSuper;
+      document.add(types[below(3)], picked != nullptr ? picked->id : KV_JPX_ROOT,
+                   is_after ? kPlaceAfter : kPlaceFirst);
+    } else if (action < 7) {
+      kv_jpx_delete_box(document.get(), picked->id);
+    } else if (action == 7) {
+      picked->box_destroy(picked, env);
+    } else if (picked->previous != nullptr && picked->next == nullptr) {
+      // A last child moves behind the first of its siblings, or for good.
+      Box* const first = static_cast<SuperBox*>(picked->parent)->first_child;
+      jpx_remove_box(picked);
+      if (action == 8 && picked->kind != kSuper) {
+        JPX_SafeFreeInternal(env, picked);
+      } else if (first->next == nullptr) {
+        jpx_insert_box(picked, first);
+      } else {
+        picked->next = picked->previous = nullptr;
+        picked->parent = nullptr;
+        picked->box_destroy(picked, env);
+      }
+    }
+    for (int look = 0; look < 3; ++look) {
+      const uint32_t id = below(last + 2);
+      const uint32_t type = type_code(types[below(3)]);
+      uint32_t found = 0;
+      const Box* expected = root->find_by_id(root, id);
+      ASSERT_EQ(kv_jpx_get_box_type_by_id(document.get(), id, &found),
+                expected != nullptr ? JPX_OK : 3);
+      if (expected != nullptr) {
+        ASSERT_EQ(found, expected->type);
+      }
+      expected = root->find_by_type(root, type, id);
+      ASSERT_EQ(kv_jpx_get_next_box_id_by_type(document.get(), type, id, &found),
+                expected != nullptr ? JPX_OK : 3);
+      if (expected != nullptr) {
+        ASSERT_EQ(found, expected->id);
+      }
+    }
+  }
+  // A second box with an identifier that is taken.
+  const uint32_t taken = document.add("aaaa", KV_JPX_ROOT);
+  jpx_insert_box(jpx_make_unknown_box(env, type_code("twin"), root, taken), document.record(taken));
+  uint32_t type = 0;
+  EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), taken, &type), JPX_OK);
+  EXPECT_EQ(type, type_code("aaaa"));
+  EXPECT_EQ(kv_jpx_get_next_box_id_by_type(document.get(), type_code("twin"), taken - 1, &type), 0);
 }
 
 // The fetch prints where the payload lies.

@@ -1,5 +1,7 @@
 // Setting the input and writing the file again, from and to memory, files and maps.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <set>
 #include <string>
@@ -51,6 +53,34 @@ TEST(Input, EmptyIsAnEmptyTree) {
   EXPECT_EQ(target.contents(), "");
   document.add("none", KV_JPX_ROOT);
   EXPECT_EQ(document.written(), box("none"));
+}
+
+TEST(Input, IsARegularFile) {
+  const TempFile pipe;
+  unlink(pipe.path());
+  ASSERT_EQ(mkfifo(pipe.path(), 0600), 0);
+  for (const char* path : {pipe.path(), "/dev/null", "/"}) {
+    for (SetInput* const set_input : kSetInputs) {
+      TestDocument document;
+      EXPECT_EQ(set_input(document.get(), path), 100) << path;
+    }
+  }
+}
+
+TEST(Input, MayBeCutShortMeanwhile) {
+  for (const bool is_rendered : {true, false}) {
+    TempFile file(jp2_file() + box("xml ", pattern(20000)));
+    TestDocument document;
+    EXPECT_EQ(kv_jpx_set_input_image_mapped(document.get(), file.path()), JPX_OK);
+    file.resize(4096);
+    void* data = nullptr;
+    uint64_t length = 0;
+    EXPECT_EQ(is_rendered
+                  ? kv_jpx_get_output_image(document.get(), &data, &length)
+                  : kv_jpx_get_box_field_buffer(document.get(), document.find("xml "),
+                                                JPX_FIELD_JP2C_DATA, nullptr, nullptr, &data),
+              18);
+  }
 }
 
 TEST(Input, MappedFilesOfAnySizeComeBackExactly) {

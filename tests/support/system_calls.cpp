@@ -60,9 +60,11 @@ int fstat(int descriptor, struct stat* status) noexcept {
   return static_cast<int>(syscall(SYS_fstat, descriptor, status));
 }
 
+// Delivers pieces, as network file systems do.
 ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
+  constexpr size_t kPiece = 8192;
   if (fails(kPread)) return -1;
-  return syscall(SYS_pread64, descriptor, buffer, count, offset);
+  return syscall(SYS_pread64, descriptor, buffer, count < kPiece ? count : kPiece, offset);
 }
 
 ssize_t write(int descriptor, const void* buffer, size_t count) {

@@ -1,0 +1,67 @@
+// The index from identifier to box, through which the public functions find boxes.
+//
+// Identifiers are dense, so it is an array. The parser and the public functions that add and delete
+// boxes keep it right. What other code does to the tree through the exported internal functions it
+// learns from outside_changes, and then builds itself anew from the tree.
+#ifndef KVJPX_BOX_INDEX_H_
+#define KVJPX_BOX_INDEX_H_
+
+#include "box/super.h"
+
+namespace kvjpx {
+
+constexpr uint32_t kNoId = kRoot;
+
+struct BoxEntry {
+  Box* box;  // null: no box of the tree has this identifier
+  uint32_t type;
+  uint32_t next_of_type;  // the chain of the boxes of one type, by identifier; kNoId ends it
+  uint32_t previous_of_type;
+  uint16_t flags;          // bits of kv_jpx_box_flags
+  uint16_t header_length;  // 0: the box is not from the input
+  // Where the box stands in the input: its header, and how long its content is. The tail is the
+  // content's end, in which a container has no boxes.
+  uint64_t offset;
+  uint64_t content_length;
+  uint64_t tail_length;
+};
+
+struct TypeChain {
+  uint32_t type;
+  uint32_t first;  // kNoId: the chain is empty
+  uint32_t last;
+  uint32_t answered;  // what was found last, and where the next search starts
+  bool is_used;       // else a free place of the table
+};
+
+struct BoxIndex {
+  Box* root;
+  BoxEntry** chunks;
+  uint32_t chunk_capacity;
+  uint32_t chunk_count;
+  uint32_t count;     // identifiers below have an entry
+  TypeChain* chains;  // a hash table
+  uint32_t chain_capacity;
+  uint32_t chain_count;
+  uint64_t seen_changes;  // by other code, when the entries were last right
+  bool has_strangers;  // identifiers that are not the index's own, or given twice: search instead
+};
+
+BoxIndex* make_index(Environment* env);
+void destroy_index(Environment* env, BoxIndex*& index);
+
+// Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
+// all before, then the record, null if there will be none.
+void index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
+void index_settle(BoxIndex* index, uint32_t id, Box* box);
+
+// Forgets a box and all below it, before they are destroyed.
+void index_forget(BoxIndex* index, Box* box);
+
+// What a search through the tree would find; null for nothing. No search fails for memory.
+Box* index_find(Environment* env, BoxIndex* index, uint32_t id);
+Box* index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after);
+
+}  // namespace kvjpx
+
+#endif  // KVJPX_BOX_INDEX_H_

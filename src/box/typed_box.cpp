@@ -1,0 +1,136 @@
+// The reader, the writer and the operations of all typed boxes (see typed_box.h).
+#include "box/typed_box.h"
+
+#include <stdio.h>
+
+namespace kvjpx {
+namespace {
+
+bool is_of(const BoxLayout& layout, const Box* box) {
+  if (layout.type == 0) return box->kind == kBasic;
+  return box->type == layout.type || (layout.twin != 0 && box->type == layout.twin);
+}
+
+// A number of the content among the rows of the list, or the single ones for null.
+bool is_stored(const Field& field, const ListTraits* list) {
+  return field.list == list && field.wire.width != 0;
+}
+
+// The list of the repeating rows; null for a layout without one.
+const ListTraits* stored_list(const BoxLayout& layout) {
+  for (const Field& field : layout.fields) {
+    if (field.list != nullptr) return field.list;
+  }
+  return nullptr;
+}
+
+uint64_t length_of_list(const BoxLayout& layout, Box* box) {
+  const ListTraits* const list = stored_list(layout);
+  if (list == nullptr) return 0;
+  return list->count_width + size_of_numbers(layout.fields, list) * list->list_of(box)->count;
+}
+
+void render_list(const BoxLayout& layout, Box* box, Environment* env, Stream* stream) {
+  const ListTraits* const list = stored_list(layout);
+  if (list == nullptr) return;
+  const EntryList& entries = *list->list_of(box);
+  bs_write_n_byte(env, stream, entries.count, list->count_width, 0);
+  for (uint64_t i = 0; i < entries.count; ++i) {
+    render_numbers(env, stream, layout.fields, list, entries.entries + i * list->entry_size);
+  }
+}
+
+}  // namespace
+
+uint64_t size_of_numbers(const FieldRows& rows, const ListTraits* list) {
+  uint64_t size = 0;
+  for (const Field& field : rows) {
+    if (is_stored(field, list)) size += field.wire.width;
+  }
+  return size;
+}
+
+void read_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
+                  void* record) {
+  for (const Field& field : rows) {
+    if (!is_stored(field, list)) continue;
+    field.wire.slot.store(record, bs_read_n_byte(env, stream, field.wire.width, 0));
+  }
+}
+
+void render_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
+                    const void* record) {
+  for (const Field& field : rows) {
+    if (!is_stored(field, list)) continue;
+    bs_write_n_byte(env, stream, field.wire.slot.load(record), field.wire.width, 0);
+  }
+}
+
+void read_list(Environment* env, Stream* stream, const BoxLayout& layout, Box* box) {
+  const ListTraits* const list = stored_list(layout);
+  if (list == nullptr) return;
+  const uint64_t entry_width = size_of_numbers(layout.fields, list);
+  const uint64_t count = list->count_width != 0 ? bs_read_n_byte(env, stream, list->count_width, 0)
+                                                : bytes_left(env, stream) / entry_width;
+  require_content(env, stream, count, entry_width);
+  EntryList* const entries = list->list_of(box);
+  list_resize(env, entries, list->entry_size, count);
+  for (uint64_t i = 0; i < count; ++i) {
+    read_numbers(env, stream, layout.fields, list, entries->entries + i * list->entry_size);
+  }
+}
+
+void read_typed(Environment* env, Stream* stream, const BoxLayout& layout, Box* box) {
+  read_numbers(env, stream, layout.fields, nullptr, box);
+  if (layout.own.read != nullptr) {
+    layout.own.read(env, stream, box);
+  } else {
+    read_list(env, stream, layout, box);
+  }
+  skip_content(env, stream);
+}
+
+uint64_t typed_length(const BoxLayout& layout, Box* box) {
+  if (!is_of(layout, box)) return 0;
+  return size_of_numbers(layout.fields, nullptr) +
+         (layout.own.length != nullptr ? layout.own.length(box) : length_of_list(layout, box));
+}
+
+void typed_render(const BoxLayout& layout, Box* box, Environment* env, Stream* stream) {
+  if (!is_of(layout, box)) return;
+  render_numbers(env, stream, layout.fields, nullptr, box);
+  if (layout.own.render != nullptr) {
+    layout.own.render(box, env, stream);
+  } else {
+    render_list(layout, box, env, stream);
+  }
+}
+
+void typed_print(const BoxLayout& layout, Box* box) {
+  if (is_of(layout, box)) layout.print(box);
+}
+
+void typed_destroy(const BoxLayout& layout, Box* box, Environment* env) {
+  if (!is_of(layout, box)) return;
+  for (const Field& field : layout.fields) {
+    if (field.list != nullptr) list_release(env, field.list->list_of(box));
+  }
+  if (layout.own.destroy != nullptr) layout.own.destroy(box, env);
+}
+
+const Field* find_field(const BoxLayout& layout, const Box* box, uint32_t key) {
+  if (!is_of(layout, box)) return nullptr;
+  for (const BoxLayout* own = &layout; own != nullptr; own = own->base) {
+    for (const Field& field : own->fields) {
+      if (field.key == key) return &field;
+    }
+  }
+  return nullptr;
+}
+
+void print_heading(Box* box) {
+  jpx_print_atom(box->type);
+  printf(" box length %llu\n", printable(box->box_length(box)));
+}
+
+}  // namespace kvjpx
