@@ -43,11 +43,14 @@ class Decoding {
         x_(plan_picture(header.x, asked_span(settings, settings.left, settings.right), settings)),
         y_(plan_picture(header.y, asked_span(settings, settings.top, settings.bottom), settings)) {}
 
-  Image run() {
+  Image run(Cost* work) {
+    *work = 0;
     if (x_.picture.is_empty() || y_.picture.is_empty()) return Image();
     choose_reduction();
     plan_decoded_area();
-    check_limits();
+    const Cost planned = cost();
+    settings_.limits.check(planned, codestream_.size());
+    *work = planned;
     return make_picture(*decode_area());
   }
 
@@ -79,7 +82,7 @@ class Decoding {
     plan.decoded = plan.decoded.joined(spacings.needed(plan.picture, plan.image.points(spacing)));
   }
 
-  void check_limits() const {
+  Cost cost() const {
     Cost decoded = 0;
     for (const ComponentHeader& component : header_.components) {
       decoded += static_cast<Cost>(x_.decoded.points(x_spacing(component)).size()) *
@@ -89,9 +92,7 @@ class Decoding {
                            static_cast<Cost>(y_.picture.size()) *
                            static_cast<Cost>(header_.components.size());
     const Cost tiles = tiles_touched(header_.x, x_.decoded) * tiles_touched(header_.y, y_.decoded);
-    settings_.limits.check(
-        std::max(decoded, delivered) + tiles * header_.tile_cost + header_.base_cost,
-        codestream_.size());
+    return std::max(decoded, delivered) + tiles * header_.tile_cost + header_.base_cost;
   }
 
   static Cost tiles_touched(const GridAxis& axis, const Span& area) {
@@ -178,8 +179,8 @@ class Decoding {
 }  // namespace
 
 Image decode(const Bytes& codestream, const CodestreamHeader& header,
-             const DecodeSettings& settings) {
-  return Decoding(codestream, header, settings).run();
+             const DecodeSettings& settings, Cost* work) {
+  return Decoding(codestream, header, settings).run(work);
 }
 
 }  // namespace kvj2k

@@ -22,9 +22,10 @@ struct DecodeSettings {
   Limits limits;
 };
 
-// The picture is empty when nothing of the image lies in the rectangle. Throws Failure.
+// The picture is empty when nothing of the image lies in the rectangle. `work` receives what was
+// spent on it, before it is spent. Throws Failure.
 Image decode(const Bytes& codestream, const CodestreamHeader& header,
-             const DecodeSettings& settings);
+             const DecodeSettings& settings, Cost* work);
 
 }  // namespace kvj2k
 

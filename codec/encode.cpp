@@ -1,18 +1,16 @@
 // Chooses the writer; raw output, and what several writers need.
 #include "encode.h"
 
+#include <algorithm>
 #include <string>
-#include <utility>
 
 #include "failure.h"
 
 namespace kvj2k {
 
-Bytes encode(Image&& image, int32_t output_type) {
+Bytes encode(const Image& image, int32_t output_type) {
   if (image.is_empty()) return Bytes();
   switch (output_type) {
-    case KV_J2K_OUTPUT_PLANES:
-      return std::move(image.samples);
     case KV_J2K_OUTPUT_INTERLEAVED:
       return write_interleaved(image);
     case KV_J2K_OUTPUT_BMP:
@@ -34,10 +32,12 @@ Bytes encode(Image&& image, int32_t output_type) {
   }
 }
 
-Bytes write_interleaved(const Image& image) {
-  Bytes out(image.samples.size());
+Bytes write_interleaved(const Image& image, const std::string& header) {
+  Bytes out(header.size() + image.samples.size());
+  std::copy(header.begin(), header.end(), out.begin());
+  uint8_t* const pixels = out.data() + header.size();
   const size_t stride = size_t{image.width} * image.components;
-  for (uint32_t y = 0; y < image.height; ++y) interleave_row(image, y, out.data() + y * stride);
+  for (uint32_t y = 0; y < image.height; ++y) interleave_row(image, y, pixels + y * stride);
   return out;
 }
 

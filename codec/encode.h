@@ -3,16 +3,18 @@
 #define KVJ2K_ENCODE_H_
 
 #include <cstdint>
+#include <string>
 
 #include "image.h"
 
 namespace kvj2k {
 
-// Empty for an unknown output type and for an empty picture.
-Bytes encode(Image&& image, int32_t output_type);
+// Empty for an unknown output type and for an empty picture. Planes need no encoding and are none.
+Bytes encode(const Image& image, int32_t output_type);
 
 // These get a picture that is not empty.
-Bytes write_interleaved(const Image& image);
+// `header` comes before the samples.
+Bytes write_interleaved(const Image& image, const std::string& header = "");
 Bytes write_bmp(const Image& image);
 Bytes write_pnm(const Image& image);
 Bytes write_png(const Image& image);

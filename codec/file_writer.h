@@ -6,8 +6,7 @@
 
 namespace kvj2k {
 
-// Throws Failure (100, 102) unless every byte has reached the file. A regular file that stands
-// there is replaced only by a complete one, and a new one is removed again when it fails.
+// Throws Failure (100, 102) unless every byte has reached the file (see output_file.h).
 void write_file(const char* path, const Bytes& bytes);
 
 }  // namespace kvj2k

@@ -1,4 +1,7 @@
 // The exported functions. Exceptions end here: `guarded` turns each into a code and the error text.
+#include <openjpeg.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -99,6 +102,18 @@ int32_t kv_j2k_destroy(void* codec) {
   return KV_J2K_OK;
 }
 
+const char* kv_j2k_get_version_text() {
+  struct Text {
+    char characters[64];
+    Text() {
+      std::snprintf(characters, sizeof characters, "%s (OpenJPEG %s)", KVJ2K_VERSION,
+                    opj_version());
+    }
+  };
+  static const Text text;
+  return text.characters;
+}
+
 const char* kv_j2k_get_error_text(void* codec) {
   return codec == nullptr ? "there is no codec handle" : session_of(codec).error_text.c_str();
 }
@@ -109,6 +124,13 @@ int32_t kv_j2k_set_limits(void* codec, uint64_t max, uint64_t max_per_byte, uint
     limits.max = max != 0 ? max : Limits::kMax;
     limits.max_per_byte = max_per_byte != 0 ? max_per_byte : Limits::kMaxPerByte;
     limits.free = free != 0 ? free : Limits::kFree;
+  });
+}
+
+int32_t kv_j2k_get_work(void* codec, uint64_t* work) {
+  return guarded(codec, [&](Session& session) {
+    if (work == nullptr) throw Failure(KV_J2K_ERR_INVALID_ARGUMENT, "there is nowhere to store to");
+    *work = static_cast<uint64_t>(session.work());
   });
 }
 

@@ -84,7 +84,11 @@ void OpjMessages::add(const char* message, void* messages) {
 }
 
 Failure OpjMessages::failure(kv_j2k_error code, const std::string& what) const {
-  return Failure(code, what + text_);
+  // OpenJPEG tells short memory only in words. (Sizes that exceed the system's limits were weighed
+  // before, so there it is memory, too.)
+  const bool is_memory_short = text_.find("memory") != std::string::npos ||
+                               text_.find("exceeds system limits") != std::string::npos;
+  return Failure(is_memory_short ? KV_J2K_ERR_MEMORY : code, what + text_);
 }
 
 void use_all_cores(opj_codec_t* codec) {

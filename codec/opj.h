@@ -38,6 +38,7 @@ class OpjMessages {
  public:
   // The collector must outlive the codec.
   void listen_to(opj_codec_t* codec);
+  // `code` unless OpenJPEG complained of short memory.
   Failure failure(kv_j2k_error code, const std::string& what) const;
 
  private:

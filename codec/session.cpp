@@ -57,18 +57,23 @@ Session::Geometry Session::geometry() const {
 }
 
 const Bytes& Session::output() {
+  // Raw samples may be large, and as planes they are the output already.
+  const auto* image = std::get_if<Image>(&input_);
+  if (image != nullptr && output_type_ == KV_J2K_OUTPUT_PLANES) return image->samples;
   if (!has_output_) {
-    output_ = encode(picture(), output_type_);
+    output_ = make_output();
     has_output_ = true;
   }
   return output_;
 }
 
-Image Session::picture() const {
+Bytes Session::make_output() {
   if (const auto* codestream = std::get_if<Codestream>(&input_)) {
-    return decode(codestream->bytes, codestream->header, settings_);
+    Image picture = decode(codestream->bytes, codestream->header, settings_, &work_);
+    if (output_type_ == KV_J2K_OUTPUT_PLANES) return std::move(picture.samples);
+    return encode(picture, output_type_);
   }
-  if (const auto* image = std::get_if<Image>(&input_)) return *image;
+  if (const auto* image = std::get_if<Image>(&input_)) return encode(*image, output_type_);
   throw Failure(KV_J2K_ERR_NO_INPUT, "no input is set");
 }
 

@@ -44,6 +44,9 @@ class Session {
   // The finished output; made at the first call. Empty when there is nothing to deliver.
   const Bytes& output();
 
+  // Of the last decoding.
+  Cost work() const { return work_; }
+
   std::string error_text;
 
  private:
@@ -51,13 +54,14 @@ class Session {
     output_ = Bytes();
     has_output_ = false;
   }
-  Image picture() const;
+  Bytes make_output();
 
   std::variant<std::monostate, Codestream, Image> input_;
   DecodeSettings settings_;
   int32_t output_type_ = KV_J2K_OUTPUT_PLANES;
   Bytes output_;
   bool has_output_ = false;
+  Cost work_ = 0;
 };
 
 }  // namespace kvj2k

@@ -1,6 +1,9 @@
 // PNG through libpng's simplified interface, which needs neither longjmp nor callbacks.
 #include <png.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <string>
 
 #include "encode.h"
@@ -8,6 +11,30 @@
 
 namespace kvj2k {
 namespace {
+
+class MemoryFile {
+ public:
+  MemoryFile() : stream_(open_memstream(&data_, &size_)) {
+    if (stream_ == nullptr) throw std::bad_alloc();
+  }
+  ~MemoryFile() {
+    std::fclose(stream_);
+    std::free(data_);
+  }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+
+  std::FILE* stream() { return stream_; }
+  Bytes bytes() {
+    if (std::fflush(stream_) != 0) throw std::bad_alloc();
+    return Bytes(data_, data_ + size_);
+  }
+
+ private:
+  char* data_ = nullptr;
+  size_t size_ = 0;
+  std::FILE* stream_;
+};
 
 png_uint_32 png_format(const Image& image) {
   switch (image.components) {
@@ -35,16 +62,13 @@ Bytes write_png(const Image& image) {
   require_size(image, PNG_USER_WIDTH_MAX, "PNG");
 
   const Bytes pixels = write_interleaved(image);
-  // The largest size the result can have, so that it need not be encoded twice to learn its size.
-  // In 64 bits here: libpng's own macro for it computes in 32.
-  const uint64_t raw = pixels.size() + uint64_t{image.height};
-  Bytes out(raw + (raw >> 12) + (raw >> 14) + (raw >> 25) + raw / 4096 * 12 + 4096);
-  png_alloc_size_t size = out.size();
-  if (!png_image_write_to_memory(&png, out.data(), &size, 0, pixels.data(), 0, nullptr)) {
-    throw Failure(KV_J2K_ERR_UNSUPPORTED, std::string("PNG: ") + png.message);
+  // Grows with the compressed picture; the largest size it can have would be as much again as the
+  // pixels. What can still go wrong is that memory is short.
+  MemoryFile file;
+  if (!png_image_write_to_stdio(&png, file.stream(), 0, pixels.data(), 0, nullptr)) {
+    throw Failure(KV_J2K_ERR_MEMORY, std::string("PNG: ") + png.message);
   }
-  out.resize(size);
-  return out;
+  return file.bytes();
 }
 
 }  // namespace kvj2k

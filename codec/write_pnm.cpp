@@ -26,12 +26,7 @@ Bytes write_pnm(const Image& image) {
   const std::string header = image.components == 1   ? plain_header('5', image)
                              : image.components == 3 ? plain_header('6', image)
                                                      : pam_header(image);
-  const Bytes pixels = write_interleaved(image);
-  Bytes out;
-  out.reserve(header.size() + pixels.size());
-  out.insert(out.end(), header.begin(), header.end());
-  out.insert(out.end(), pixels.begin(), pixels.end());
-  return out;
+  return write_interleaved(image, header);
 }
 
 }  // namespace kvj2k

@@ -22,6 +22,7 @@ struct MemoryFile {
   Bytes bytes;
   uint64_t position = 0;
   std::string error;
+  bool is_memory_short = false;
 };
 
 MemoryFile& file_of(thandle_t handle) { return *static_cast<MemoryFile*>(handle); }
@@ -42,6 +43,7 @@ tmsize_t write(thandle_t handle, void* buffer, tmsize_t size) {
   try {
     if (end > file.bytes.size()) file.bytes.resize(end);
   } catch (const std::exception&) {
+    file.is_memory_short = true;
     return -1;
   }
   std::memcpy(file.bytes.data() + file.position, buffer, static_cast<size_t>(size));
@@ -127,7 +129,8 @@ Bytes write_tiff(const Image& image) {
   {
     const Tiff tiff = open(file);
     if (tiff == nullptr || !set_layout(tiff.get(), image) || !write_rows(tiff.get(), image)) {
-      throw Failure(KV_J2K_ERR_UNSUPPORTED, "TIFF: " + file.error);
+      throw Failure(file.is_memory_short ? KV_J2K_ERR_MEMORY : KV_J2K_ERR_UNSUPPORTED,
+                    "TIFF: " + file.error);
     }
   }
   return std::move(file.bytes);

@@ -12,6 +12,11 @@ function(kvjpx_add_fuzz_replays)
     target_sources(${target} PRIVATE ${kvjpx_fuzz_dir}/replay.cpp)
     # The library's objects rather than the library: fuzzers look behind its exports.
     target_link_libraries(${target} PRIVATE kvjpx_objects $<TARGET_NAME_IF_EXISTS:kvj2k>)
+    if(NOT TARGET kvj2k AND NOT KVJPX_RUN_WITHOUT_CODEC)
+      # These fuzzers decode nothing, but the functions have to be somewhere.
+      target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/api/recording_codec.cpp)
+      target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    endif()
     set(inputs ${kvjpx_fuzz_dir}/corpus)
     foreach(folder corpus-${name} findings/${name})
       if(EXISTS ${kvjpx_fuzz_dir}/${folder})

@@ -6,8 +6,7 @@ function(kvjpx_add_fuzz_target target name)
   add_executable(${target} ${kvjpx_fuzz_dir}/${name}.cpp ${kvjpx_fuzz_dir}/allocator.cpp
                            ${kvjpx_fuzz_dir}/session.cpp ${kvjpx_fuzz_dir}/target.cpp)
   target_include_directories(${target} PRIVATE ${kvjpx_fuzz_dir} ${PROJECT_SOURCE_DIR}/include
-                                               ${PROJECT_SOURCE_DIR}/src
-                                               ${PROJECT_SOURCE_DIR}/codec)
+                                               ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
   target_link_libraries(${target} PRIVATE kvjpx_warnings)
   if(name STREQUAL decode)

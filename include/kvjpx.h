@@ -46,8 +46,23 @@ typedef struct kv_jpx_context kv_jpx_context;
   (((uint32_t)(unsigned char)(a) << 24) | ((uint32_t)(unsigned char)(b) << 16) | \
    ((uint32_t)(unsigned char)(c) << 8) | (uint32_t)(unsigned char)(d))
 
-/** Output type of the JPX file itself, written from the (edited) box tree. The default. */
+/** Output type of the JPX file itself, written from the (edited) box tree. The default. The other
+ *  types are the codec's (kv_j2k_output_type in kv_j2k.h). */
 #define KV_JPX_OUTPUT_JPX 74
+
+/** The version that kv_jpx_get_library_version tells: major, minor, patch and build as
+ *  1000000 x major + 10000 x minor + 100 x patch + build. */
+#define KV_JPX_VERSION 1000200
+
+/** Where kv_jpx_add_box puts a box. */
+enum kv_jpx_placement {
+  /** Directly before the reference, which must not be a first child. */
+  KV_JPX_PLACE_BEFORE = 0,
+  /** Directly after the reference. */
+  KV_JPX_PLACE_AFTER = 1,
+  /** As first child of the reference. */
+  KV_JPX_PLACE_FIRST_CHILD = 2
+};
 
 /* ------------------------------------------------------------------------------- Life cycle */
 
@@ -135,6 +150,144 @@ KV_JPX_API int32_t kv_jpx_set_input_image_file(kv_jpx_context* context, const ch
  */
 KV_JPX_API int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const char* path);
 
+/* -------------------------------------------------------------------------- Keeping everything */
+
+/**
+ * Chooses how inputs that are set from now on are read and written. Off (0), the default, is exact
+ * in what the field functions mean but strict in what it loads, and normalises what it writes. On
+ * (any other value), nothing in a file is ever lost:
+ *
+ * - Every sequence of bytes loads. What cannot be read as boxes is the tail of its container; a
+ *   box whose content its type's reader cannot take is an opaque box of that type. Loading fails
+ *   for memory, for the system's refusals and for null arguments only. kv_jpx_get_finding tells
+ *   what a strict reader would have refused.
+ * - Written without a change, the file is the same, byte for byte. After a change, the changed boxes
+ *   are written anew, the containers above them get new lengths, and every other byte stays. When a
+ *   change is undone, the original bytes come back.
+ * - Boxes are read with their fields wherever they stand, and may be added wherever ISO/IEC 15444-1
+ *   and 15444-2 put them. Fields mean what these standards say.
+ *
+ * A file given by kv_jpx_set_input_image_file is then mapped, as by kv_jpx_set_input_image_mapped,
+ * or read whole where it cannot be mapped. Returns 0; 2.
+ */
+KV_JPX_API int32_t kv_jpx_set_keep_everything(kv_jpx_context* context, int32_t on);
+
+/** What is special about a box; bits. */
+enum kv_jpx_box_flags {
+  /** The header has the 64-bit form, with an XLBox (ISO/IEC 15444-1, I.4). */
+  KV_JPX_BOX_LONG_HEADER = 1,
+  /** The header gives no length (LBox 0): the box goes on to the end of the file. */
+  KV_JPX_BOX_OPEN_ENDED = 2,
+  /** The box, or one in it, has been changed since it was read. */
+  KV_JPX_BOX_CHANGED = 4,
+  /** Its type's reader could not take the content, so the box is opaque. */
+  KV_JPX_BOX_MALFORMED = 8,
+  /** The header gives a length that reaches past the end of the container. */
+  KV_JPX_BOX_CUT_SHORT = 16,
+  /** The box stands where the standard does not put it. */
+  KV_JPX_BOX_MISPLACED = 32
+};
+
+/** Where a box stands in the input; all numbers in bytes. */
+typedef struct kv_jpx_box_extent {
+  /** sizeof(kv_jpx_box_extent), set by the caller. */
+  uint32_t size;
+  /** Bits of kv_jpx_box_flags. */
+  uint32_t flags;
+  /** Of the header's first byte, from the start of the file. */
+  uint64_t offset;
+  /** 8 or 16; 0 for the root. */
+  uint64_t header_length;
+  /** Of what follows the header, as far as it is there. */
+  uint64_t content_length;
+  /** What stands at the end of a container's content and belongs to no box in it. */
+  uint64_t tail_length;
+} kv_jpx_box_extent;
+
+/**
+ * Tells where a box stood in the input when it was read.
+ *
+ * out  receives the answer; the caller sets its size.
+ * Returns 0; 3 for an unknown identifier, a null out or a wrong size; 4 for a box that is not from
+ * the input; 8.
+ */
+KV_JPX_API int32_t kv_jpx_get_box_extent(kv_jpx_context* context, uint32_t id,
+                                         kv_jpx_box_extent* out);
+
+/** What a finding or an error is about. */
+enum kv_jpx_finding_kind {
+  /** Bytes at the end of a container that are no box. */
+  KV_JPX_FINDING_TRAILING = 1,
+  /** A header whose length is smaller than the header itself. */
+  KV_JPX_FINDING_BAD_LENGTH = 2,
+  /** A box that reaches past the end of its container or of the file. */
+  KV_JPX_FINDING_CUT_SHORT = 3,
+  /** A content that is not what its box type asks for. */
+  KV_JPX_FINDING_MALFORMED = 4,
+  /** Bytes at the end of a content that its box type knows nothing of. */
+  KV_JPX_FINDING_UNREAD = 5,
+  /** Containers nested deeper than 256. */
+  KV_JPX_FINDING_TOO_DEEP = 6,
+  /** A box that stands where the standard does not put it. */
+  KV_JPX_FINDING_MISPLACED = 7,
+  /** Met when writing: a fragment whose bytes have changed, so that it could not follow them. */
+  KV_JPX_FINDING_FRAGMENT = 8
+};
+
+/** Something that a strict reader would refuse. */
+typedef struct kv_jpx_finding {
+  /** sizeof(kv_jpx_finding), set by the caller. */
+  uint32_t size;
+  /** A kv_jpx_finding_kind. */
+  uint32_t kind;
+  /** The box that it is about; KV_JPX_ROOT for the file itself. */
+  uint32_t box_id;
+  /** Type of the box, or of what looks like one. */
+  uint32_t box_type;
+  /** In the input, in bytes. */
+  uint64_t offset;
+  /** A sentence in English; the context's, until the next call that hands out a text. */
+  const char* text;
+} kv_jpx_finding;
+
+/**
+ * Tells what the reader of an input that is kept met, in order of the file. Without
+ * kv_jpx_set_keep_everything there are no findings.
+ *
+ * index  from 0.
+ * out    receives the finding; the caller sets its size.
+ * Returns 0; 3 past the last, for a null out or a wrong size; 8.
+ */
+KV_JPX_API int32_t kv_jpx_get_finding(kv_jpx_context* context, uint32_t index, kv_jpx_finding* out);
+
+/* --------------------------------------------------------------------------------------- Errors */
+
+/** Names a result code in a few words of English; a static string, for unknown codes too. */
+KV_JPX_API const char* kv_jpx_get_error_text(int32_t code);
+
+/** The last call that failed. */
+typedef struct kv_jpx_error_info {
+  /** sizeof(kv_jpx_error_info), set by the caller. */
+  uint32_t size;
+  /** Its result; 0 when no call has failed. */
+  int32_t code;
+  /** Identifier of the box that it was about; KV_JPX_ROOT when there is none. */
+  uint32_t box_id;
+  /** Type of that box; KV_JPX_ROOT when there is none. */
+  uint32_t box_type;
+  /** Where in the input it was noticed, in bytes; UINT64_MAX when that is not known. */
+  uint64_t offset;
+  /** A sentence in English; the context's, until the next call that hands out a text. */
+  const char* text;
+} kv_jpx_error_info;
+
+/**
+ * Tells more about the last call on this context that did not return 0, also after an ending error.
+ * Calls that return 0, and this one, change nothing of it.
+ * Returns 0; 2; 3 for a null out or a wrong size.
+ */
+KV_JPX_API int32_t kv_jpx_get_last_error(kv_jpx_context* context, kv_jpx_error_info* out);
+
 /* ----------------------------------------------------------------------------- Walking the tree */
 
 /**
@@ -165,6 +318,14 @@ KV_JPX_API int32_t kv_jpx_get_next_box_id(kv_jpx_context* context, uint32_t id, 
 KV_JPX_API int32_t kv_jpx_get_first_child_box_id(kv_jpx_context* context, uint32_t id,
                                                  uint32_t* out);
 
+/** Tells the identifier of a box's previous sibling, KV_JPX_ROOT before the first.
+ *  Returns 0; 3 for an unknown identifier or a null out; 8. */
+KV_JPX_API int32_t kv_jpx_get_previous_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out);
+
+/** Tells the identifier of the container that a box stands in, KV_JPX_ROOT at the top level.
+ *  Returns 0; 3 for an unknown identifier, the root or a null out; 8. */
+KV_JPX_API int32_t kv_jpx_get_parent_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out);
+
 /** Tells whether a box is a container (1) or not (0). out must not be null.
  *  Returns 0; 3 for an unknown identifier; 8. */
 KV_JPX_API int32_t kv_jpx_is_box_super(kv_jpx_context* context, uint32_t id, uint8_t* out);
@@ -176,6 +337,16 @@ KV_JPX_API int32_t kv_jpx_is_box_super(kv_jpx_context* context, uint32_t id, uin
 KV_JPX_API int32_t kv_jpx_print_box(kv_jpx_context* context, uint32_t id);
 
 /* --------------------------------------------------------------------------- Fields and editing */
+
+/**
+ * Finds a field by its name in the table of kv_jpx_get_field_info. Needs no context.
+ *
+ * box_type  four-character code of the box type; every type also has the payload field DATA of
+ *           opaque boxes.
+ * info      receives the description.
+ * Returns 0; 3 for a null name or info; 4 when the type has no such field.
+ */
+KV_JPX_API int32_t kv_jpx_find_field(uint32_t box_type, const char* name, kv_jpx_field_info* info);
 
 /**
  * Reads an integer field.
@@ -203,6 +374,16 @@ KV_JPX_API int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id
  */
 KV_JPX_API int32_t kv_jpx_get_box_field_count(kv_jpx_context* context, uint32_t id, uint32_t key,
                                               uint64_t* count, uint32_t* element_size);
+
+/**
+ * Gives a repeating field another number of entries, and with it the other fields of the same list:
+ * the last ones go, or new ones of zeros come. Entries of cmap, cdef, creg, inst, flst, nlst and
+ * roid boxes, and the brands of an ftyp box.
+ * Returns 0; 3 for an unknown identifier or a count that the box cannot hold (above 65535, or 255
+ * where the format counts in 8 bits); 4 when the box has no such repeating field now; 8.
+ */
+KV_JPX_API int32_t kv_jpx_set_box_field_count(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                              uint64_t count);
 
 /**
  * Replaces a field held as bytes by a copy of count entries of element_size bytes.
@@ -242,6 +423,13 @@ KV_JPX_API int32_t kv_jpx_get_box_field_buffer(kv_jpx_context* context, uint32_t
  */
 KV_JPX_API int32_t kv_jpx_add_box(kv_jpx_context* context, uint32_t type, uint32_t reference,
                                   int32_t placement, uint32_t* new_id);
+
+/**
+ * Adds an empty box as last child of a container; KV_JPX_ROOT is one.
+ * Returns as kv_jpx_add_box with placement 2.
+ */
+KV_JPX_API int32_t kv_jpx_append_box(kv_jpx_context* context, uint32_t type, uint32_t parent,
+                                     uint32_t* new_id);
 
 /** Deletes a box with everything in it. Its identifier is not used again within this input.
  *  Returns 0; 3 for an unknown identifier or the root; 8. */
@@ -301,14 +489,21 @@ KV_JPX_API int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type)
 KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length);
 
 /**
- * Writes the output to a file. With KV_JPX_OUTPUT_JPX a regular file that stands there is replaced
- * only once the new one is complete, and may be the input itself; meanwhile a file named like it
- * with seven characters more stands beside it. A new file is removed again when it fails.
+ * Writes the output to a file, which may be the input itself. With KV_JPX_OUTPUT_JPX a regular file
+ * that stands there is replaced only once the new one is complete, which keeps its owner, group,
+ * permissions and extended attributes as far as the system lets the user keep them (but neither
+ * set-user-ID nor set-group-ID); meanwhile a private file .kvjpx-XXXXXX stands beside it. A file
+ * that has several names, is reached through /proc or /dev/fd, cannot be replaced or stands where
+ * no second file can be made is overwritten once the output is complete; that costs memory of the
+ * input's length if it is the input, and of the output's if no second file can be made. Devices
+ * and pipes are written to; opening a pipe waits for its reader. A new file is removed again when
+ * it fails.
  *
- * Returns 0; 8; 100 when the file that stands there may not be written or replaced; (ending) 100
- * when the file cannot be created, 102 when writing fails (a full disk, say), 18 or 999 when the
- * input can no longer be read. A decoded image is written by the codec (by libkvj2k in the same
- * way); one that it cannot write is answered with 100 or 102, not ending.
+ * Returns 0; 8; 100 when the file cannot be opened for writing or created; 102 when writing fails
+ * (a full disk, say) before the old content was touched; (ending) 102 when it fails later, 1 when
+ * memory is short, 18, 102 or 999 when the input can no longer be read. A decoded image is written
+ * by the codec (by libkvj2k in the same way); one that it cannot write is answered with 100 or 102,
+ * not ending.
  */
 KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Keeps out of src/ what an error exit would skip or what would need a C++ run-time library:
+# Keeps out of src/ and common/ what an error exit would skip or what would need a C++ run-time library:
 # destructors, owning types of the standard library, new and delete, and statics that a constructor
 # fills in at run time.
 set -euo pipefail
@@ -9,8 +9,8 @@ failed=0
 
 forbid() {
   local what=$1 pattern=$2
-  if grep -rnE --include='*.cpp' --include='*.h' "$pattern" src | grep -vE '^[^:]+:[0-9]+: *//'; then
-    echo "src/ must not have $what (see docs/design.md)" >&2
+  if grep -rnE --include='*.cpp' --include='*.h' "$pattern" src common | grep -vE '^[^:]+:[0-9]+: *//'; then
+    echo "src/ and common/ must not have $what (see docs/design.md)" >&2
     failed=1
   fi
 }

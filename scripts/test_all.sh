@@ -38,6 +38,9 @@ variant fortify -DCMAKE_BUILD_TYPE=Release "-DCMAKE_C_FLAGS=-Werror -D_FORTIFY_S
 section "Without the codec"
 # shellcheck disable=SC2086
 variant no-codec $werror -DCMAKE_BUILD_TYPE=Release -DKVJPX_BUILD_CODEC=OFF
+# shellcheck disable=SC2086
+variant codec-free $werror -DCMAKE_BUILD_TYPE=Release -DKVJPX_BUILD_CODEC=OFF \
+  -DKVJPX_RUN_WITHOUT_CODEC=ON -DKVJPX_BUILD_TOOLS=OFF
 
 section "A stack of 512 KiB"
 (ulimit -s 512 && run_tests build-release)

@@ -48,20 +48,15 @@ Step parse_step(const std::string& text, const std::string& place) {
 }
 
 const Box& find_child(const Box& parent, const Step& step, const std::string& place) {
-  for (const auto& child : parent.children) {
-    if (child->type == step.type && child->index == step.index) return *child;
-  }
+  if (const Box* child = parent.find_child(step.type, step.index)) return *child;
   std::string wanted = type_name(step.type);
   if (step.index > 0) wanted += "[" + std::to_string(step.index) + "]";
   throw Failure(kNoSuchPlace, place + ": there is no box '" + wanted + "' in " + path_of(parent));
 }
 
-const Box& find_id(const Box& root, const std::string& digits, const std::string& place) {
+const Box& find_id(const BoxTree& tree, const std::string& digits, const std::string& place) {
   const std::optional<uint64_t> id = parse_number(digits);
-  const Box* found = nullptr;
-  for_each_box(root, [&](const Box& box) {
-    if (id && box.id == *id) found = &box;
-  });
+  const Box* found = id ? tree.find(*id) : nullptr;
   if (!found) throw Failure(kNoSuchPlace, place + ": there is no box with this identifier");
   return *found;
 }
@@ -103,14 +98,14 @@ std::string path_of(const Box& box) {
   return path;
 }
 
-const Box& resolve_path(const Box& root, const std::string& path, const std::string& label) {
+const Box& resolve_path(const BoxTree& tree, const std::string& path, const std::string& label) {
   const std::string place = label + ": " + path;
-  const Box* box = &root;
+  const Box* box = &tree.root;
   std::istringstream steps(path);
   for (std::string step; std::getline(steps, step, '/');) {
     if (step.empty()) continue;
     if (box->is_root() && step[0] == '#') {
-      box = &find_id(root, step.substr(1), place);
+      box = &find_id(tree, step.substr(1), place);
     } else {
       box = &find_child(*box, parse_step(step, place), place);
     }

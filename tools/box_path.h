@@ -24,7 +24,7 @@ uint32_t parse_type(const std::string& text, ExitCode exit_code);
 std::string path_of(const Box& box);
 
 // Finds the box that a path names. Throws a Failure with kNoSuchPlace, starting with `label`.
-const Box& resolve_path(const Box& root, const std::string& path, const std::string& label);
+const Box& resolve_path(const BoxTree& tree, const std::string& path, const std::string& label);
 
 }  // namespace kvjpx_tool
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <unordered_map>
 
 #include "failure.h"
 
@@ -57,10 +56,11 @@ class TreeReader {
     while (position < limit) {
       const std::optional<Header> header = read_header(bytes_, position, limit);
       if (!header) break;
-      const uint32_t id = next_id_++;
+      const auto id = static_cast<uint32_t>(tree_.boxes_by_id.size());
       const size_t known = container.children.size();
       if (known == expected.size() || id != expected[known]) {
         tree_.refused.push_back({&container, header->type, header->begin});
+        tree_.boxes_by_id.push_back(nullptr);
         limit = position = header->end;
         break;
       }
@@ -89,24 +89,45 @@ class TreeReader {
     box->content_begin = header.content_begin;
     box->end = header.end;
     box->parent = &container;
+    tree_.boxes_by_id.push_back(box.get());
     container.children.push_back(std::move(box));
     return *container.children.back();
   }
 
   static void number_siblings(Box& container) {
-    std::unordered_map<uint32_t, uint32_t> counts;
-    for (const auto& child : container.children) child->index = counts[child->type]++;
-    for (const auto& child : container.children) child->same_type_count = counts[child->type];
+    std::vector<Box*> sorted;
+    for (const auto& child : container.children) sorted.push_back(child.get());
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const Box* a, const Box* b) { return a->type < b->type; });
+    for (auto first = sorted.begin(); first != sorted.end();) {
+      const uint32_t type = (*first)->type;
+      const auto last =
+          std::find_if(first, sorted.end(), [&](const Box* box) { return box->type != type; });
+      for (auto box = first; box != last; ++box) {
+        (*box)->index = static_cast<uint32_t>(box - first);
+        (*box)->same_type_count = static_cast<uint32_t>(last - first);
+      }
+      first = last;
+    }
+    container.children_by_type.assign(sorted.begin(), sorted.end());
   }
 
   kv_jpx_context* context_;
   std::string_view bytes_;
   const std::string& label_;
   BoxTree& tree_;
-  uint32_t next_id_ = 0;
 };
 
 }  // namespace
+
+const Box* Box::find_child(uint32_t child_type, uint64_t child_index) const {
+  const auto first =
+      std::lower_bound(children_by_type.begin(), children_by_type.end(), child_type,
+                       [](const Box* box, uint32_t wanted) { return box->type < wanted; });
+  if (first == children_by_type.end() || (*first)->type != child_type) return nullptr;
+  return child_index < (*first)->same_type_count ? first[static_cast<ptrdiff_t>(child_index)]
+                                                 : nullptr;
+}
 
 void for_each_box(const Box& box, const std::function<void(const Box&)>& visit) {
   for (const auto& child : box.children) {

@@ -30,8 +30,13 @@ struct Box {
 
   const Box* parent = nullptr;
   std::vector<std::unique_ptr<Box>> children;
+  // The same boxes by type, those of one type in their order.
+  std::vector<const Box*> children_by_type;
 
   bool is_root() const { return id == KV_JPX_ROOT; }
+
+  // The box of this type and index in a container; null when there is none.
+  const Box* find_child(uint32_t child_type, uint64_t child_index) const;
 };
 
 // Calls `visit` for every box under `box`, a container before its content.
@@ -47,6 +52,11 @@ struct RefusedBox {
 struct BoxTree {
   Box root;
   std::vector<RefusedBox> refused;
+  // Null where an identifier was spent on a refused box.
+  std::vector<const Box*> boxes_by_id;
+
+  // Null for a box that was not in the file when it was loaded.
+  const Box* find(uint64_t id) const { return id < boxes_by_id.size() ? boxes_by_id[id] : nullptr; }
 };
 
 // The boxes in a container, as the library has them at the moment.

@@ -3,6 +3,8 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
+
 #include "failure.h"
 #include "kv_j2k.h"
 
@@ -23,13 +25,17 @@ struct Codec {
   decltype(&kv_j2k_get_output_image) get_output_image;
   decltype(&kv_j2k_get_output_image_file) get_output_image_file;
   decltype(&kv_j2k_free) free;
-  // Not every codec explains itself; null then.
+  // Not every codec explains and limits itself; these may be null.
   decltype(&kv_j2k_get_error_text) get_error_text;
+  decltype(&kv_j2k_set_limits) set_limits;
+  decltype(&kv_j2k_get_work) get_work;
 };
 
 const char kLibraryName[] = "libkvj2k.so";
 
 Codec codec;
+DecodingLimit limit;
+uint64_t work = 0;  // done for this file
 DecodingRecord record;
 // The codestream in hand has been counted as failed, or there is none in hand any more.
 bool is_accounted_for = true;
@@ -47,13 +53,42 @@ void find(void* library, const char* name, Function& function) {
   if (!function) throw no_codec();
 }
 
-void remember_error(void* handle) {
+template <typename Function>
+void find_optional(void* library, const char* name, Function& function) {
+  function = reinterpret_cast<Function>(dlsym(library, name));
+}
+
+// From then on the codec gets and delivers nothing: without limit or memory for everything, a
+// picture of something would not be what the file says, nor the same the next time.
+void stop(int32_t code) { record.stopped_by = code; }
+
+int32_t note_result(void* handle, int32_t code) {
+  if (code == KV_J2K_OK) return code;
   if (codec.get_error_text) record.error = codec.get_error_text(handle);
+  if (code == KV_J2K_ERR_LIMIT || code == KV_J2K_ERR_MEMORY) stop(code);
+  return code;
+}
+
+void grant_the_rest(void* handle) {
+  const uint64_t rest = limit.work - work;
+  // No work at all cannot be granted: 0 stands for the codec's own limit.
+  if (codec.set_limits) {
+    codec.set_limits(handle, std::max<uint64_t>(rest, 1), 0,
+                     std::clamp<uint64_t>(limit.free, 1, std::max<uint64_t>(rest, 1)));
+  }
+}
+
+void count_work(void* handle) {
+  uint64_t done = 0;
+  if (codec.get_work && codec.get_work(handle, &done) == KV_J2K_OK) {
+    work += std::min(done, limit.work - work);
+  }
 }
 
 }  // namespace
 
-void load_codec() {
+void load_codec(const DecodingLimit& limit_of_file) {
+  limit = limit_of_file;
   void* library = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
   if (!library) throw no_codec();
   find(library, "kv_j2k_create", codec.create);
@@ -69,8 +104,9 @@ void load_codec() {
   find(library, "kv_j2k_get_output_image", codec.get_output_image);
   find(library, "kv_j2k_get_output_image_file", codec.get_output_image_file);
   find(library, "kv_j2k_free", codec.free);
-  codec.get_error_text =
-      reinterpret_cast<decltype(codec.get_error_text)>(dlsym(library, "kv_j2k_get_error_text"));
+  find_optional(library, "kv_j2k_get_error_text", codec.get_error_text);
+  find_optional(library, "kv_j2k_set_limits", codec.set_limits);
+  find_optional(library, "kv_j2k_get_work", codec.get_work);
 }
 
 const DecodingRecord& decoding_record() { return record; }
@@ -80,33 +116,44 @@ const DecodingRecord& decoding_record() { return record; }
 // The library calls these while it decodes, which happens only after load_codec.
 using kvjpx_tool::codec;
 using kvjpx_tool::is_accounted_for;
+using kvjpx_tool::limit;
+using kvjpx_tool::note_result;
 using kvjpx_tool::record;
 
-int32_t kv_j2k_create(void** handle) { return codec.create(handle); }
+int32_t kv_j2k_create(void** handle) {
+  const int32_t code = codec.create(handle);
+  if (code == KV_J2K_ERR_MEMORY) kvjpx_tool::stop(code);
+  return code;
+}
 
 int32_t kv_j2k_destroy(void* handle) { return codec.destroy(handle); }
 
 int32_t kv_j2k_set_input_image(void* handle, const void* data, uint32_t length) {
-  const int32_t code = codec.set_input_image(handle, data, length);
+  if (record.stopped_by != KV_J2K_OK) return record.stopped_by;
+  kvjpx_tool::grant_the_rest(handle);
+  const int32_t code = note_result(handle, codec.set_input_image(handle, data, length));
   is_accounted_for = code != KV_J2K_OK;
-  if (code != KV_J2K_OK) {
-    ++record.failed;
-    kvjpx_tool::remember_error(handle);
-  }
+  if (code != KV_J2K_OK) ++record.failed;
   return code;
 }
 
 int32_t kv_j2k_set_input_image_raw(void* handle, const void* samples, uint32_t height,
                                    uint32_t width, uint32_t components, uint32_t reserved1,
                                    uint32_t reserved2) {
+  if (record.stopped_by != KV_J2K_OK) return record.stopped_by;
   is_accounted_for = true;
-  return codec.set_input_image_raw(handle, samples, height, width, components, reserved1,
-                                   reserved2);
+  return note_result(handle, codec.set_input_image_raw(handle, samples, height, width, components,
+                                                       reserved1, reserved2));
 }
 
 int32_t kv_j2k_get_input_image_info(void* handle, uint32_t* width, uint32_t* height,
                                     uint32_t* reserved, uint32_t* components) {
-  return codec.get_input_image_info(handle, width, height, reserved, components);
+  const int32_t code = codec.get_input_image_info(handle, width, height, reserved, components);
+  if (code == KV_J2K_OK && limit.plane_size != 0 && *components > limit.work / limit.plane_size) {
+    kvjpx_tool::stop(KV_J2K_ERR_LIMIT);
+    *components = 0;  // so that the library makes no planes for them
+  }
+  return code;
 }
 
 int32_t kv_j2k_get_input_j2k_tile_info(void* handle, uint32_t* tile_width, uint32_t* tile_height,
@@ -134,9 +181,13 @@ int32_t kv_j2k_set_output_type(void* handle, int32_t type) {
 }
 
 int32_t kv_j2k_get_output_image(void* handle, void** data, uint32_t* length) {
-  const int32_t code = codec.get_output_image(handle, data, length);
-  if (code != KV_J2K_OK) kvjpx_tool::remember_error(handle);
+  if (record.stopped_by != KV_J2K_OK) {
+    *length = 0;
+    return record.stopped_by;
+  }
+  const int32_t code = note_result(handle, codec.get_output_image(handle, data, length));
   if (!is_accounted_for) {
+    kvjpx_tool::count_work(handle);
     const bool is_delivered = code == KV_J2K_OK && *length > 0;
     ++(is_delivered ? record.delivered : record.failed);
     is_accounted_for = true;

@@ -58,9 +58,13 @@ void set_payload(const Document& document, uint32_t id, const std::string& paylo
   if (code != JPX_OK) throw library_failure(place, code, kEditRefused);
 }
 
-bool is_inside(const Box& box, const Box& container) {
+// A box has a smaller identifier than what follows it in the file.
+bool stands_before(const Box* a, const Box* b) { return a->id < b->id; }
+
+// Whether a container of the box is among boxes that are sorted by identifier.
+bool goes_with_container(const Box& box, const std::vector<const Box*>& boxes) {
   for (const Box* parent = box.parent; parent; parent = parent->parent) {
-    if (parent == &container) return true;
+    if (std::binary_search(boxes.begin(), boxes.end(), parent, stands_before)) return true;
   }
   return false;
 }
@@ -72,6 +76,7 @@ void add_box(const AddRequest& request, const Target& target) {
   check_takes_binary(target);
   const uint32_t type = parse_type(request.type, kUsage);
   const Document document(request.file);
+  check_is_complete(document, target);
   const Placement placement = choose_placement(document, request);
   const std::string place =
       document.place(*placement.parent) + ": new box '" + type_name(type) + "'";
@@ -91,6 +96,7 @@ void remove_boxes(const std::string& file, const std::vector<std::string>& paths
                   const Target& target) {
   check_takes_binary(target);
   const Document document(file);
+  check_is_complete(document, target);
   // All paths mean the file as it was given, so they are resolved before anything goes.
   std::vector<const Box*> boxes;
   for (const std::string& path : paths) {
@@ -98,12 +104,10 @@ void remove_boxes(const std::string& file, const std::vector<std::string>& paths
     if (box.is_root()) throw Failure(kEditRefused, document.place(box) + ": cannot be removed");
     boxes.push_back(&box);
   }
-  std::sort(boxes.begin(), boxes.end());
+  std::sort(boxes.begin(), boxes.end(), stands_before);
   boxes.erase(std::unique(boxes.begin(), boxes.end()), boxes.end());
   for (const Box* box : boxes) {
-    const bool goes_with_container = std::any_of(
-        boxes.begin(), boxes.end(), [&](const Box* other) { return is_inside(*box, *other); });
-    if (goes_with_container) continue;
+    if (goes_with_container(*box, boxes)) continue;
     const int32_t code = kv_jpx_delete_box(document.context(), box->id);
     if (code != JPX_OK) throw library_failure(document.place(*box), code, kEditRefused);
   }
@@ -113,6 +117,7 @@ void remove_boxes(const std::string& file, const std::vector<std::string>& paths
 void copy_file(const std::string& file, const Target& target) {
   check_takes_binary(target);
   const Document document(file);
+  check_is_complete(document, target);
   save(document, target);
 }
 

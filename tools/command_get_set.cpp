@@ -29,6 +29,7 @@ void set_fields(const std::string& file, const std::vector<std::string>& assignm
                 const Target& target) {
   check_takes_binary(target);
   const Document document(file);
+  check_is_complete(document, target);
   for (const std::string& assignment : assignments) {
     // A box type may hold '=' only in its escaped form, so the first one begins the value.
     const size_t equals = assignment.find('=');

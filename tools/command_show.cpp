@@ -4,6 +4,7 @@
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -44,14 +45,14 @@ class Table {
   size_t widths_[kColumns] = {};
 };
 
-void list_file(const std::string& file) {
+std::string listing_of(const std::string& file) {
   const Document document(file);
   Table table;
   for_each_box(document.root(), [&](const Box& box) {
     table.add({std::to_string(box.begin), std::to_string(box.end - box.begin),
                "#" + std::to_string(box.id), path_of(box), type_name(box.type)});
   });
-  print_text(table.text());
+  return table.text();
 }
 
 }  // namespace
@@ -60,12 +61,14 @@ ExitCode list_boxes(const std::vector<std::string>& files) {
   ExitCode result = kDone;
   for (const std::string& file : files) {
     if (files.size() > 1) print_text((&file == &files[0] ? "" : "\n") + file + ":\n");
+    std::string listing;
     try {
-      list_file(file);
+      listing = listing_of(file);
     } catch (const Failure& failure) {
       report(failure.what());
       if (result == kDone) result = failure.exit_code();
     }
+    print_text(listing);
   }
   return result;
 }
@@ -74,7 +77,8 @@ void print_box(const std::string& file, const std::string& path) {
   const Document document(file);
   const Box& box = document.find(path);
   // The library prints through the same stdio stream, so the order of output is kept.
-  const int32_t code = kv_jpx_print_box(document.context(), box.id);
+  int32_t code = JPX_OK;
+  print_filtered([&] { code = kv_jpx_print_box(document.context(), box.id); });
   if (code != JPX_OK) throw library_failure(document.place(box), code, kNoSuchPlace);
 }
 

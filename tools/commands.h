@@ -61,7 +61,10 @@ struct DecodeRequest {
   unsigned reduce = 0;
   std::optional<unsigned> layers;
   std::optional<uint64_t> codestream;
+  std::optional<uint64_t> limit;  // million samples
 };
+// An RGB picture of 10,000 x 10,000 samples.
+constexpr uint64_t kDefaultDecodeLimit = 300;
 void decode_picture(const DecodeRequest& request, const Target& target);
 // The names that --format takes, for help texts.
 std::string decode_formats();

@@ -31,7 +31,7 @@ bool has_signature(std::string_view bytes) {
   return bytes.size() >= 8 && bytes.substr(4, 4) == kSignatureType;
 }
 
-Document::Document(const std::string& name) : file_(name) {
+Document::Document(const std::string& name) : file_(name, has_signature) {
   if (!has_signature(bytes())) {
     throw Failure(kNotJpx, label() + ": not a JPX: " + describe_foreign_file(bytes()));
   }
@@ -66,7 +66,7 @@ void Document::tell_refused_boxes() const {
 }
 
 const Box& Document::find(const std::string& path) const {
-  return resolve_path(root(), path, label());
+  return resolve_path(*tree_, path, label());
 }
 
 std::string Document::place(const Box& box) const { return label() + ": " + path_of(box); }

@@ -55,6 +55,7 @@ class Document {
   std::string_view bytes() const { return file_.bytes(); }
   kv_jpx_context* context() const { return context_.get(); }
   const Box& root() const { return tree_->root; }
+  const BoxTree& tree() const { return *tree_; }
 
   const Box& find(const std::string& path) const;
   // "file: path", for messages.

@@ -1,16 +1,23 @@
 // Words for what went wrong.
 #include "failure.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "kvjpx_errors.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
 
 Failure system_failure(const std::string& place, const std::string& what) {
-  return Failure(kInputOutput, place + ": " + what + ": " + std::strerror(errno));
+  // The system refuses to take bytes that a mapped file no longer has.
+  const bool is_input_shorter = errno == EFAULT;
+  return Failure(kInputOutput, place + ": " + what + ": " +
+                                   (is_input_shorter ? "the input was shortened meanwhile"
+                                                     : std::strerror(errno)));
 }
 
 std::string library_reason(int32_t code) {
@@ -39,11 +46,17 @@ std::string library_reason(int32_t code) {
 }
 
 Failure library_failure(const std::string& place, int32_t code, ExitCode refusal) {
+  // A file that has been loaded was complete then.
+  if (code == JPX_ERR_READ_PAST_END && refusal != kNotJpx) {
+    return Failure(kInputOutput, place + ": the file was shortened while it was read");
+  }
   const bool out_of_means = code == JPX_ERR_MEMORY || code == JPX_ERR_OPEN_FILE ||
                             code == JPX_ERR_FILE_IO || code == JPX_ERR_INTERNAL;
   return Failure(out_of_means ? kInputOutput : refusal, place + ": " + library_reason(code));
 }
 
-void report(const std::string& message) { std::fprintf(stderr, "kvjpx: %s\n", message.c_str()); }
+void report(const std::string& message) {
+  std::fprintf(stderr, "kvjpx: %s\n", text_for(STDERR_FILENO, message).c_str());
+}
 
 }  // namespace kvjpx_tool

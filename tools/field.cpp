@@ -3,6 +3,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 #include "box_path.h"
 #include "failure.h"
 #include "input_file.h"
@@ -103,17 +105,21 @@ std::optional<std::string> parse_bytes(const std::string& value, const std::stri
   return bytes;
 }
 
-// Whether `stored` is the number that was written as `text`: in a field of fewer bits, negative
-// numbers lose their leading ones; nothing else may be lost.
-bool is_number(uint64_t stored, uint64_t value, const std::string& text) {
-  if (stored == value) return true;
-  if (text[0] != '-') return false;
-  for (const unsigned bits : {8u, 16u, 24u, 32u}) {
-    const uint64_t lost = ~uint64_t{0} << bits;
-    const bool fits = (value | (lost >> 1)) == value;
-    if (fits && stored == (value & ~lost)) return true;
-  }
-  return false;
+// Fields of two's complement numbers (ISO/IEC 15444-1, I.5.3.3 to I.5.3.7); all others count from
+// 0.
+bool takes_sign(const kv_jpx_field_info& info) {
+  return info.key == JPX_FIELD_COLR_PREC || info.key == JPX_FIELD_RESC_VR_E ||
+         info.key == JPX_FIELD_RESC_HR_E || info.key == JPX_FIELD_PCLR_C;
+}
+
+uint64_t largest_number(const kv_jpx_field_info& info) {
+  return ~uint64_t{0} >> (64 - 8 * std::min(info.width, 8u));
+}
+
+// Whether `stored` is the number `value`, of which a negative one loses its leading bits; nothing
+// else may be lost.
+bool is_number(uint64_t stored, uint64_t value, const kv_jpx_field_info& info) {
+  return stored == value || (takes_sign(info) && stored == (value & largest_number(info)));
 }
 
 bool is_known_brand(uint64_t code) {
@@ -164,13 +170,16 @@ std::vector<std::string> Field::values() const {
     throw Failure(kNoSuchPlace, place() + ": the library only counts these entries; there are " +
                                     std::to_string(count()));
   }
-  const auto value = [this](uint64_t index) {
-    return is_integer() ? std::to_string(integer(index)) : to_hex(entry_bytes(index));
-  };
-  if (index_) return {value(*index_)};
+  if (index_)
+    return {is_integer() ? std::to_string(integer(*index_)) : to_hex(entry_bytes(*index_))};
   const uint64_t entries = repeats() ? count() : 1;
+  const std::string bytes = is_integer() ? "" : all_bytes();
+  const uint64_t size = entries == 0 ? 0 : bytes.size() / entries;
   std::vector<std::string> all;
-  for (uint64_t i = 0; i < entries; ++i) all.push_back(value(i));
+  for (uint64_t i = 0; i < entries; ++i) {
+    all.push_back(is_integer() ? std::to_string(integer(i))
+                               : to_hex(std::string_view(bytes).substr(i * size, size)));
+  }
   return all;
 }
 
@@ -226,6 +235,7 @@ void Field::set_integer(const std::string& text) const {
   std::optional<uint64_t> value = parse_signed_number(text);
   if (!value && info_.width == 4) value = parse_code(text);
   if (!value) throw Failure(kEditRefused, place() + ": '" + text + "' is not a number");
+  check_range(*value, text);
   const uint64_t index = index_.value_or(0);
   const uint64_t entries = repeats() ? count() : 1;
   if (info_.key == JPX_FIELD_OPCT_Cv) {
@@ -239,6 +249,17 @@ void Field::set_integer(const std::string& text) const {
   }
 }
 
+void Field::check_range(uint64_t value, const std::string& text) const {
+  const uint64_t largest = largest_number(info_);
+  // Negative numbers are compared as what they are in two's complement.
+  const uint64_t lowest = takes_sign(info_) ? ~(largest >> 1) : 0;
+  const bool is_negative = text[0] == '-' && value != 0;
+  if (is_negative ? lowest != 0 && value >= lowest : value <= largest) return;
+  throw Failure(kEditRefused, place() + ": value " + text + " is out of range: the field takes " +
+                                  std::to_string(static_cast<int64_t>(lowest)) + " to " +
+                                  std::to_string(largest));
+}
+
 void Field::append_integer(uint64_t value, const std::string& text) const {
   const uint64_t entries = count();
   const int32_t code =
@@ -249,9 +270,10 @@ void Field::append_integer(uint64_t value, const std::string& text) const {
     throw Failure(kEditRefused,
                   place() + ": no entry can be appended; entries: " + std::to_string(entries));
   }
+  if (is_number(integer(entries), value, info_)) return;
   // A list may keep its entries in an order of its own.
   for (uint64_t i = 0; i <= entries; ++i) {
-    if (is_number(integer(i), value, text)) return;
+    if (is_number(integer(i), value, info_)) return;
   }
   throw Failure(kEditRefused, place() + ": value " + text + " is out of range");
 }
@@ -266,7 +288,7 @@ void Field::replace_integer(uint64_t index, uint64_t value, const std::string& t
   uint64_t held = 0;
   const int32_t get_code =
       kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &held);
-  if (get_code == JPX_OK && is_number(held, value, text)) return;
+  if (get_code == JPX_OK && is_number(held, value, info_)) return;
   if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
   throw Failure(kEditRefused, place() + ": value " + text +
                                   " is out of range: the field would hold " + std::to_string(held));

@@ -46,6 +46,7 @@ class Field {
   std::string entry_bytes(uint64_t index) const;
 
   void set_integer(const std::string& text) const;
+  void check_range(uint64_t value, const std::string& text) const;
   void append_integer(uint64_t value, const std::string& text) const;
   void replace_integer(uint64_t index, uint64_t value, const std::string& text) const;
   void set_chroma_key(uint64_t index, uint64_t value) const;

@@ -7,16 +7,50 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <functional>
+#include <limits>
 
 #include "descriptor.h"
 #include "failure.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
+namespace {
 
-InputFile::InputFile(const std::string& name)
+// As much of a file as can be judged by.
+constexpr size_t kBeginning = 4096;
+constexpr size_t kMebibyte = size_t{1} << 20;
+
+// What an input may hold before it is taken for one without an end, as devices can be and pipes.
+size_t largest_size(int descriptor) {
+  struct stat status;
+  const mode_t mode = fstat(descriptor, &status) == 0 ? status.st_mode : 0;
+  if (S_ISREG(mode)) return std::numeric_limits<size_t>::max();
+  return S_ISCHR(mode) ? 16 * kMebibyte : 1024 * kMebibyte;
+}
+
+// The mapped file that was opened last, from which the others are reached.
+const InputFile* volatile last_mapped = nullptr;
+
+void end_by_shortened_file(int signal, siginfo_t* info, void*) {
+  const InputFile* const file = InputFile::mapped_around(last_mapped, info->si_addr);
+  if (!file) {
+    // Something else went wrong, and goes wrong again at once.
+    std::signal(signal, SIG_DFL);
+    return;
+  }
+  const std::string& message = file->shortened_message();
+  [[maybe_unused]] const ssize_t told = write(STDERR_FILENO, message.data(), message.size());
+  _exit(kInputOutput);
+}
+
+}  // namespace
+
+InputFile::InputFile(const std::string& name, Judge* is_wanted)
     : name_(name), label_(name == "-" ? "standard input" : name) {
   if (name == "-") {
-    read_whole(STDIN_FILENO);
+    read_whole(STDIN_FILENO, is_wanted);
     return;
   }
   const Descriptor file(open(name.c_str(), O_RDONLY | O_CLOEXEC));
@@ -24,28 +58,49 @@ InputFile::InputFile(const std::string& name)
   if (file.get() < 0 || fstat(file.get(), &status) != 0) {
     throw system_failure(label_, "cannot open");
   }
-  if (S_ISREG(status.st_mode)) {
+  // Files without a size can have content all the same, those of /proc do.
+  if (S_ISREG(status.st_mode) && status.st_size > 0) {
     map(file.get(), static_cast<size_t>(status.st_size));
   } else {
-    read_whole(file.get());
+    read_whole(file.get(), is_wanted);
   }
 }
 
 InputFile::~InputFile() {
-  if (is_mapped_) munmap(const_cast<char*>(bytes_.data()), bytes_.size());
+  if (!is_mapped_) return;
+  last_mapped = outer_;
+  munmap(const_cast<char*>(bytes_.data()), bytes_.size());
 }
 
 void InputFile::map(int descriptor, size_t size) {
-  if (size == 0) return;
   void* address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
   if (address == MAP_FAILED) throw system_failure(label_, "cannot map");
   is_mapped_ = true;
   bytes_ = std::string_view(static_cast<const char*>(address), size);
+  shortened_message_ =
+      "kvjpx: " + text_for(STDERR_FILENO, label_) + ": the file was shortened while it was read\n";
+  outer_ = last_mapped;
+  last_mapped = this;
 }
 
-void InputFile::read_whole(int descriptor) {
+const InputFile* InputFile::mapped_around(const InputFile* file, const void* address) {
+  const auto is_in = [&](std::string_view bytes) {
+    return std::less_equal<>()(static_cast<const void*>(bytes.data()), address) &&
+           std::less<>()(address, static_cast<const void*>(bytes.data() + bytes.size()));
+  };
+  while (file && file->outer_ && !is_in(file->bytes_)) file = file->outer_;
+  return file;
+}
+
+void InputFile::read_whole(int descriptor, Judge* is_wanted) {
+  const size_t largest = largest_size(descriptor);
   char piece[65536];
-  for (;;) {
+  while (contents_.size() < kBeginning || !is_wanted || is_wanted(contents_)) {
+    if (contents_.size() > largest) {
+      throw Failure(kInputOutput, label_ + ": does not end within " +
+                                      std::to_string(largest / kMebibyte) +
+                                      " MiB; a file may be larger");
+    }
     const ssize_t length = read(descriptor, piece, sizeof piece);
     if (length == 0) break;
     if (length > 0) {
@@ -55,6 +110,13 @@ void InputFile::read_whole(int descriptor) {
     }
   }
   bytes_ = contents_;
+}
+
+void report_shortened_files() {
+  struct sigaction action = {};
+  action.sa_sigaction = end_by_shortened_file;
+  action.sa_flags = SA_SIGINFO;
+  sigaction(SIGBUS, &action, nullptr);
 }
 
 }  // namespace kvjpx_tool

@@ -9,8 +9,13 @@ namespace kvjpx_tool {
 
 class InputFile {
  public:
-  // Regular files are mapped; pipes, devices and standard input ("-") are read whole.
-  explicit InputFile(const std::string& name);
+  // Tells by the first bytes of a file whether it is wanted.
+  using Judge = bool(std::string_view beginning);
+
+  // Regular files that have a size are mapped; pipes, devices and standard input ("-") are read
+  // whole, or, when `is_wanted` turns them down, in part. Throws a Failure when one does not seem
+  // to end.
+  explicit InputFile(const std::string& name, Judge* is_wanted = nullptr);
   ~InputFile();
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
@@ -21,16 +26,28 @@ class InputFile {
   bool is_mapped() const { return is_mapped_; }
   std::string_view bytes() const { return bytes_; }
 
+  // For the handler of SIGBUS: the mapped file, `file` or one opened before it, that the address
+  // lies in. The library has a mapping of its own of the file that was opened first.
+  static const InputFile* mapped_around(const InputFile* file, const void* address);
+  const std::string& shortened_message() const { return shortened_message_; }
+
  private:
   void map(int descriptor, size_t size);
-  void read_whole(int descriptor);
+  void read_whole(int descriptor, Judge* is_wanted);
 
   std::string name_;
   std::string label_;
   bool is_mapped_ = false;
   std::string contents_;
   std::string_view bytes_;
+  std::string shortened_message_;
+  // The mapped file that was opened before this one; such files are closed in reverse order.
+  const InputFile* outer_ = nullptr;
 };
+
+// Makes the program end with a message when another one shortens a file that is mapped, where it
+// would be killed (SIGBUS) by reading on.
+void report_shortened_files();
 
 }  // namespace kvjpx_tool
 

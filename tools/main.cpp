@@ -1,14 +1,15 @@
 // kvjpx: looks into JPX and JP2 files and edits them from the command line.
 #include <CLI/CLI.hpp>
-#include <csignal>
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <new>
 #include <sstream>
 
 #include "commands.h"
-#include "kvjpx.h"
+#include "input_file.h"
 #include "output.h"
+#include "version.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -40,17 +41,6 @@ Examples:
   kvjpx set photo.jpx jp2h/ihdr.IPR=1 -o changed.jpx
   kvjpx decode photo.jpx -o photo.png)";
 
-std::string version_text() {
-  uint32_t number = 0;
-  char banner[33];
-  uint32_t banner_size = sizeof banner;
-  kv_jpx_get_library_version(&number, banner, &banner_size);
-  const std::string version = std::to_string(number / 1000000) + "." +
-                              std::to_string(number / 10000 % 100) + "." +
-                              std::to_string(number / 100 % 100);
-  return "kvjpx " + version + "\n" + banner;
-}
-
 // All commands and their options; holds what the command line gave.
 class CommandLine {
  public:
@@ -70,11 +60,15 @@ class CommandLine {
   }
 
   ExitCode run(int argc, char** argv) {
+    // An empty word comes from a variable that was not set, and names nothing.
+    if (std::find(argv, argv + argc, std::string_view()) != argv + argc) {
+      throw Failure(kUsage, "an argument is empty");
+    }
     try {
       app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
       if (error.get_exit_code() != 0) {
-        throw Failure(kUsage, std::string(error.what()) + " (see kvjpx --help)");
+        throw Failure(kUsage, usage_message(error) + " (see kvjpx --help)");
       }
       // A call for help or the version.
       std::ostringstream text;
@@ -86,6 +80,15 @@ class CommandLine {
   }
 
  private:
+  // The parser misses a command before it looks at what stands in its place.
+  std::string usage_message(const CLI::ParseError& error) const {
+    const std::vector<std::string> unknown = app_.remaining(true);
+    if (unknown.empty()) return error.what();
+    const std::vector<CLI::App*> command = app_.get_subcommands();
+    return "'" + unknown.front() + "' is " +
+           (command.empty() ? "no command" : "not expected by " + command.front()->get_name());
+  }
+
   CLI::App* command(const std::string& name, const std::string& description,
                     const std::string& examples, const std::function<ExitCode()>& action) {
     CLI::App* command = app_.add_subcommand(name, description);
@@ -112,7 +115,7 @@ class CommandLine {
   }
 
   void take_edited_target(CLI::App* command) {
-    take_target(command, ", and a result that could not be read again")->required();
+    take_target(command, ", and a lossy or unreadable result")->required();
   }
 
   void add_ls() {
@@ -276,6 +279,13 @@ class CommandLine {
         ->add_option("--codestream", decode_.codestream,
                      "Decode this codestream alone, counting from 0, and compose nothing")
         ->type_name("N");
+    decode
+        ->add_option("--limit", decode_.limit,
+                     "Work on at most N million samples (without it, " +
+                         std::to_string(kDefaultDecodeLimit) +
+                         ", and less where the file is too short to need so many)")
+        ->check(CLI::Range(1, 1000000))
+        ->type_name("N");
     take_target(decode)->required();
   }
 
@@ -311,7 +321,6 @@ ExitCode run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   kvjpx_tool::secure_standard_descriptors();
-  // A reader that went away is told like any other failed write.
-  std::signal(SIGPIPE, SIG_IGN);
+  kvjpx_tool::report_shortened_files();
   return kvjpx_tool::run(argc, argv);
 }

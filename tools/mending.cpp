@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <unordered_map>
 #include <vector>
 
 #include "box_path.h"
@@ -102,19 +101,6 @@ bool lacks_prefix(const Box* original) {
   return original && original->is_container && prefix_length(original->type) > 0;
 }
 
-using Originals = std::unordered_map<uint32_t, const Box*>;
-
-Originals originals_of(const Document& document) {
-  Originals originals;
-  for_each_box(document.root(), [&](const Box& box) { originals[box.id] = &box; });
-  return originals;
-}
-
-const Box* find_original(const Originals& originals, uint32_t id) {
-  const auto found = originals.find(id);
-  return found == originals.end() ? nullptr : found->second;
-}
-
 // The library makes room for what the boxes declare and gives up when they write more, as do
 // palettes with fewer rows than columns or with columns of one bit. Other palettes declare more
 // than they write; a header box full of such, at the end of the file while this lives, makes up for
@@ -173,20 +159,19 @@ LibraryBlock render(const Document& document) {
   return document.output();
 }
 
-bool needs_mending(const Document& document, const Originals& originals) {
+bool needs_mending(const Document& document) {
   bool is_needed = false;
   for_each_id(document.context(), KV_JPX_ROOT, [&](uint32_t id) {
-    is_needed |= Palette::find(document.context(), id).has_value() ||
-                 lacks_prefix(find_original(originals, id));
+    is_needed |=
+        Palette::find(document.context(), id).has_value() || lacks_prefix(document.tree().find(id));
   });
   return is_needed;
 }
 
 class Mender {
  public:
-  Mender(const Document& document, const Originals& originals, std::string_view rendered,
-         bool is_forced)
-      : document_(document), originals_(originals), rendered_(rendered), is_forced_(is_forced) {}
+  Mender(const Document& document, std::string_view rendered, bool is_forced)
+      : document_(document), rendered_(rendered), is_forced_(is_forced) {}
 
   // What follows the last box in the rendered bytes is spare room.
   std::string mend() {
@@ -226,7 +211,7 @@ class Mender {
   }
 
   void append_prefix(uint32_t id) {
-    const Box* const original = find_original(originals_, id);
+    const Box* const original = document_.tree().find(id);
     if (!lacks_prefix(original)) {
       mended_ += take(prefix_length(type_of(context(), id)));
     } else if (original->type == kCrossReference) {
@@ -240,7 +225,7 @@ class Mender {
   // longer, as the library does not read all of every palette, so it is what is written.
   void append_palette(uint32_t id, const Palette& palette) {
     const std::string_view written = take(palette.written_length());
-    const Box* const original = find_original(originals_, id);
+    const Box* const original = document_.tree().find(id);
     if (original) {
       const std::string_view content = document_.bytes().substr(
           original->content_begin, original->end - original->content_begin);
@@ -286,7 +271,6 @@ class Mender {
   kv_jpx_context* context() const { return document_.context(); }
 
   const Document& document_;
-  const Originals& originals_;
   const std::string_view rendered_;
   const bool is_forced_;
   uint64_t position_ = 0;
@@ -296,9 +280,8 @@ class Mender {
 }  // namespace
 
 MendedFile::MendedFile(const Document& document, bool is_forced) : rendered_(render(document)) {
-  const Originals originals = originals_of(document);
-  if (!needs_mending(document, originals)) return;
-  mended_ = Mender(document, originals, rendered_.bytes(), is_forced).mend();
+  if (!needs_mending(document)) return;
+  mended_ = Mender(document, rendered_.bytes(), is_forced).mend();
 }
 
 }  // namespace kvjpx_tool

@@ -6,15 +6,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 
 #include "descriptor.h"
 #include "failure.h"
+#include "output_file.h"
+#include "terminal.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -28,25 +28,14 @@ bool is_text(std::string_view bytes) {
   });
 }
 
-void write_all(int descriptor, std::string_view bytes, const std::string& label) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-    if (written >= 0) {
-      bytes.remove_prefix(static_cast<size_t>(written));
-    } else if (errno != EINTR) {
-      throw system_failure(label, "cannot write");
-    }
-  }
-}
-
-// Holds back the signals that end a program from outside until the file stands or is gone again.
+// Holds back every signal until the file stands or what was made for it is gone again. (Those that
+// tell of a fault in the program itself are not held back by this.)
 class SignalsHeld {
  public:
   SignalsHeld() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held, signal);
-    sigprocmask(SIG_BLOCK, &held, &before_);
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before_);
   }
   ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
   SignalsHeld(const SignalsHeld&) = delete;
@@ -56,55 +45,30 @@ class SignalsHeld {
   sigset_t before_;
 };
 
-// A new file beside its target, removed again unless it has taken the target's place.
-class TemporaryFile {
+class OutputFile : public kvjpx_common::OutputFile {
  public:
-  TemporaryFile(const std::string& target, const std::string& label)
-      : target_(target),
-        label_(label),
-        name_(std::filesystem::path(target).replace_filename(".kvjpx-XXXXXX")),
-        file_(create()) {}
-
-  ~TemporaryFile() {
-    if (!name_.empty()) unlink(name_.c_str());
+  explicit OutputFile(const std::string& name) : name_(name) {
+    if (!open_output_file(this, name.c_str())) throw system_failure(name, "cannot write");
   }
+  ~OutputFile() { close_output_file(this); }
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
 
-  int descriptor() const { return file_.get(); }
-
-  void take_over_attributes(const struct stat& old) {
-    // Only the superuser can keep a foreign owner; others then own the new file.
-    [[maybe_unused]] const int is_foreign = fchown(file_.get(), old.st_uid, old.st_gid);
-    if (fchmod(file_.get(), old.st_mode & 0777) != 0) {
-      throw system_failure(label_, "cannot keep its permissions");
-    }
-  }
-
-  void rename_to_target() {
-    if (fsync(file_.get()) != 0 || !file_.close()) throw system_failure(label_, "cannot write");
-    if (rename(name_.c_str(), target_.c_str()) != 0) {
-      throw system_failure(label_, "cannot replace");
-    }
-    name_.clear();
+  void write(std::string_view bytes) {
+    // Where the file itself is overwritten, the bytes could be those that are mapped from it.
+    std::string copy;
+    if (staged < 0 && is_regular) bytes = copy = bytes;
+    check(fill_output_file(this, bytes.data(), bytes.size()));
+    if (staged >= 0) check(fsync(staged) == 0);
+    check(complete_output_file(this));
   }
 
  private:
-  int create() {
-    const int descriptor = mkostemp(name_.data(), O_CLOEXEC);
-    if (descriptor < 0) {
-      name_.clear();
-      throw system_failure(label_, "cannot create");
-    }
-    // mkostemp makes private files; a new result has the permissions of any new file.
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666 & ~mask);
-    return descriptor;
+  void check(bool is_done) const {
+    if (!is_done) throw system_failure(name_, "cannot write");
   }
 
-  const std::string& target_;
-  const std::string& label_;
-  std::string name_;
-  Descriptor file_;
+  const std::string& name_;
 };
 
 std::optional<struct stat> status_of(const std::string& path) {
@@ -113,26 +77,20 @@ std::optional<struct stat> status_of(const std::string& path) {
   return std::nullopt;
 }
 
-void write_device(const std::string& name, std::string_view bytes) {
-  Descriptor device(open(name.c_str(), O_WRONLY | O_CLOEXEC));
-  if (device.get() < 0) throw system_failure(name, "cannot open");
-  write_all(device.get(), bytes, name);
-  if (!device.close()) throw system_failure(name, "cannot write");
+void write_stdout(std::string_view bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) {
+    throw system_failure(kStdoutLabel, "cannot write");
+  }
 }
 
-void replace_file(const std::string& name, const std::optional<struct stat>& old,
-                  std::string_view bytes) {
-  // Through a symbolic link the file behind it is replaced, not the link.
-  std::error_code ignored;
-  const std::filesystem::path real = std::filesystem::canonical(name, ignored);
-  const std::string target = real.empty() ? name : real.string();
-  if (old && access(target.c_str(), W_OK) != 0) throw system_failure(name, "cannot write");
-
-  const SignalsHeld held;
-  TemporaryFile file(target, name);
-  if (old) file.take_over_attributes(*old);
-  write_all(file.descriptor(), bytes, name);
-  file.rename_to_target();
+void write_file(const std::string& name, std::string_view bytes) {
+  // A limit on file sizes is told like any other failed write.
+  std::signal(SIGXFSZ, SIG_IGN);
+  // Opening and filling a pipe may take for ever.
+  const std::optional<struct stat> status = status_of(name);
+  std::optional<SignalsHeld> held;
+  if (!status || S_ISREG(status->st_mode)) held.emplace();
+  OutputFile(name).write(bytes);
 }
 
 bool is_terminal(const Target& target) {
@@ -146,11 +104,7 @@ bool is_terminal(const Target& target) {
 
 }  // namespace
 
-void print_text(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-    throw system_failure(kStdoutLabel, "cannot write");
-  }
-}
+void print_text(std::string_view text) { write_stdout(text_for(STDOUT_FILENO, text)); }
 
 void check_takes_binary(const Target& target) {
   if (!target.force && is_terminal(target)) {
@@ -161,16 +115,13 @@ void check_takes_binary(const Target& target) {
 
 void write_result(const Target& target, std::string_view bytes) {
   if (!is_text(bytes)) check_takes_binary(target);
+  std::string filtered;
+  if (!target.force && is_terminal(target)) bytes = filtered = printable(bytes);
   if (target.is_stdout()) {
-    print_text(bytes);
+    write_stdout(bytes);
     return;
   }
-  const std::optional<struct stat> old = status_of(target.name);
-  if (old && !S_ISREG(old->st_mode)) {
-    write_device(target.name, bytes);
-  } else {
-    replace_file(target.name, old, bytes);
-  }
+  write_file(target.name, bytes);
 }
 
 void finish_stdout() {

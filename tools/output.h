@@ -22,8 +22,8 @@ void print_text(std::string_view text);
 void check_takes_binary(const Target& target);
 
 // Writes a result. A regular file is written beside its target and renamed, so that a failure
-// leaves the old file as it was; an existing file keeps its permissions. Devices and pipes are
-// written directly. Binary bytes are kept from a terminal.
+// leaves the old file as it was; an existing file keeps its permissions. Devices and pipes, and
+// files that cannot be replaced, are written directly. Binary bytes are kept from a terminal.
 void write_result(const Target& target, std::string_view bytes);
 
 // Makes sure that everything printed has arrived; throws a Failure when not.

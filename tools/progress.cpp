@@ -6,9 +6,11 @@
 #include <chrono>
 #include <cstdio>
 
+#include "terminal.h"
+
 namespace kvjpx_tool {
 
-Progress::Progress(const std::string& task) : task_(task) {
+Progress::Progress(const std::string& task) : task_(text_for(STDERR_FILENO, task)) {
   if (isatty(STDERR_FILENO)) thread_ = std::thread(&Progress::show, this);
 }
 

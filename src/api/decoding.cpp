@@ -5,53 +5,20 @@
 // trusted for nothing: copies are clipped to the composed image and to the bytes that came.
 #include "api/decoding.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 #include "api/codec.h"
+#include "api/geometry.h"
 #include "box/super.h"
 #include "kvjpx.h"
 
 namespace kvjpx {
 namespace {
 
-constexpr int32_t kRawPlanes = 64;       // the codec's type: one byte a sample, plane by plane
-constexpr int32_t kFullSizeFlag = 1;     // a resolution flag that keeps the image at full size
-constexpr int32_t kFirstMeaningful = 2;  // levels below say nothing to the codec
-constexpr uint32_t kRawBits = 24;        // handed on with the composed image as it has always been
+constexpr int32_t kRawPlanes = 64;  // the codec's type: one byte a sample, plane by plane
+constexpr uint32_t kRawBits = 24;   // handed on with the composed image as it has always been
 constexpr uint32_t kCodestream = code("jp2c");
 constexpr uint64_t kMaxPayload = 0xFFFFFFFF;
-
-// The composed image, plane by plane, one byte a sample.
-struct Composition {
-  uint64_t left;  // of the region, at full resolution
-  uint64_t top;
-  uint32_t width;
-  uint32_t height;
-  uint64_t out_width;  // reduced
-  uint64_t out_height;
-  uint32_t planes;
-  uint8_t* samples;
-};
-
-// One codestream: where it is placed and what the codec says of it.
-struct Codestream {
-  uint64_t x;  // place of its image area on the composed image
-  uint64_t y;
-  uint32_t width;  // extent on its reference grid
-  uint32_t height;
-  uint32_t x_offset;  // of the image area on that grid
-  uint32_t y_offset;
-  uint32_t components;
-};
-
-// A rectangle of a codestream, right and bottom exclusive.
-struct Rectangle {
-  uint64_t left;
-  uint64_t top;
-  uint64_t right;
-  uint64_t bottom;
-};
 
 // The codestream boxes of a file, by identifier. Searching the tree for each would take time in
 // proportion to the square of their number.
@@ -66,8 +33,6 @@ struct Decoding {
   Resource resource;
   void* codec;
   Context* context;
-  uint32_t reduction;   // r, as a shift
-  uint64_t scale;       // 2 to the r
   uint32_t components;  // of the codestream described last
   Composition image;
   Codestreams codestreams;
@@ -112,28 +77,10 @@ uint64_t field_of(Box* box, uint32_t key, uint64_t index) {
   return value;
 }
 
-uint32_t reduction_of(const Context& context) {
-  const bool is_reduced =
-      context.resolution_flag != kFullSizeFlag && context.resolution_level >= kFirstMeaningful;
-  const uint32_t levels =
-      is_reduced ? (static_cast<uint32_t>(context.resolution_level) & 0xFF) - 1 : 0;
-  return levels & 31;
-}
-
-// The part of the region that lies in the image. A left or top beyond the image is not caught and
-// wraps around: such a region asks for more memory than there is.
-uint32_t clipped(uint64_t from, uint64_t to, uint32_t whole) {
-  const auto extent = static_cast<uint32_t>(to != 0 ? to - from : whole);
-  return from + extent > whole ? static_cast<uint32_t>(whole - from) : extent;
-}
-
 // Raises 1 for a size that cannot be allocated.
 uint64_t plane_bytes(Environment* env, const Composition& image, uint64_t planes) {
   uint64_t size;
-  if (__builtin_mul_overflow(image.out_width, image.out_height, &size) ||
-      __builtin_mul_overflow(size, planes, &size)) {
-    JPX_ErrorExit(env, JPX_ERR_MEMORY);
-  }
+  if (!has_size(image, planes, &size)) JPX_ErrorExit(env, JPX_ERR_MEMORY);
   return size;
 }
 
@@ -143,15 +90,11 @@ void prepare_image(Decoding* decoding) {
   Box* const header = find_first(context, code("ihdr"));
   const auto width = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_WIDTH, 0));
   const auto height = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_HEIGHT, 0));
+  const Rectangle region = {context.region_left, context.region_top, context.region_right,
+                            context.region_bottom};
   Composition& image = decoding->image;
-  decoding->reduction = reduction_of(context);
-  decoding->scale = uint64_t{1} << decoding->reduction;
-  image.left = context.region_left;
-  image.top = context.region_top;
-  image.width = clipped(context.region_left, context.region_right, width);
-  image.height = clipped(context.region_top, context.region_bottom, height);
-  image.out_width = (image.width + decoding->scale - 1) >> decoding->reduction;
-  image.out_height = (image.height + decoding->scale - 1) >> decoding->reduction;
+  image = composition_of(region, width, height,
+                         reduction_of(context.resolution_level, context.resolution_flag));
   image.planes = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_NC, 0));
   decoding->components = image.planes;
   image.samples =
@@ -180,100 +123,14 @@ void describe(Decoding* decoding, Codestream* stream) {
   if (stream->components != 0) decoding->components = stream->components;
 }
 
-bool begins_behind_region(const Composition& image, const Codestream& stream) {
-  return stream.x > image.left + image.width || stream.y > image.top + image.height;
-}
-
-bool ends_before_region(const Composition& image, const Codestream& stream) {
-  return stream.x + stream.width - stream.x_offset <= image.left ||
-         stream.y + stream.height - stream.y_offset <= image.top;
-}
-
-// One axis of the part of a codestream that the region needs: from, to.
-struct Span {
-  uint64_t from;
-  uint64_t to;
-};
-
-Span needed_span(uint64_t region_from, uint32_t region_extent, uint64_t place, uint32_t extent,
-                 uint32_t offset) {
-  const uint64_t distance = region_from - place;  // may be negative, in two's complement
-  const uint64_t from = static_cast<int64_t>(distance) > 0 ? distance : 0;
-  const uint64_t of_codestream = uint32_t{extent - offset} - from;
-  const uint64_t of_region = distance - from + region_extent;
-  return {from, (of_codestream < of_region ? of_codestream : of_region) + from};
-}
-
-Rectangle needed_part(const Composition& image, const Codestream& stream) {
-  const Span x = needed_span(image.left, image.width, stream.x, stream.width, stream.x_offset);
-  const Span y = needed_span(image.top, image.height, stream.y, stream.height, stream.y_offset);
-  return {x.from, y.from, x.to, y.to};
-}
-
-// How many reduced samples the codec delivers for a span; 0 for none.
-uint64_t delivered_extent(const Decoding& decoding, uint64_t from, uint64_t to, uint32_t extent,
-                          uint32_t offset) {
-  const uint64_t round = decoding.scale - 1;
-  const uint64_t end = to < extent ? to : extent;
-  const uint64_t begin = from > offset ? from : offset;
-  const auto first = static_cast<int64_t>(round + begin) >> decoding.reduction;
-  const auto count = static_cast<int64_t>((round + end) >> decoding.reduction) - first;
-  return count > 0 ? static_cast<uint64_t>(count) : 0;
-}
-
-struct Delivery {
-  const uint8_t* samples;
-  uint64_t length;
-  uint64_t width;  // of each plane
-  uint64_t height;
-  uint32_t planes;
-};
-
-// Where in the delivery a row starts; past its end for rows that it cannot hold.
-uint64_t row_offset(const Delivery& delivery, uint32_t plane, uint64_t row) {
-  uint64_t rows;
-  uint64_t offset;
-  if (__builtin_mul_overflow(delivery.height, plane, &rows) ||
-      __builtin_mul_overflow(rows + row, delivery.width, &offset)) {
-    return delivery.length;
-  }
-  return offset;
-}
-
-uint64_t smaller_of(uint64_t a, uint64_t b) { return a < b ? a : b; }
-
-void copy_into_image(const Composition& image, const Delivery& delivery, uint64_t column,
-                     uint64_t row) {
-  const bool is_empty = delivery.width == 0 || delivery.height == 0;
-  if (is_empty || column >= image.out_width || row >= image.out_height) return;
-  const uint64_t columns = smaller_of(delivery.width, image.out_width - column);
-  const uint64_t rows = smaller_of(delivery.height, image.out_height - row);
-  const uint64_t planes = smaller_of(delivery.planes, image.planes);
-  for (uint32_t plane = 0; plane < planes; ++plane) {
-    for (uint64_t y = 0; y < rows; ++y) {
-      const uint64_t from = row_offset(delivery, plane, y);
-      if (from >= delivery.length) return;
-      uint8_t* const target =
-          image.samples + (plane * image.out_height + row + y) * image.out_width + column;
-      memcpy(target, delivery.samples + from, smaller_of(columns, delivery.length - from));
-    }
-  }
-}
-
-// The place of a codestream on the reduced image.
-uint64_t reduced_place(uint64_t place, uint64_t region_from, uint64_t scale) {
-  const auto distance = static_cast<int64_t>(place - region_from);
-  return distance > 0 ? static_cast<uint64_t>(distance) / scale : 0;
-}
-
 // Sets the levels that the caller asked for.
 void set_levels(const Decoding& decoding) {
   const Context& context = *decoding.context;
-  if (context.resolution_level >= kFirstMeaningful) {
+  if (context.resolution_level >= kFirstMeaningfulLevel) {
     kv_j2k_set_input_j2k_resolution_level(decoding.codec, context.resolution_level,
                                           context.resolution_flag);
   }
-  if (context.quality_level >= kFirstMeaningful) {
+  if (context.quality_level >= kFirstMeaningfulLevel) {
     kv_j2k_set_input_j2k_quality_level(decoding.codec, context.quality_level);
   }
 }
@@ -289,13 +146,7 @@ void decode_part(Decoding* decoding, const Codestream& stream, void** decoded) {
   uint32_t length = 0;
   kv_j2k_get_output_image(decoding->codec, decoded, &length);
   if (*decoded == nullptr) return;
-  const Delivery delivery = {
-      static_cast<const uint8_t*>(*decoded), length,
-      delivered_extent(*decoding, part.left, part.right, stream.width, stream.x_offset),
-      delivered_extent(*decoding, part.top, part.bottom, stream.height, stream.y_offset),
-      stream.components};
-  copy_into_image(image, delivery, reduced_place(stream.x, image.left, decoding->scale),
-                  reduced_place(stream.y, image.top, decoding->scale));
+  copy_into_image(image, stream, delivery_of(image, stream, part, *decoded, length));
 }
 
 // Null behind the last one.
@@ -329,10 +180,32 @@ void collect(Box* box, Codestreams* codestreams) {
   }
 }
 
-int by_identifier(const void* left, const void* right) {
-  const uint32_t a = (*static_cast<Box* const*>(left))->id;
-  const uint32_t b = (*static_cast<Box* const*>(right))->id;
-  return a < b ? -1 : a > b;
+// Moves a box down the heap, whose greatest identifier stands first, to where it belongs.
+void sift_down(Box** boxes, uint64_t at, uint64_t count) {
+  Box* const box = boxes[at];
+  for (uint64_t child; (child = 2 * at + 1) < count; at = child) {
+    if (child + 1 < count && boxes[child]->id < boxes[child + 1]->id) ++child;
+    if (boxes[child]->id <= box->id) break;
+    boxes[at] = boxes[child];
+  }
+  boxes[at] = box;
+}
+
+// Heap sort, as qsort may allocate, and beside the context's allocator. Boxes of a file stand in
+// order already; only those added since need it.
+void sort_by_identifier(const Codestreams& codestreams) {
+  Box** const boxes = codestreams.boxes;
+  const uint64_t count = codestreams.count;
+  bool is_sorted = true;
+  for (uint64_t i = 1; i < count; ++i) is_sorted = is_sorted && boxes[i - 1]->id <= boxes[i]->id;
+  if (is_sorted) return;
+  for (uint64_t i = count / 2; i > 0; --i) sift_down(boxes, i - 1, count);
+  for (uint64_t end = count - 1; end > 0; --end) {
+    Box* const greatest = boxes[0];
+    boxes[0] = boxes[end];
+    boxes[end] = greatest;
+    sift_down(boxes, 0, end);
+  }
 }
 
 void compose_all(Decoding* decoding) {
@@ -343,7 +216,7 @@ void compose_all(Decoding* decoding) {
   codestreams.boxes = static_cast<Box**>(
       allocate(&decoding->context->environment, uint64_t{count} * sizeof(void*)));
   collect(context.root, &codestreams);
-  qsort(codestreams.boxes, codestreams.count, sizeof(void*), by_identifier);
+  sort_by_identifier(codestreams);
   Box* const instructions = count > 1 ? find_first(context, code("inst")) : nullptr;
   for (uint32_t i = 0; i < count; ++i) {
     compose(decoding, {field_of(instructions, JPX_FIELD_INST_XO, i),
@@ -392,7 +265,7 @@ void* fetch_output(Decoding* decoding, void* block, uint64_t* length) {
   void* output = allocate(env, needed);
   uint32_t filled = needed;
   kv_j2k_get_output_image(decoding->codec, &output, &filled);
-  *length = smaller_of(filled, needed);
+  *length = filled < needed ? filled : needed;
   return output;
 }
 

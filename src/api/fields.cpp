@@ -1,8 +1,10 @@
 // Public functions: the fields of boxes, forwarded to each box's own operations.
 #include <stdio.h>
+#include <string.h>
 
 #include "api/lookup.h"
 #include "box/basic.h"
+#include "box/standard.h"
 #include "kvjpx.h"
 
 using namespace kvjpx;
@@ -20,6 +22,7 @@ int32_t kv_jpx_get_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t 
 int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key, uint64_t index,
                                  uint64_t value) {
   return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    index_note_change(live.index, box);
     return box->set_int_field(box, &live.environment, key, index, value);
   });
 }
@@ -31,9 +34,21 @@ int32_t kv_jpx_get_box_field_count(kv_jpx_context* context, uint32_t id, uint32_
   });
 }
 
+int32_t kv_jpx_set_box_field_count(kv_jpx_context* context, uint32_t id, uint32_t key,
+                                   uint64_t count) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    const BoxLayout* const layout = layout_of(box);
+    const Field* const field = layout != nullptr ? find_field(*layout, box, key) : nullptr;
+    if (field == nullptr) return JPX_ERR_NO_SUCH_FIELD;
+    index_note_change(live.index, box);
+    return resize_field(*field, box, &live.environment, count);
+  });
+}
+
 int32_t kv_jpx_set_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
                                     uint64_t count, uint32_t element_size, const void* data) {
   return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    index_note_change(live.index, box);
     return box->set_buffer_field(box, &live.environment, key, count, element_size, data);
   });
 }
@@ -95,4 +110,15 @@ int32_t kv_jpx_get_field_info(uint32_t index, kv_jpx_field_info* info) {
   }
   if (const Field* field = pick_field(kOpaque.fields, &index)) return describe(0, *field, info);
   return JPX_ERR_INVALID_ARGUMENT;
+}
+
+int32_t kv_jpx_find_field(uint32_t box_type, const char* name, kv_jpx_field_info* info) {
+  if (name == nullptr || info == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+  const uint32_t types[] = {box_type, 0};
+  for (const uint32_t type : types) {
+    for (uint32_t index = 0; kv_jpx_get_field_info(index, info) == JPX_OK; ++index) {
+      if (info->box_type == type && strcmp(info->name, name) == 0) return JPX_OK;
+    }
+  }
+  return JPX_ERR_NO_SUCH_FIELD;
 }

@@ -7,21 +7,17 @@
 
 namespace kvjpx {
 
-struct UnfinishedFile;
+struct FileOutput;
 
-struct FileOutput {
-  Stream* writer;  // null when the file must not be written; without a descriptor when it cannot be
-  UnfinishedFile* file;
-};
+// Opens the file for an output of about this length; the writer that the content goes to is put in
+// *writer. Null when the file cannot be opened. The output may be the very file that a tree is
+// still read from (`input`).
+FileOutput* open_output(Environment* env, const char* path, uint64_t length, Stream* input,
+                        Stream** writer);
 
-// Opens a writer for the file. In place of a regular file the writer fills a temporary one beside
-// it, so that a tree may also be written over the very file that its payloads are still read from
-// (`input`). Where no temporary file can be made, the file itself is written, unless it is that
-// input. A file that the user may not write is not replaced either.
-FileOutput open_output(Environment* env, const char* path, uint64_t view_size, const Stream* input);
-
-// Completes the output; an error exit before this removes the file that was made for it.
-void finish_output(Environment* env, FileOutput* output);
+// Completes the output; an error exit before this removes what was made for it. Returns 100 or 102
+// when the system refused something before the file was changed; later that is an error exit.
+int32_t finish_output(Environment* env, FileOutput* output);
 
 }  // namespace kvjpx
 

@@ -18,11 +18,15 @@ int32_t set_input(Context* context, const Open& open) {
     Environment* const env = &live.environment;
     discard_input(live);
     live.input = open(env);
-    live.index = make_index(env);
+    live.index = make_index(env, &live.at);
     live.input->index = live.index;
+    live.input->keeps_everything = live.keeps_everything != 0;
+    live.index->keeps_everything = live.input->keeps_everything;
     live.root = jpx_read_super_box(env, kRoot, live.input, nullptr, &live.next_id);
     live.input->index = nullptr;
     live.index->root = live.root;
+    live.index->findings_of_reader = live.index->findings.count;
+    live.index->root_entry.content_length = live.input->size;
     return JPX_OK;
   });
 }

@@ -42,6 +42,22 @@ int32_t kv_jpx_get_next_box_id(kv_jpx_context* context, uint32_t id, uint32_t* o
   });
 }
 
+int32_t kv_jpx_get_previous_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out) {
+  return guarded_with_box(context, id, [&](Context&, Box* box) -> int32_t {
+    if (out == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    *out = box->previous != nullptr ? box->previous->id : kRoot;
+    return JPX_OK;
+  });
+}
+
+int32_t kv_jpx_get_parent_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out) {
+  return guarded_with_box(context, id, [&](Context&, Box* box) -> int32_t {
+    if (out == nullptr || box->parent == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    *out = box->parent->id;
+    return JPX_OK;
+  });
+}
+
 int32_t kv_jpx_get_first_child_box_id(kv_jpx_context* context, uint32_t id, uint32_t* out) {
   return guarded_with_box(context, id, [&](Context&, Box* box) -> int32_t {
     if (out == nullptr || box->kind != kSuper) return JPX_ERR_INVALID_ARGUMENT;

@@ -44,13 +44,11 @@ int32_t write_to_memory(Context& context, void** data, uint64_t* length) {
 int32_t write_to_file(Context& context, const char* path) {
   Environment* const env = &context.environment;
   Box* const root = context.root;
-  FileOutput output = open_output(env, path, root->length(root), context.input);
-  if (output.writer == nullptr) return JPX_ERR_OPEN_FILE;
-  // An empty tree writes nothing that would show the failure.
-  if (output.writer->descriptor < 0) JPX_ErrorExit(env, JPX_ERR_OPEN_FILE);
-  root->render(root, env, output.writer);
-  finish_output(env, &output);
-  return JPX_OK;
+  Stream* writer = nullptr;
+  FileOutput* const output = open_output(env, path, root->length(root), context.input, &writer);
+  if (output == nullptr) return JPX_ERR_OPEN_FILE;
+  root->render(root, env, writer);
+  return finish_output(env, output);
 }
 
 }  // namespace

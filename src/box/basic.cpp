@@ -91,6 +91,7 @@ void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
   self->payload_length = bytes_left(env, stream);
   self->source = stream;
   skip_content(env, stream);
+  stream->unread = 0;
 }
 
 Box* jpx_read_basic_box(Environment* env, uint32_t type, Stream* stream, Box* parent,

@@ -13,11 +13,17 @@ constexpr uint64_t kLongHeader = 16;  // with XLBox
 constexpr uint64_t kShortLimit = 0xFFFFFFFF;
 
 void unlink_box(Box* box) {
-  if (box->next != nullptr) box->next->previous = box->previous;
+  const bool is_in_container = box->parent != nullptr && box->parent->kind == kSuper;
+  auto* const parent = is_in_container ? static_cast<SuperBox*>(box->parent) : nullptr;
+  if (box->next != nullptr) {
+    box->next->previous = box->previous;
+  } else if (parent != nullptr && parent->last_child == box) {
+    parent->last_child = box->previous;
+  }
   if (box->previous != nullptr) {
     box->previous->next = box->next;
-  } else if (box->parent != nullptr && box->parent->kind == kSuper) {
-    static_cast<SuperBox*>(box->parent)->first_child = box->next;
+  } else if (parent != nullptr) {
+    parent->first_child = box->next;
   }
 }
 

@@ -138,18 +138,19 @@ inline uint64_t bytes_left(Environment* env, Stream* stream) {
 
 // Moves the stream to the end of the content, whatever the reader took of it.
 inline void skip_content(Environment* env, Stream* stream) {
-  if (bytes_left(env, stream) != 0) {
+  stream->unread = bytes_left(env, stream);
+  if (stream->unread != 0) {
     bs_set_current_position(env, stream, bs_get_current_read_limit(env, stream));
   }
 }
 
-// Raises 18 for a count that the rest of the content cannot hold, before anything is allocated for
-// it.
-inline void require_content(Environment* env, Stream* stream, uint64_t count,
-                            uint64_t smallest_entry) {
-  if (count > bytes_left(env, stream) / smallest_entry) {
-    JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
-  }
+// Whether the rest of the content can hold a count, before anything is allocated for it. Raises 18
+// if it cannot, unless everything is kept: then the content is bad, and its reader stops.
+inline bool has_content(Environment* env, Stream* stream, uint64_t count, uint64_t smallest_entry) {
+  if (count <= bytes_left(env, stream) / smallest_entry) return true;
+  if (stream->keeps_everything == 0) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
+  stream->content_is_bad = 1;
+  return false;
 }
 
 }  // namespace kvjpx

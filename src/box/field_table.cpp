@@ -12,6 +12,12 @@ bool is_byte_list(const Field& field) {
   return repeats(field) && (field.access & KV_JPX_FIELD_BYTES) != 0;
 }
 
+// As the format counts, or far more than a file has where it does not.
+uint64_t most_entries(const ListTraits& traits) {
+  if (traits.count_width == 1) return 0xFF;
+  return traits.count_width == 2 ? 0xFFFF : 0xFFFFFF;
+}
+
 bool is_taken(const Field& field, const Box* box, uint64_t value) {
   return field.check == nullptr || field.check(box, value);
 }
@@ -79,6 +85,17 @@ int32_t count_field(const Field& field, Box* box, uint64_t* count, uint32_t* ele
   if (field.custom.count != nullptr) return field.custom.count(field, box, count, element_size);
   return report_count(repeats(field) ? field.list->list_of(box)->count : 1, field.width, count,
                       element_size);
+}
+
+int32_t resize_field(const Field& field, Box* box, Environment* env, uint64_t count) {
+  if (!repeats(field)) return JPX_ERR_NO_SUCH_FIELD;
+  if (count > most_entries(*field.list)) return JPX_ERR_INVALID_ARGUMENT;
+  if (field.custom.resize != nullptr) return field.custom.resize(field, box, env, count);
+  const ListTraits& traits = *field.list;
+  EntryList* const list = traits.list_of(box);
+  if (count < list->count) list_resize(env, list, traits.entry_size, count);
+  while (list->count < count) list_append(env, list, traits.entry_size, traits.fresh);
+  return JPX_OK;
 }
 
 // Bytes set into a list replace it; their values are not judged, as those of a file are not.

@@ -53,6 +53,7 @@ struct FieldOperations {
   int32_t (*count)(const Field&, Box*, uint64_t* count, uint32_t* element_size) = nullptr;
   int32_t (*set_bytes)(const Field&, Box*, Environment*, const BufferSource&) = nullptr;
   int32_t (*get_bytes)(const Field&, Box*, Environment*, const BufferRequest&) = nullptr;
+  int32_t (*resize)(const Field&, Box*, Environment*, uint64_t count) = nullptr;
 };
 
 // A number of the content: its bytes there, and the place that it is read to and written from.
@@ -134,6 +135,9 @@ int32_t count_field(const Field& field, Box* box, uint64_t* count, uint32_t* ele
 int32_t set_field_bytes(const Field& field, Box* box, Environment* env, const BufferSource& source);
 int32_t get_field_bytes(const Field& field, Box* box, Environment* env,
                         const BufferRequest& request);
+
+// Gives the list of a repeating field another number of entries; new ones are as appended ones.
+int32_t resize_field(const Field& field, Box* box, Environment* env, uint64_t count);
 
 // Gives back index if it is below the count; else appends an entry and gives back its index.
 uint64_t index_or_append(Environment* env, EntryList* list, const ListTraits& traits,

@@ -3,6 +3,8 @@
 
 #include <string.h>
 
+#include "kvjpx.h"
+
 namespace kvjpx {
 namespace {
 
@@ -86,14 +88,17 @@ void take_out_of_chain(BoxIndex* index, uint32_t id) {
   if (chain->answered == id) chain->answered = next != kNoId ? next : previous;
 }
 
-void enter_siblings(BoxIndex* index, Box* box) {
-  for (; box != nullptr; box = box->next) {
+// Also finds the last child of every container anew.
+void enter_children(BoxIndex* index, SuperBox* parent) {
+  parent->last_child = nullptr;
+  for (Box* box = parent->first_child; box != nullptr; box = box->next) {
+    parent->last_child = box;
     if (box->id >= index->count || entry_of(*index, box->id).box != nullptr) {
       index->has_strangers = true;
     } else {
       entry_of(*index, box->id).box = box;
     }
-    if (box->kind == kSuper) enter_siblings(index, static_cast<SuperBox*>(box)->first_child);
+    if (box->kind == kSuper) enter_children(index, static_cast<SuperBox*>(box));
   }
 }
 
@@ -119,7 +124,7 @@ void bring_up_to_date(Environment* env, BoxIndex* index) {
   if (index->seen_changes == changes) return;
   for (uint32_t id = 0; id < index->count; ++id) entry_of(*index, id).box = nullptr;
   index->has_strangers = false;
-  enter_siblings(index, static_cast<SuperBox*>(index->root)->first_child);
+  enter_children(index, static_cast<SuperBox*>(index->root));
   if (!chain_all(env, index)) {
     index->has_strangers = true;
     return;  // tried again next time
@@ -147,8 +152,9 @@ Box* search_chain(const BoxIndex& index, TypeChain* chain, uint32_t after) {
 
 }  // namespace
 
-BoxIndex* make_index(Environment* env) {
+BoxIndex* make_index(Environment* env, Trouble* at) {
   auto* index = static_cast<BoxIndex*>(allocate_zeroed(env, sizeof(BoxIndex)));
+  index->at = at;
   index->seen_changes = outside_changes();
   return index;
 }
@@ -158,16 +164,22 @@ void destroy_index(Environment* env, BoxIndex*& index) {
   for (uint32_t i = 0; i < index->chunk_count; ++i) release(env, index->chunks[i]);
   release(env, index->chunks);
   release(env, index->chains);
+  list_release(env, &index->findings);
   release(env, index);
 }
 
-void index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
+BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
+  return id == kRoot ? &index->root_entry : &entry_of(*index, id);
+}
+
+BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
   provide_entry(env, index, id);
   BoxEntry& entry = entry_of(*index, id);
   // Identifiers that have come round to a box that is still there.
   if (entry.box != nullptr) index->has_strangers = true;
   entry.type = type;
   if (!append_to_chain(env, index, id)) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  return &entry;
 }
 
 void index_settle(BoxIndex* index, uint32_t id, Box* box) {
@@ -184,6 +196,20 @@ void index_forget(BoxIndex* index, Box* box) {
   if (box->id >= index->count || entry_of(*index, box->id).box != box) return;
   take_out_of_chain(index, box->id);
   entry_of(*index, box->id).box = nullptr;
+}
+
+void index_discard(Environment* env, BoxIndex* index, Box* box) {
+  index_forget(index, box);
+  box->destroy(box, env);
+  JPX_SafeFreeInternal(env, box);
+}
+
+void index_note_change(BoxIndex* index, const Box* box) {
+  for (; box != nullptr; box = box->parent) {
+    if (box->id == kRoot || box->id < index->count) {
+      index_entry(index, box->id)->flags |= KV_JPX_BOX_CHANGED;
+    }
+  }
 }
 
 Box* index_find(Environment* env, BoxIndex* index, uint32_t id) {

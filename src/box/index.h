@@ -6,6 +6,7 @@
 #ifndef KVJPX_BOX_INDEX_H_
 #define KVJPX_BOX_INDEX_H_
 
+#include "box/entry_list.h"
 #include "box/super.h"
 
 namespace kvjpx {
@@ -36,6 +37,11 @@ struct TypeChain {
 
 struct BoxIndex {
   Box* root;
+  BoxEntry root_entry;
+  Trouble* at;                  // the context's: where the parser is
+  EntryList findings;           // of Trouble
+  uint64_t findings_of_reader;  // the first so many; the writer's are behind
+  uint8_t keeps_everything;
   BoxEntry** chunks;
   uint32_t chunk_capacity;
   uint32_t chunk_count;
@@ -47,16 +53,25 @@ struct BoxIndex {
   bool has_strangers;  // identifiers that are not the index's own, or given twice: search instead
 };
 
-BoxIndex* make_index(Environment* env);
+BoxIndex* make_index(Environment* env, Trouble* at);
 void destroy_index(Environment* env, BoxIndex*& index);
 
 // Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
 // all before, then the record, null if there will be none.
-void index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
+BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
 void index_settle(BoxIndex* index, uint32_t id, Box* box);
+
+// Of an identifier that was announced, or the root's.
+BoxEntry* index_entry(BoxIndex* index, uint32_t id);
 
 // Forgets a box and all below it, before they are destroyed.
 void index_forget(BoxIndex* index, Box* box);
+
+// Destroys a box that was read but not settled.
+void index_discard(Environment* env, BoxIndex* index, Box* box);
+
+// Notes that a box and so the containers above are no longer as they were read.
+void index_note_change(BoxIndex* index, const Box* box);
 
 // What a search through the tree would find; null for nothing. No search fails for memory.
 Box* index_find(Environment* env, BoxIndex* index, uint32_t id);

@@ -1,22 +1,39 @@
 // The parser: reads box headers one after another inside a read limit and hands each box to the
 // reader of its type (ISO/IEC 15444-1, I.4).
+//
+// A header or box that does not fit raises 18. Where everything is kept, what can't be read as a
+// box is the tail of its container instead, and what its type's reader can't take is an opaque box.
+#include "box/basic.h"
+#include "box/findings.h"
 #include "box/index.h"
 #include "box/registry.h"
-#include "box/super.h"
+#include "box/standard.h"
 
 namespace kvjpx {
 namespace {
 
-struct Header {
-  uint32_t type;
-  uint64_t end;  // absolute position behind the content
-};
-
 constexpr uint64_t kHeaderSize = 8;
 constexpr uint64_t kXLBoxSize = 8;
 
-void require_bytes(Environment* env, Stream* stream, uint64_t count) {
-  if (bytes_left(env, stream) < count) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
+struct Header {
+  uint32_t type;
+  uint16_t length;
+  uint16_t flags;  // bits of kv_jpx_box_flags
+  uint64_t offset;
+  uint64_t end;  // absolute position behind the content
+};
+
+// Garbage behind the last box can look like a header. A box that does not end where its container
+// does is believed when its type is one that people write.
+bool is_plausible(uint32_t type) {
+  for (uint32_t rest = type; rest != 0; rest >>= 8) {
+    if ((rest & 0xFF) < ' ' || (rest & 0xFF) > '~') return false;
+  }
+  return type >> 24 != 0;
+}
+
+Trouble trouble_at(uint32_t kind, const Header& header, uint64_t announced, uint64_t found) {
+  return {kind, header.type, kRoot, header.offset, {announced, found}};
 }
 
 // The length that follows from LBox or XLBox, without the header. A length smaller than its own
@@ -25,57 +42,149 @@ uint64_t content_length(uint64_t total, uint64_t header) {
   return total > header ? total - header : 0;
 }
 
-// Raises 18 when the header or the box that it announces reaches past the end of the container.
-Header read_header(Environment* env, Stream* stream) {
-  require_bytes(env, stream, kHeaderSize);
+// Reads a header as far as there is one. What is wrong is returned; a box that is cut short by the
+// end of its container ends there.
+Trouble read_header(Environment* env, Stream* stream, Header* header) {
+  const bool keeps = stream->keeps_everything != 0;
+  const uint64_t left = bytes_left(env, stream);
+  *header = {kRoot, 0, 0, bs_get_current_position(env, stream), 0};
+  if (left < kHeaderSize) return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
   const uint64_t lbox = bs_read_4_byte_big(env, stream);
-  const auto type = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
-  uint64_t length;
-  if (lbox == 0) {
-    length = bs_get_file_size(env, stream) - bs_get_current_position(env, stream);
-  } else if (lbox == 1) {
-    require_bytes(env, stream, kXLBoxSize);
-    length = content_length(bs_read_8_byte_big(env, stream), kHeaderSize + kXLBoxSize);
-  } else {
-    length = content_length(lbox, kHeaderSize);
+  header->type = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
+  header->length = kHeaderSize;
+  uint64_t total = lbox;
+  if (lbox == 1) {
+    header->length += kXLBoxSize;
+    header->flags = KV_JPX_BOX_LONG_HEADER;
+    if (left < header->length) {
+      return trouble_at(KV_JPX_FINDING_TRAILING, *header, header->length, left);
+    }
+    total = bs_read_8_byte_big(env, stream);
   }
-  require_bytes(env, stream, length);
-  return {type, bs_get_current_position(env, stream) + length};
+  const uint64_t room = left - header->length;
+  uint64_t length = content_length(total, header->length);
+  if (lbox == 0) {
+    header->flags = KV_JPX_BOX_OPEN_ENDED;
+    length = bs_get_file_size(env, stream) - bs_get_current_position(env, stream);
+  } else if (keeps && total < header->length) {
+    return trouble_at(KV_JPX_FINDING_BAD_LENGTH, *header, total, left);
+  }
+  header->end = bs_get_current_position(env, stream) + (length < room ? length : room);
+  if (keeps && lbox == 0 && !is_plausible(header->type)) {
+    return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
+  }
+  if (length <= room) return kNoTrouble;
+  if (keeps && !is_plausible(header->type)) {
+    return trouble_at(KV_JPX_FINDING_TRAILING, *header, length, room);
+  }
+  header->flags |= KV_JPX_BOX_CUT_SHORT;
+  return trouble_at(KV_JPX_FINDING_CUT_SHORT, *header, length, room);
 }
 
 Box* read_content(Environment* env, const Header& header, Stream* stream, Box* parent,
                   uint32_t* counter) {
-  bs_push_read_limit(env, stream, header.end);
   const BoxType* const known = find_box_type(header.type);
   ReadFn* const read = known != nullptr ? known->read : jpx_read_unknown_box;
-  Box* const box = read(env, header.type, stream, parent, counter);
+  return read(env, header.type, stream, parent, counter);
+}
+
+// A box whose content its type's reader can't take becomes an opaque one.
+Box* read_kept(Environment* env, const Header& header, Stream* stream, Box* parent,
+               uint32_t* counter) {
+  const uint32_t id = *counter;
+  BoxIndex* const index = stream->index;
+  Trouble trouble = {0, header.type, id, header.offset, {0, 0}};
+  const auto report = [&](uint32_t kind) {
+    trouble.kind = kind;
+    add_finding(env, index, trouble);
+  };
+  if (!belongs(header.type, parent)) report(KV_JPX_FINDING_MISPLACED);
+  const uint64_t begin = bs_get_current_position(env, stream);
+  const uint64_t findings = index->findings.count;
+  const BoxType* const known = find_box_type(header.type);
+  const bool is_container = known != nullptr && known->kind == kSuper;
+  const bool is_too_deep = is_container && container_depth(parent) > kMaxDepth;
+  stream->content_is_bad = 0;
+  stream->unread = 0;
+  Box* box = nullptr;
+  if (!is_too_deep) box = read_standard_box(env, header.type, stream, parent, counter);
+  if (box != nullptr && stream->content_is_bad == 0) {
+    if (stream->unread == 0 || box->kind == kSuper) return box;
+    index_entry(index, id)->tail_length = stream->unread;
+    trouble.offset = header.end - stream->unread;
+    trouble.numbers[0] = stream->unread;
+    report(KV_JPX_FINDING_UNREAD);
+    return box;
+  }
+  // What was found inside goes with the boxes that were there.
+  if (box != nullptr) index_discard(env, index, box);
+  list_resize(env, &index->findings, sizeof(Trouble), findings);
+  *counter = id;
+  bs_set_current_position(env, stream, begin);
+  index_entry(index, id)->flags |= KV_JPX_BOX_MALFORMED;
+  report(is_too_deep ? KV_JPX_FINDING_TOO_DEEP : KV_JPX_FINDING_MALFORMED);
+  return jpx_read_basic_box(env, header.type, stream, parent, counter);
+}
+
+// Reads the box behind a header, and notes where it stands. Null for one that may not stand here.
+Box* read_box(Environment* env, const Header& header, Stream* stream, Box* parent,
+              uint32_t* counter) {
+  const uint32_t id = ++*counter;
+  BoxIndex* const index = stream->index;
+  if (index != nullptr) {
+    BoxEntry* const entry = index_announce(env, index, id, header.type);
+    entry->flags = header.flags;
+    entry->header_length = header.length;
+    entry->offset = header.offset;
+    entry->content_length = header.end - header.offset - header.length;
+    *index->at = {0, header.type, id, header.offset, {}};
+  }
+  bs_push_read_limit(env, stream, header.end);
+  Box* const box = (stream->keeps_everything != 0 ? read_kept : read_content)(env, header, stream,
+                                                                              parent, counter);
   bs_pop_read_limit(env, stream);
+  if (index != nullptr) index_settle(index, id, box);
   return box;
 }
 
 }  // namespace
 
-extern "C" Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
-                                   uint32_t* counter) {
-  if (type != kRoot && container_depth(parent) > kMaxDepth) {
-    JPX_ErrorExit(env, JPX_ERR_INVALID_ARGUMENT);
-  }
-  auto* box = static_cast<SuperBox*>(jpx_make_super_box(env, type, parent, *counter));
-  Box* last = nullptr;
+void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* counter) {
+  BoxIndex* const index = stream->index;
+  uint64_t end_of_boxes = bs_get_current_position(env, stream);
   while (bs_at_limit(env, stream) == 0) {
-    const Header header = read_header(env, stream);
-    const uint32_t id = ++*counter;
-    if (stream->index != nullptr) index_announce(env, stream->index, id, header.type);
-    Box* const child = read_content(env, header, stream, box, counter);
-    if (stream->index != nullptr) index_settle(stream->index, id, child);
+    Header header;
+    Trouble trouble = read_header(env, stream, &header);
+    if (trouble.kind != 0) {
+      const bool is_box = trouble.kind == KV_JPX_FINDING_CUT_SHORT;
+      trouble.box_id = is_box ? *counter + 1 : box->id;
+      if (index != nullptr) *index->at = trouble;
+      if (stream->keeps_everything == 0) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
+      add_finding(env, index, trouble);
+      if (!is_box) break;
+    }
+    Box* const child = read_box(env, header, stream, box, counter);
     // A box that may not stand here ends the parse of its container, which keeps what it has; the
     // parent's parse goes on behind the refused box.
     if (child == nullptr) break;
-    child->next = nullptr;
-    child->previous = last;
-    (last != nullptr ? last->next : box->first_child) = child;
-    last = child;
+    end_of_boxes = header.end;
+    append_child(box, child);
   }
+  if (index == nullptr) return;
+  index_entry(index, box->id)->tail_length = bs_get_current_read_limit(env, stream) - end_of_boxes;
+  if (stream->keeps_everything == 0) return;
+  skip_content(env, stream);
+  stream->content_is_bad = 0;
+}
+
+extern "C" Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
+                                   uint32_t* counter) {
+  if (type != kRoot && container_depth(parent) > kMaxDepth) {
+    if (stream->index != nullptr) stream->index->at->kind = KV_JPX_FINDING_TOO_DEEP;
+    JPX_ErrorExit(env, JPX_ERR_INVALID_ARGUMENT);
+  }
+  auto* box = static_cast<SuperBox*>(jpx_make_super_box(env, type, parent, *counter));
+  read_children(env, stream, box, counter);
   return box;
 }
 

@@ -50,7 +50,9 @@ void jpx_super_destroy(Box* box, Environment* env) {
     JPX_SafeFreeInternal(env, child);
     child = next;
   }
-  if (box->kind == kSuper) static_cast<SuperBox*>(box)->first_child = nullptr;
+  if (box->kind != kSuper) return;
+  static_cast<SuperBox*>(box)->first_child = nullptr;
+  static_cast<SuperBox*>(box)->last_child = nullptr;
 }
 
 Box* jpx_super_find_by_id(Box* box, uint32_t id) {
@@ -70,6 +72,13 @@ Box* jpx_super_find_by_type(Box* box, uint32_t type, uint32_t after) {
     if (found != nullptr && (candidate == nullptr || found->id < candidate->id)) candidate = found;
   }
   return candidate;
+}
+
+void append_child(SuperBox* parent, Box* box) {
+  box->next = nullptr;
+  box->previous = parent->last_child;
+  (parent->last_child != nullptr ? parent->last_child->next : parent->first_child) = box;
+  parent->last_child = box;
 }
 
 uint32_t container_depth(const Box* parent) {

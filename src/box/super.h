@@ -9,11 +9,19 @@ namespace kvjpx {
 
 struct SuperBox : Box {
   Box* first_child;
+  Box* last_child;
 };
 
 // Containers nested deeper (the root not counted) are refused: printing, searching and destroying
 // recurse, and threads of host applications have small stacks.
 constexpr uint32_t kMaxDepth = 256;
+
+// Reads boxes up to the current read limit and links them behind the children that are there. Every
+// box takes the counter's next value.
+void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* counter);
+
+// Links a box behind the last child.
+void append_child(SuperBox* parent, Box* box);
 
 // How deep a container in this parent is nested; stops counting behind kMaxDepth.
 uint32_t container_depth(const Box* parent);

@@ -70,6 +70,10 @@ constexpr uint32_t kNoParent = 2;   // whatever box, or none
 
 extern const BoxLayout kJp;
 extern const BoxLayout kCref;
+extern const BoxLayout kDtbl;
+// Of boxes that were made, and so keep what stands in front of their children.
+extern const BoxOperations kCrefOperations;
+extern const BoxOperations kDtblOperations;
 
 #define KVJPX_DECLARE(make, read)      \
   extern "C" KVJPX_EXPORT MakeFn make; \

@@ -36,9 +36,10 @@ constexpr BoxOperations cref_operations() {
   operations.get_field_count = Made::get_field_count;
   return operations;
 }
-constexpr BoxOperations kOperations = cref_operations();
 
 }  // namespace
+
+constexpr BoxOperations kCrefOperations = cref_operations();
 
 constexpr BoxLayout kCref = box_layout<CrefBox>(code("cref"), kFields, jpx_cref_print,
                                                 {jpx_super_length, jpx_super_render});
@@ -47,7 +48,7 @@ extern "C" {
 
 Box* jpx_make_cref_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
   if (!may_stand(code("cref"), parent)) return nullptr;
-  return make_record(env, sizeof(CrefBox), kSuper, type, parent, id, kOperations);
+  return make_record(env, sizeof(CrefBox), kSuper, type, parent, id, kCrefOperations);
 }
 
 Box* jpx_read_cref_box(Environment* env, uint32_t type, Stream* stream, Box* parent,

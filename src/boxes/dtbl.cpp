@@ -30,15 +30,34 @@ void jpx_dtbl_render(Box* box, Environment* env, Stream* stream) {
   jpx_super_render(box, env, stream);
 }
 
-constexpr BoxOperations kOperations =
-    container_operations(jpx_dtbl_length, jpx_dtbl_render, jpx_super_print);
+// NDR where everything is kept: read to be judged, and written as the number of the children.
+struct DtblBox : SuperBox {
+  uint32_t announced;
+};
+
+uint64_t load_count(const void* record) { return child_count(static_cast<const Box*>(record)); }
+void store_announced(void* record, uint64_t value) {
+  static_cast<DtblBox*>(record)->announced = static_cast<uint32_t>(value);
+}
+constexpr Field kFields[] = {
+    single(0, "NDR", kFixedSize, {load_count, store_announced}),
+};
+
+void judge_count(Environment*, Stream* stream, Box* box) {
+  if (static_cast<DtblBox*>(box)->announced != child_count(box)) stream->content_is_bad = 1;
+}
 
 }  // namespace
+
+constexpr BoxOperations kDtblOperations =
+    container_operations(jpx_dtbl_length, jpx_dtbl_render, jpx_super_print);
+constexpr BoxLayout kDtbl =
+    box_layout<DtblBox>(kType, kFields, jpx_super_print, {nullptr, nullptr, judge_count});
 
 extern "C" {
 
 Box* jpx_make_dtbl_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return make_record(env, sizeof(SuperBox), kSuper, type, parent, id, kOperations);
+  return make_record(env, sizeof(SuperBox), kSuper, type, parent, id, kDtblOperations);
 }
 
 Box* jpx_read_dtbl_box(Environment* env, uint32_t type, Stream* stream, Box* parent,

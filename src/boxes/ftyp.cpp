@@ -79,8 +79,19 @@ int32_t count_compatible_brands(const Field& field, Box* box, uint64_t* count,
   return report_count(total_count(ftyp(box)), field.width, count, element_size);
 }
 
-constexpr FieldOperations kCompatibility = {set_compatible_brand, get_compatible_brand,
-                                            count_compatible_brands};
+// The brands behind go first, then the known ones, from the last.
+int32_t resize_compatible_brands(const Field&, Box* box, Environment* env, uint64_t count) {
+  FtypBox* const self = ftyp(box);
+  for (uint32_t i = 3; i-- > 0 && total_count(self) - self->others.count > count;) {
+    self->known_brands &= static_cast<uint8_t>(~(1 << i));
+  }
+  list_resize(env, &self->others, kBrandSize, count - (total_count(self) - self->others.count));
+  return JPX_OK;
+}
+
+constexpr FieldOperations kCompatibility = {
+    set_compatible_brand,    get_compatible_brand, count_compatible_brands, nullptr, nullptr,
+    resize_compatible_brands};
 constexpr Field kFields[] = {
     single(JPX_FIELD_FTYP_BR, "BR", 4, member<&FtypBox::brand>),
     single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>),

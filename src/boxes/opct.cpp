@@ -137,7 +137,7 @@ void render_key(Box* box, Environment* env, Stream* stream) {
 void read_key(Environment* env, Stream* stream, Box* box) {
   if (!has_chroma_key(box)) return;
   const uint64_t count = bs_read_1_byte(env, stream);
-  require_content(env, stream, count, 1);
+  if (!has_content(env, stream, count, 1)) return;
   EntryList* const values = values_of(box);
   list_resize(env, values, kValueSize, count);
   for (uint64_t i = 0; i < count; ++i) {

@@ -283,7 +283,7 @@ void release_table(Box* box, Environment* env) { list_release(env, &pclr(box)->v
 
 void read_table(Environment* env, Stream* stream, Box* box) {
   PclrBox* const self = pclr(box);
-  require_content(env, stream, self->column_count + value_count(self), 1);
+  if (!has_content(env, stream, self->column_count + value_count(self), 1)) return;
   bs_read_memcpy(env, stream, self->depths, self->column_count);
   size_table(self, env);
   for (uint64_t place = 0; place < value_count(self); ++place) {

@@ -145,7 +145,7 @@ void jpx_rreq_print(Box* box) {
 
 void read_standard_features(Environment* env, Stream* stream, RreqBox* self) {
   const uint64_t count = bs_read_2_byte_big(env, stream);
-  require_content(env, stream, count, kFeatureSize + self->mask_length);
+  if (!has_content(env, stream, count, kFeatureSize + self->mask_length)) return;
   list_resize(env, &self->standard, sizeof(StandardFeature), count);
   for (uint64_t i = 0; i < count; ++i) {
     auto* const feature = entry_at<StandardFeature>(self->standard, i);
@@ -156,7 +156,7 @@ void read_standard_features(Environment* env, Stream* stream, RreqBox* self) {
 
 void read_vendor_features(Environment* env, Stream* stream, RreqBox* self) {
   const uint64_t count = bs_read_2_byte_big(env, stream);
-  require_content(env, stream, count, kUuidSize + self->mask_length);
+  if (!has_content(env, stream, count, kUuidSize + self->mask_length)) return;
   list_resize(env, &self->vendor, sizeof(VendorFeature), count);
   for (uint64_t i = 0; i < count; ++i) {
     auto* const feature = entry_at<VendorFeature>(self->vendor, i);

@@ -98,7 +98,7 @@ void release_uuids(Box* box, Environment* env) { list_release(env, &ulst(box)->u
 
 void read_uuids(Environment* env, Stream* stream, Box* box) {
   UlstBox* const self = ulst(box);
-  require_content(env, stream, self->count, kUuidSize);
+  if (!has_content(env, stream, self->count, kUuidSize)) return;
   list_resize(env, &self->uuids, kUuidSize, self->count);
   for (uint32_t i = 0; i < self->count; ++i) {
     jpx_read_uuid(env, stream, self->uuids.entries + uint64_t{i} * kUuidSize);

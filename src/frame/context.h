@@ -11,6 +11,19 @@ struct Stream;
 struct BoxIndex;
 constexpr uint64_t kContextMagic = 0x6DE7FB61;
 constexpr uint32_t kRoot = 0xFFFFFFFF;  // type and identifier of the root; also "no box"
+constexpr uint64_t kNoOffset = UINT64_MAX;
+
+// What was wrong, and where; what the two numbers are depends on it (see report.cpp).
+struct Trouble {
+  uint32_t kind;  // kv_jpx_finding_kind; 0: not known
+  uint32_t box_type;
+  uint32_t box_id;  // kRoot: none
+  uint64_t offset;  // in the input; kNoOffset: none
+  uint64_t numbers[2];
+};
+constexpr Trouble kNoTrouble = {0, kRoot, kRoot, kNoOffset, {0, 0}};
+
+constexpr size_t kReportSize = 200;
 }  // namespace kvjpx
 
 struct kv_jpx_context {
@@ -27,7 +40,12 @@ struct kv_jpx_context {
   int32_t resolution_flag;
   int32_t quality_level;
   int32_t output_type;
-  kvjpx::BoxIndex* index;  // of the boxes under root; null without input
+  kvjpx::BoxIndex* index;           // of the boxes under root; null without input
+  kvjpx::Trouble at;                // where the call is that runs
+  int32_t failed_with;              // code of the last call that failed
+  kvjpx::Trouble failed_at;         // and where
+  char report[kvjpx::kReportSize];  // the text handed out last
+  int32_t keeps_everything;         // of inputs from now on
 };
 
 static_assert(offsetof(kv_jpx_context, environment) == 8, "the environment follows the magic word");

@@ -27,6 +27,7 @@ bool prepare_read(Environment* env, Stream* stream, uint64_t width) {
   require(env, stream != nullptr && stream->direction == kReader);
   if (stream->limits != nullptr &&
       reaches_past(position_of(stream), width, stream->limits->limit)) {
+    stream->content_is_bad = 1;
     return false;
   }
   if (width > available(stream) &&

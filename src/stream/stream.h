@@ -41,6 +41,12 @@ struct Stream {
   uint64_t mapped_length;     // the view may have been cut since
   Resource resource;          // descriptor and mapping
   BoxIndex* index;            // of the boxes read from the stream; null when nobody asks
+  // For the parser where everything is kept:
+  uint8_t keeps_everything;
+  uint8_t content_is_bad;  // the reader of the box could not take its content
+  uint64_t unread;         // bytes at the end of the content that the reader did not take
+  uint64_t least_step;        // writers of the library's own output: bytes to grow by at least
+  uint32_t refusal;           // what the system refused such a writer first; it does not raise it
 };
 static_assert(sizeof(void*) != 8 ||
                   (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&
@@ -112,9 +118,18 @@ KVJPX_EXPORT uint8_t* bs_writer_get_buffer(Environment* env, Stream* stream, uin
 
 }  // extern "C"
 
-// A file writer without a file; the caller gives it a descriptor that is open for reading and
-// writing.
-Stream* make_file_writer(Environment* env, uint64_t view_size);
+// A writer for the library's own output of about this length, to a file that is open for reading
+// and writing, or with -1 to memory that the writer owns. It goes on when the system refuses
+// something, so that the caller can answer that without an error exit, and grows in larger steps
+// than the writers of others. The file stays the caller's.
+Stream* make_output_writer(Environment* env, int32_t descriptor, uint64_t length);
+
+// Ends the file of such a writer behind what was written, and takes it from the writer. 0, or the
+// code for what the system refused meanwhile.
+uint32_t finish_output_writer(Environment* env, Stream* stream);
+
+// Makes a reader independent of its file, which is about to be overwritten.
+void take_into_memory(Environment* env, Stream* stream);
 
 // As bs_reader_from_file or _mmap, for a regular file only: anything else is refused with 100, also
 // a pipe that nobody writes to, without waiting.

@@ -141,6 +141,11 @@ int64_t read_at(const Stream* stream, uint64_t length, uint64_t offset) {
   return static_cast<int64_t>(done);
 }
 
+void refuse(Environment* env, Stream* stream, uint32_t code) {
+  if (stream->least_step == 0) JPX_ErrorExit(env, code);
+  if (stream->refusal == 0) stream->refusal = code;
+}
+
 void flush_view(Environment* env, Stream* stream) {
   const uint64_t length = view_length(stream);
   if (length == 0) return;
@@ -152,7 +157,7 @@ void flush_view(Environment* env, Stream* stream) {
                  static_cast<ssize_t>(piece);
     done += piece;
   }
-  if (!is_written) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
+  if (!is_written) refuse(env, stream, JPX_ERR_FILE_IO);
 }
 
 void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length,
@@ -180,6 +185,21 @@ void require_present(Environment* env, const Stream* stream, uint64_t position, 
   if (stream->source == kMapped && reaches_past(position, count, file_length(env, stream))) {
     JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   }
+}
+
+void take_into_memory(Environment* env, Stream* stream) {
+  const uint64_t position = position_of(stream);
+  auto* const whole = static_cast<uint8_t*>(allocate(env, stream->size));
+  drop_view(env, stream);
+  set_view(stream, whole, stream->size, 0);
+  stream->owns_buffer = 1;
+  const int64_t delivered = read_at(stream, stream->size, 0);
+  if (delivered < 0) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
+  stream->buffer_end = whole + delivered;
+  stream->cursor = whole + position;
+  stream->source = kMemory;
+  detach_resource(env, &stream->resource);
+  close_descriptor(stream);
 }
 
 void destroy_stream(Environment* env, Stream*& stream) {
@@ -245,15 +265,19 @@ uint8_t* bs_map_pointer(Environment* env, Stream* stream, uint64_t count) {
 void bs_set_file_length(Environment* env, Stream* stream, uint64_t length) {
   require(env, stream != nullptr && stream->growable != 0 && stream->source != kMemory);
   stream->size = length;
+  struct stat status = {};
+  if (fstat(stream->descriptor, &status) != 0) refuse(env, stream, JPX_ERR_OPEN_FILE);
   bool is_set;
-  if (file_length(env, stream) < length) {
+  if (static_cast<uint64_t>(status.st_size) < length) {
     const char zero = 0;
     is_set = lseek(stream->descriptor, static_cast<off_t>(length - 1), SEEK_SET) >= 0 &&
              write(stream->descriptor, &zero, 1) == 1;
   } else {
-    is_set = ftruncate(stream->descriptor, static_cast<off_t>(length)) == 0;
+    // A device or pipe has no length that could be set.
+    is_set = ftruncate(stream->descriptor, static_cast<off_t>(length)) == 0 ||
+             (length == 0 && !S_ISREG(status.st_mode));
   }
-  if (!is_set) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
+  if (!is_set) refuse(env, stream, JPX_ERR_FILE_IO);
 }
 
 void bs_destroy(Environment* env, Stream* stream) {

@@ -52,6 +52,9 @@ void allocate_view(Environment* env, Stream* stream, uint64_t length);
 // Reads up to `length` bytes into the view's start; -1 when the system refuses the first of them.
 int64_t read_at(const Stream* stream, uint64_t length, uint64_t offset);
 
+// Raises what the system refused, or keeps it for the end of the library's own output.
+void refuse(Environment* env, Stream* stream, uint32_t code);
+
 // Writes a file writer's whole view at its offset.
 void flush_view(Environment* env, Stream* stream);
 

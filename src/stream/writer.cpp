@@ -8,6 +8,8 @@
 namespace kvjpx {
 namespace {
 
+constexpr uint64_t kOutputStep = 0x40000;  // 256 KiB
+
 Stream* make_writer(Environment* env, Source source, uint64_t view_size) {
   Stream* stream = make_stream(env, source, kWriter);
   stream->growable = 1;
@@ -34,15 +36,16 @@ void prepare_write(Environment* env, Stream* stream, uint64_t width) {
 }
 
 // Grows by exactly what the write needs, never by doubling: the size of a memory writer is what its
-// owner sees as the memory in use.
+// owner sees as the memory in use. (Nobody sees it of the library's own output.)
 void grow_memory(Environment* env, Stream* stream, uint64_t needed) {
   require(env, stream->owns_buffer != 0);
   const uint64_t written = position_of(stream);
   const uint64_t old_capacity = view_length(stream);
-  const uint64_t capacity = old_capacity + needed;
-  if (capacity < needed) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  const uint64_t step = larger(needed, stream->least_step);
+  const uint64_t capacity = old_capacity + step;
+  if (capacity < step) JPX_ErrorExit(env, JPX_ERR_MEMORY);
   auto* buffer = static_cast<uint8_t*>(reallocate(env, stream->buffer_start, capacity));
-  if (needed != 0) memset(buffer + old_capacity, 0, needed);
+  if (step != 0) memset(buffer + old_capacity, 0, step);
   set_view(stream, buffer, capacity, 0);
   stream->cursor += written;
   stream->size = capacity;
@@ -55,9 +58,9 @@ void grow_file(Environment* env, Stream* stream, uint64_t position, uint64_t vie
   allocate_view(env, stream, view);
   if (stream->size < position + view) bs_set_file_length(env, stream, position + view);
   const int64_t delivered = read_at(stream, view, position);
-  if (delivered < 0) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
-  const uint64_t missing = view - static_cast<uint64_t>(delivered);
-  if (missing != 0) memset(stream->buffer_start + delivered, 0, missing);
+  if (delivered < 0) refuse(env, stream, JPX_ERR_FILE_IO);
+  const uint64_t missing = delivered < 0 ? view : view - static_cast<uint64_t>(delivered);
+  if (missing != 0) memset(stream->buffer_start + (view - missing), 0, missing);
   set_view(stream, stream->buffer_start, view, position);
 }
 
@@ -68,8 +71,21 @@ void grow_mapping(Environment* env, Stream* stream, uint64_t position, uint64_t 
 
 }  // namespace
 
-Stream* make_file_writer(Environment* env, uint64_t view_size) {
-  return make_writer(env, kFile, view_size);
+Stream* make_output_writer(Environment* env, int32_t descriptor, uint64_t length) {
+  Stream* const stream = make_writer(env, descriptor < 0 ? kMemory : kFile, length);
+  stream->owns_buffer = descriptor < 0;
+  stream->descriptor = descriptor;
+  stream->least_step = larger(smaller(length, descriptor < 0 ? length : kOutputStep), 1);
+  detach_resource(env, &stream->resource);
+  return stream;
+}
+
+uint32_t finish_output_writer(Environment* env, Stream* stream) {
+  bs_set_eof(env, stream);
+  flush_view(env, stream);
+  drop_view(env, stream);
+  stream->descriptor = -1;
+  return stream->refusal;
 }
 
 extern "C" {
@@ -148,8 +164,10 @@ void bs_writer_grow(Environment* env, Stream* stream, uint64_t needed) {
     grow_memory(env, stream, needed);
     return;
   }
-  // The limit is 0 in every context, so a view is exactly what the write needs.
-  const uint64_t view = larger(smaller(env->stream_view_limit, stream->view_size), needed);
+  // The limit is 0 in every context, so a view is exactly what the write needs, but for the
+  // library's own output.
+  const uint64_t wanted = larger(needed, stream->least_step);
+  const uint64_t view = larger(smaller(env->stream_view_limit, stream->view_size), wanted);
   if (stream->source == kFile) grow_file(env, stream, position, view);
   if (stream->source == kMapped) grow_mapping(env, stream, position, view);
 }

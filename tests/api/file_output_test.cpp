@@ -1,69 +1,186 @@
 // Writing a file in place of another: the one that stands there is kept until the new one is
 // complete, and stays what it was to its neighbours.
+#include <fcntl.h>
+#include <grp.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
 
 #include "support/bytes.h"
 #include "support/files.h"
+#include "support/system_calls.h"
 #include "support/test_context.h"
 
 namespace kvjpx::test {
 namespace {
 
-uint32_t mode_of(const char* path) {
-  struct stat status;
-  return lstat(path, &status) == 0 ? status.st_mode : 0;
+namespace fs = std::filesystem;
+
+struct stat status_of(const char* path) {
+  struct stat status = {};
+  lstat(path, &status);
+  return status;
 }
 
+// A folder of its own for each test.
+class FolderTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    target = folder + "/target";
+  }
+  void TearDown() override { fs::remove_all(folder); }
+
+  std::string folder = testing::TempDir() + "kvjpx-XXXXXX";
+  std::string target;
+};
+
+// A file that a host holds open, and names by its descriptor.
+class Descriptor {
+ public:
+  explicit Descriptor(const char* path)
+      : descriptor_(open(path, O_RDWR)), path_("/dev/fd/" + std::to_string(descriptor_)) {}
+  ~Descriptor() { close(descriptor_); }
+  const char* path() const { return path_.c_str(); }
+
+ private:
+  int descriptor_;
+  std::string path_;
+};
+
+// Whether the file is replaced or has to be overwritten, the tree goes on with what it was loaded
+// from.
 TEST(FileOutput, MayBeTheMappedInput) {
   const std::string file = jp2_file() + box("jp2c", pattern(3 << 20));
   const TempFile input(file);
-  TestContext context;
-  ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), input.path()), JPX_OK);
-  uint32_t id = 0;
-  ASSERT_EQ(kv_jpx_add_box(context.get(), type_code("free"), 0, 1, &id), JPX_OK);
-  ASSERT_EQ(kv_jpx_get_output_image_file(context.get(), input.path()), JPX_OK);
-  EXPECT_EQ(input.contents(), file.substr(0, 12) + box("free") + file.substr(12));
-  // The tree still reads from the file that was there.
-  ASSERT_EQ(kv_jpx_delete_box(context.get(), id), JPX_OK);
-  ASSERT_EQ(kv_jpx_get_output_image_file(context.get(), input.path()), JPX_OK);
-  EXPECT_EQ(input.contents(), file);
+  const Descriptor held(input.path());
+  const std::string linked = std::string(input.path()) + ".link";
+  const struct {
+    const char* path;
+    SystemCall refused;  // at which call, 0 for none
+    size_t n;
+    bool is_replaced;
+  } ways[] = {{held.path(), kRename, 0, false},
+              {input.path(), kOpen, 2, false},    // no second file can be made
+              {input.path(), kRename, 1, false},  // as for a file that is mounted
+              {input.path(), kAttribute, 1, false},
+              {linked.c_str(), kRename, 0, false},
+              {input.path(), kRename, 0, true}};
+  for (const auto& [path, refused, n, is_replaced] : ways) {
+    SCOPED_TRACE(path);
+    if (path == linked) {
+      ASSERT_EQ(link(input.path(), path), 0);
+    }
+    const ino_t inode = status_of(input.path()).st_ino;
+    TestContext context;
+    ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), path), JPX_OK);
+    uint32_t id = 0;
+    ASSERT_EQ(kv_jpx_add_box(context.get(), type_code("free"), 0, 1, &id), JPX_OK);
+    fail_system_call(refused, n);
+    EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), path), JPX_OK);
+    EXPECT_EQ(has_system_call_failed(), n != 0);
+    EXPECT_TRUE(input.contents() == file.substr(0, 12) + box("free") + file.substr(12));
+    EXPECT_EQ(status_of(input.path()).st_ino != inode, is_replaced);
+    ASSERT_EQ(kv_jpx_delete_box(context.get(), id), JPX_OK);
+    ASSERT_EQ(kv_jpx_get_output_image_file(context.get(), path), JPX_OK);
+    EXPECT_TRUE(input.contents() == file);
+    if (path == linked) unlink(path);
+  }
 }
 
-TEST(FileOutput, KeepsOwnerModeAndLink) {
+TEST(FileOutput, KeepsOwnerModeAttributesAndLink) {
   const TempFile target("old");
   const uid_t owner = chown(target.path(), 4711, 4712) == 0 ? 4711 : getuid();
-  ASSERT_EQ(chmod(target.path(), 0640), 0);
+  ASSERT_EQ(chmod(target.path(), 06640), 0);
+  const bool has_attributes = setxattr(target.path(), "user.note", "kept", 4, 0) == 0;
   const std::string link = std::string(target.path()) + ".link";
-  ASSERT_EQ(symlink(target.path(), link.c_str()), 0);
+  const std::string name = target.path() + std::string(target.path()).rfind('/') + 1;
+  ASSERT_EQ(symlink(name.c_str(), link.c_str()), 0);
   TestContext context;
   ASSERT_EQ(context.load(jp2_file()), JPX_OK);
   EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), link.c_str()), JPX_OK);
-  EXPECT_TRUE(S_ISLNK(mode_of(link.c_str())));
-  EXPECT_EQ(mode_of(target.path()) & 07777, 0640u);
-  struct stat status;
-  ASSERT_EQ(stat(target.path(), &status), 0);
-  EXPECT_EQ(status.st_uid, owner) << "which only the superuser can keep";
+  EXPECT_TRUE(S_ISLNK(status_of(link.c_str()).st_mode));
+  EXPECT_EQ(status_of(target.path()).st_mode & 07777, 0640u) << "but not whom it acts as";
+  EXPECT_EQ(status_of(target.path()).st_uid, owner) << "which only the superuser can keep";
+  char note[4] = {};
+  EXPECT_TRUE(!has_attributes || getxattr(target.path(), "user.note", note, 4) == 4);
   EXPECT_EQ(target.contents(), jp2_file());
   unlink(link.c_str());
 }
 
-// The name leaves no room for a temporary one's ending.
-TEST(FileOutput, IsWrittenDirectlyWhereNoTemporaryFileCanBe) {
-  const TempFile original(jp2_file());
-  const std::string target = std::string(original.path()) + std::string(235, 'n');
-  ASSERT_EQ(link(original.path(), target.c_str()), 0);
+TEST_F(FolderTest, OutputInPlaceOfAnotherUsersIsOpenToNoOtherGroup) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can be several users";
+  ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+  const struct {
+    gid_t group;  // that the writer is in
+    gid_t kept;
+    mode_t mode;
+  } rows[] = {{4712, 4712, 0666}, {4713, 4714, 0606}};
+  for (const auto& [group, kept, mode] : rows) {
+    std::ofstream(target) << "old";
+    ASSERT_EQ(chown(target.c_str(), 4710, 4712), 0);
+    ASSERT_EQ(chmod(target.c_str(), 0666), 0);
+    TestContext context;
+    ASSERT_EQ(context.load(jp2_file()), JPX_OK);
+    ASSERT_TRUE(setgroups(1, &group) == 0 && setegid(4714) == 0 && seteuid(4711) == 0);
+    const int32_t result = kv_jpx_get_output_image_file(context.get(), target.c_str());
+    ASSERT_TRUE(seteuid(0) == 0 && setegid(0) == 0 && setgroups(0, nullptr) == 0);
+    EXPECT_EQ(result, JPX_OK);
+    EXPECT_EQ(status_of(target.c_str()).st_uid, 4711u);
+    EXPECT_EQ(status_of(target.c_str()).st_gid, kept);
+    EXPECT_EQ(status_of(target.c_str()).st_mode & 0777, mode);
+    fs::remove(target);
+  }
+}
+
+TEST_F(FolderTest, OutputThroughALinkThatMayNotBeFollowedIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can be several users";
+  ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+  fs::create_directory(folder + "/secret");
+  ASSERT_EQ(chmod((folder + "/secret").c_str(), 0700), 0);
+  fs::create_symlink("secret/file", target);
   TestContext context;
-  ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), target.c_str()), JPX_OK);
+  ASSERT_EQ(context.load(jp2_file()), JPX_OK);
+  ASSERT_EQ(seteuid(4711), 0);
   EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.c_str()), JPX_ERR_OPEN_FILE);
-  EXPECT_EQ(original.contents(), jp2_file()) << "a tree is not written over its own input";
-  ASSERT_EQ(context.load(box("free")), JPX_OK);
-  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.c_str()), JPX_OK);
-  EXPECT_EQ(original.contents(), box("free"));
-  unlink(target.c_str());
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_TRUE(fs::is_symlink(target));
+}
+
+TEST_F(FolderTest, FailedOutputRemovesNoFileOfSomebodyElse) {
+  TestContext context;
+  ASSERT_EQ(context.load(jp2_file()), JPX_OK);
+  size_t replaced = 0;
+  bool is_private = false;
+  fail_system_call(kClose, 1, [&] {
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      is_private |= fs::status(entry).permissions() == fs::perms(0600);
+      fs::rename(entry, entry.path().string() + ".gone");
+      std::ofstream(entry.path()) << "theirs";
+      ++replaced;
+    }
+  });
+  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.c_str()), JPX_ERR_FILE_IO);
+  EXPECT_EQ(replaced, 2u);
+  EXPECT_TRUE(is_private) << "until it is complete";
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 4);
+}
+
+TEST(FileOutput, OfManySmallBoxesTakesFewWrites) {
+  const TempFile target;
+  std::string file;
+  for (int i = 0; i < 10000; ++i) file += box("free", "1234");
+  TestContext context;
+  ASSERT_EQ(context.load(file), JPX_OK);
+  fail_system_call(kWrite, 10);
+  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), target.path()), JPX_OK);
+  fail_system_call(kWrite, 0);
+  EXPECT_TRUE(target.contents() == file);
 }
 
 TEST(FileOutput, RefusedPlaces) {
@@ -75,6 +192,8 @@ TEST(FileOutput, RefusedPlaces) {
     TestContext context;
     ASSERT_EQ(context.load(jp2_file()), JPX_OK);
     EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), path), code);
+    uint32_t id;
+    EXPECT_EQ(kv_jpx_get_next_box_id(context.get(), KV_JPX_ROOT, &id), JPX_OK) << "still there";
   }
 }
 

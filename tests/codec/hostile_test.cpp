@@ -102,6 +102,16 @@ TEST(Hostile, LimitsAreASetting) {
     kv_j2k_set_limits(codec, limit[0], limit[1], limit[2]);
     EXPECT_EQ(decode(codec, codestream), code);
   }
+  // What a decoding took is just what it has to be allowed.
+  uint64_t work = 0;
+  kv_j2k_get_work(codec, &work);
+  EXPECT_GE(work, 3u * 61 * 47);
+  kv_j2k_set_limits(codec, work, 1, kEnough);
+  EXPECT_EQ(decode(codec, codestream), 0);
+  kv_j2k_set_limits(codec, work - 1, 1, kEnough);
+  EXPECT_EQ(decode(codec, codestream), KV_J2K_ERR_LIMIT);
+  kv_j2k_get_work(codec, &work);
+  EXPECT_EQ(work, 0u);
 }
 
 TEST(Hostile, ALargePictureIsDecodedInParts) {

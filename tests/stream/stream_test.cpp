@@ -294,6 +294,8 @@ TEST(FileWriter, RaisesTheSystemsRefusals) {
     EXPECT_EQ(code_of([&](Environment* e) { bs_destroy(e, open(e, "/", 100)); }), 0);
     EXPECT_EQ(write_to("/"), JPX_ERR_OPEN_FILE);
     EXPECT_EQ(write_to("/dev/full"), JPX_ERR_FILE_IO);
+    EXPECT_EQ(code_of([&](Environment* e) { bs_set_eof(e, open(e, "/dev/null", 100)); }), 0)
+        << "it has no length";
   }
 }
 

@@ -17,18 +17,21 @@ namespace {
 
 size_t calls_until_failure[kSystemCalls];
 bool has_failed;
+std::function<void()> meanwhile_action;
 
 bool fails(SystemCall call) {
   if (calls_until_failure[call] == 0 || --calls_until_failure[call] != 0) return false;
   has_failed = true;
-  errno = EIO;
+  if (meanwhile_action) meanwhile_action();
+  errno = call == kReserve ? ENOSPC : EIO;
   return true;
 }
 
 }  // namespace
 
-void fail_system_call(SystemCall call, size_t n) {
+void fail_system_call(SystemCall call, size_t n, const std::function<void()>& meanwhile) {
   calls_until_failure[call] = n;
+  meanwhile_action = meanwhile;
   has_failed = false;
 }
 
@@ -70,6 +73,31 @@ ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   if (descriptor > 2 && fails(kWrite)) return -1;
   return syscall(SYS_write, descriptor, buffer, count);
+}
+
+off_t lseek(int descriptor, off_t offset, int origin) noexcept {
+  if (fails(kSeek)) return -1;
+  return syscall(SYS_lseek, descriptor, offset, origin);
+}
+
+int ftruncate(int descriptor, off_t length) noexcept {
+  if (fails(kTruncate)) return -1;
+  return static_cast<int>(syscall(SYS_ftruncate, descriptor, length));
+}
+
+int fallocate(int descriptor, int mode, off_t offset, off_t length) {
+  if (fails(kReserve)) return -1;
+  return static_cast<int>(syscall(SYS_fallocate, descriptor, mode, offset, length));
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+  if (fails(kAttribute)) return -1;
+  return static_cast<int>(syscall(SYS_fchmod, descriptor, mode));
+}
+
+ssize_t flistxattr(int descriptor, char* names, size_t size) noexcept {
+  if (fails(kAttribute)) return -1;
+  return syscall(SYS_flistxattr, descriptor, names, size);
 }
 
 void* mmap(void* address, size_t length, int protection, int flags, int descriptor,

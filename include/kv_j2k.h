@@ -4,7 +4,8 @@
  * One handle takes one picture at a time, either a JPEG 2000 codestream (ISO/IEC 15444-1, Annex A;
  * the bare codestream, not a JP2 file) or raw samples, and delivers it as raw samples or encoded.
  * libkvjpx imports these functions from libkvj2k.so by name, so a host can put a library of its own
- * in that place; kv_j2k_get_error_text and kv_j2k_set_limits are then not needed.
+ * in that place; kv_j2k_get_error_text, kv_j2k_get_version_text, kv_j2k_set_limits and
+ * kv_j2k_get_work are then not needed.
  *
  * Functions return 0 or one of the codes of kv_j2k_error; none throws, prints or ends the process.
  * One handle is used by one thread at a time; separate handles are independent of each other.
@@ -80,6 +81,9 @@ enum kv_j2k_output_type {
   KV_J2K_OUTPUT_JP2 = 77
 };
 
+/** The versions of the codec and of OpenJPEG in it, for people. Never null; valid for good. */
+KV_J2K_API const char* kv_j2k_get_version_text(void);
+
 /** Makes a handle; the caller owns it: kv_j2k_destroy. Returns 0; 1; 3 when codec is null. */
 KV_J2K_API int32_t kv_j2k_create(void** codec);
 
@@ -97,7 +101,7 @@ KV_J2K_API const char* kv_j2k_get_error_text(void* codec);
  * are more, plus a charge for tiles, precincts, code-blocks and packets. (One unit is about 8 bytes
  * of memory and, on one core, at most about 100 ns.) Work up to `free` is always allowed, work
  * beyond `max` never, and in between the codestream must have one byte for every `max_per_byte` of
- * it.
+ * it. Each codestream is judged for itself (kv_j2k_get_work).
  *
  * For each argument 0 stands for the default.
  *   max            default 2^28 (268 435 456; an RGB picture of 9400 x 9400)
@@ -107,6 +111,11 @@ KV_J2K_API const char* kv_j2k_get_error_text(void* codec);
  */
 KV_J2K_API int32_t kv_j2k_set_limits(void* codec, uint64_t max, uint64_t max_per_byte,
                                      uint64_t free);
+
+/** Tells the work of the last decoding, in the unit of kv_j2k_set_limits, also of one that failed
+ * on the way; 0 when the limits refused it or nothing has been decoded. Who decodes many
+ * codestreams of one origin bounds their sum by it. Returns 0; 2; 3 when work is null. */
+KV_J2K_API int32_t kv_j2k_get_work(void* codec, uint64_t* work);
 
 /**
  * Takes a JPEG 2000 codestream. The handle keeps its own copy. The headers are read and judged
@@ -201,8 +210,8 @@ KV_J2K_API int32_t kv_j2k_get_output_image(void* codec, void** data, uint32_t* l
 
 /** As kv_j2k_get_output_image, into a file, which is created or overwritten once the output is
  * ready. A regular file that stands there is replaced only once the new one is complete; meanwhile
- * a file named like it with seven characters more stands beside it. (Only where no such file can be
- * made is it overwritten in place.) A new file is removed again when it fails.
+ * a private file .kvjpx-XXXXXX stands beside it. (Where no such file can be made, or the old one
+ * cannot be replaced, it is overwritten.) A new file is removed again when it fails.
  *
  * Returns besides: 21, and then no file is touched; 100; 102. */
 KV_J2K_API int32_t kv_j2k_get_output_image_file(void* codec, const char* path);

@@ -1,0 +1,123 @@
+// Filters what goes to a terminal.
+#include "terminal.h"
+
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+#include <thread>
+
+#include "descriptor.h"
+#include "failure.h"
+#include "value.h"
+
+namespace kvjpx_tool {
+namespace {
+
+// The user's character set, for this thread and scope alone: elsewhere the program compares names
+// and writes numbers as in the "C" locale.
+class UserCharacters {
+ public:
+  UserCharacters() : users_(newlocale(LC_CTYPE_MASK, "", nullptr)) {
+    if (users_) before_ = uselocale(users_);
+  }
+  ~UserCharacters() {
+    if (!users_) return;
+    uselocale(before_);
+    freelocale(users_);
+  }
+  UserCharacters(const UserCharacters&) = delete;
+  UserCharacters& operator=(const UserCharacters&) = delete;
+
+ private:
+  locale_t users_;
+  locale_t before_ = nullptr;
+};
+
+// How many bytes at the beginning of a text are one character that may pass; 0 when none may.
+size_t passing_length(std::string_view text) {
+  if (text[0] == '\n' || text[0] == '\t') return 1;
+  if (text.substr(0, 2) == "\r\n") return 2;
+  wchar_t character = 0;
+  std::mbstate_t state = {};
+  const size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
+  const bool is_character = length > 0 && length <= text.size();
+  return is_character && std::iswprint(static_cast<wint_t>(character)) ? length : 0;
+}
+
+// Takes the place of a descriptor for a while and passes on what is written to it, line by line.
+class Filter {
+ public:
+  explicit Filter(int descriptor) : descriptor_(descriptor), real_(dup(descriptor)) {
+    int ends[2];
+    if (real_.get() < 0 || pipe(ends) != 0) throw system_failure("standard output", "cannot write");
+    dup2(ends[1], descriptor_);
+    close(ends[1]);
+    thread_ = std::thread([this, source = ends[0]] { pass_on(source); });
+  }
+  ~Filter() {
+    // Closes the pipe's only writing end, which ends the thread.
+    dup2(real_.get(), descriptor_);
+    thread_.join();
+  }
+  Filter(const Filter&) = delete;
+  Filter& operator=(const Filter&) = delete;
+
+ private:
+  void pass_on(int source) const {
+    FILE* const lines = fdopen(source, "r");
+    char* line = nullptr;
+    size_t room = 0;
+    for (ssize_t length; (length = getline(&line, &room, lines)) > 0;) {
+      const std::string text = printable({line, static_cast<size_t>(length)});
+      // A terminal that has gone away is told by the signal that comes with it.
+      for (size_t done = 0; done < text.size();) {
+        const ssize_t written = write(real_.get(), text.data() + done, text.size() - done);
+        if (written <= 0) break;
+        done += static_cast<size_t>(written);
+      }
+    }
+    std::free(line);
+    std::fclose(lines);
+  }
+
+  const int descriptor_;
+  const Descriptor real_;
+  std::thread thread_;
+};
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+  const UserCharacters characters;
+  std::string result;
+  while (!text.empty()) {
+    const size_t length = passing_length(text);
+    if (length > 0) {
+      result += text.substr(0, length);
+    } else {
+      result += "\\x" + to_hex(text.substr(0, 1));
+    }
+    text.remove_prefix(length > 0 ? length : 1);
+  }
+  return result;
+}
+
+std::string text_for(int descriptor, std::string_view text) {
+  return isatty(descriptor) ? printable(text) : std::string(text);
+}
+
+void print_filtered(const std::function<void()>& print) {
+  if (!isatty(STDOUT_FILENO)) {
+    print();
+    return;
+  }
+  std::fflush(stdout);
+  const Filter filter(STDOUT_FILENO);
+  print();
+  std::fflush(stdout);
+}
+
+}  // namespace kvjpx_tool
