@@ -106,7 +106,7 @@ KV_JPX_API int32_t kv_jpx_create_with_memory_manager(kv_jpx_context** out, void*
 KV_JPX_API int32_t kv_jpx_destroy(kv_jpx_context* context);
 
 /** Stores five values of pointer size with the context. The library never calls or reads them;
- *  they are kept for hosts that look them up in the context's memory record. Returns 0. */
+ *  they are there for code that looks them up in the context's memory record. Returns 0. */
 KV_JPX_API int32_t kv_jpx_register_callbacks(kv_jpx_context* context, void* first, void* second,
                                              void* third, void* fourth, void* fifth);
 
@@ -438,8 +438,8 @@ KV_JPX_API int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id);
 /**
  * Fetches the payload of an opaque box as a block that the caller releases with kv_jpx_free. Prints
  * one line of four numbers (length, position, source, whether the box owns its source) on standard
- * output, which hosts use to follow large reads; kv_jpx_get_box_field_buffer with
- * JPX_FIELD_JP2C_DATA does the same silently.
+ * output (kept for compatibility; without it, nothing would be printed);
+ * kv_jpx_get_box_field_buffer with JPX_FIELD_JP2C_DATA does the same silently.
  *
  * length, data  receive the size in bytes and the block (null when the payload is empty).
  * Returns 0; 3 for an unknown identifier or a null length or data; 4 when the box is not opaque or

@@ -112,23 +112,33 @@ enum kv_jpx_enum_cs {
 #define JPX_FIELD_COLR_APPROX 0x3A367A02u
 /** Enumerated colourspace, METH 1: enum kv_jpx_enum_cs. */
 #define JPX_FIELD_COLR_EnumCS 0xEF45D07Fu
-/** Parameters of CIELab, METH 1 and EnumCS 14: range (R) and offset (O) of L, a and b, in units of
- * the samples, and the illuminant. 32 bits each. They can be set, but are neither read nor written.
- */
+/** Range of L, a parameter of CIELab (METH 1, EnumCS 14), 32 bits, as any of them. Parameters can
+ * be set, but are neither read nor written. */
 #define JPX_FIELD_COLR_RL 0x5BB3E4FCu
+/** Offset of L, in the same way. */
 #define JPX_FIELD_COLR_OL 0x5D6E666Bu
+/** Range of a. */
 #define JPX_FIELD_COLR_RA 0x5BB3E4F1u
+/** Offset of a. */
 #define JPX_FIELD_COLR_OA 0x5D6E6666u
+/** Range of b. */
 #define JPX_FIELD_COLR_RB 0x5BB3E4F2u
+/** Offset of b. */
 #define JPX_FIELD_COLR_OB 0x5D6E6665u
+/** Illuminant of CIELab: a four-character code such as 0x00443530 (D50), or CT and a temperature in
+ * kelvin. */
 #define JPX_FIELD_COLR_IL 0x5D4FE1EDu
-/** Parameters of CIEJab, METH 1 and EnumCS 19: range and offset of J, a and b, as those of CIELab.
- */
+/** Range of J, a parameter of CIEJab (METH 1, EnumCS 19), as those of CIELab. */
 #define JPX_FIELD_COLR_JAB_RJ 0x48144550u
+/** Offset of J. */
 #define JPX_FIELD_COLR_JAB_OJ 0x48609003u
+/** Range of a. */
 #define JPX_FIELD_COLR_JAB_RA 0x4814455Bu
+/** Offset of a. */
 #define JPX_FIELD_COLR_JAB_OA 0x48609008u
+/** Range of b. */
 #define JPX_FIELD_COLR_JAB_RB 0x48144558u
+/** Offset of b. */
 #define JPX_FIELD_COLR_JAB_OB 0x4860900Bu
 /** ICC profile, METH 2 and 3, as ISO 15076-1 (ICC.1) has it; bytes of element size 1. */
 #define JPX_FIELD_COLR_ICC 0x3DFEE9E0u
@@ -138,15 +148,19 @@ enum kv_jpx_enum_cs {
 #define JPX_FIELD_COLR_VENDOR_DATA 0x66914D74u
 
 /* resc and resd: capture and default display resolution (15444-1, I.5.3.7). */
-/** Vertical resolution, in samples of the reference grid a metre: VR_N / VR_D x 10^VR_E.
- * Numerator and denominator 1 to 65535; the exponent is set as -128 to 127 (a 64-bit number in
- * two's complement) and got as 0 to 255. The keys serve resc and resd boxes. */
+/** Numerator of the vertical resolution, in samples of the reference grid a metre: VR_N / VR_D x
+ * 10^VR_E. 1 to 65535. The keys serve resc and resd boxes. */
 #define JPX_FIELD_RESC_VR_N 0xC933A5B0u
+/** Denominator of the vertical resolution: 1 to 65535. */
 #define JPX_FIELD_RESC_VR_D 0xC933A5BAu
+/** Exponent of the vertical resolution, to the base of 10: set as -128 to 127 (a 64-bit number in
+ * two's complement), got as 0 to 255. */
 #define JPX_FIELD_RESC_VR_E 0xC933A5BBu
-/** Horizontal resolution, in the same way. */
+/** Numerator of the horizontal resolution, in the same way. */
 #define JPX_FIELD_RESC_HR_N 0x2475C5EAu
+/** Denominator of the horizontal resolution. */
 #define JPX_FIELD_RESC_HR_D 0x2475C5E0u
+/** Exponent of the horizontal resolution. */
 #define JPX_FIELD_RESC_HR_E 0x2475C5E1u
 
 /* pclr: palette (15444-1, I.5.3.4). */
@@ -224,7 +238,7 @@ enum kv_jpx_opct_type {
 #define JPX_FIELD_RREQ_DCM 0x3C56DCDDu
 /** Number of standard features: 0 to 65535. */
 #define JPX_FIELD_RREQ_NSF 0x3F0A4620u
-/** Standard feature, a number of ISO/IEC 15444-2, table M.14: 0 to 65535. */
+/** Standard feature, a number from ISO/IEC 15444-2, M.11: 0 to 65535. */
 #define JPX_FIELD_RREQ_SF 0x177A2D49u
 /** Mask of the standard feature: its bit in FUAM and DCM; range as FUAM. */
 #define JPX_FIELD_RREQ_SM 0x17C678F8u
@@ -348,7 +362,7 @@ enum kv_jpx_roid_type { KV_JPX_RTYP_RECTANGLE = 0, KV_JPX_RTYP_ELLIPSE = 1 };
 #define JPX_FIELD_ROID_RLCX 0x337CACEBu
 /** Vertical place of the same: top edge or centre. */
 #define JPX_FIELD_ROID_RLCY 0x336D6A2Cu
-/** Width of the region, of an ellipse from its centre; in samples, 0 to 4294967295. */
+/** Width of the region, in samples: 0 to 4294967295. */
 #define JPX_FIELD_ROID_RWDT 0xDBBA51A5u
 /** Height of the same. */
 #define JPX_FIELD_ROID_RHT 0xF980B220u

@@ -9,8 +9,9 @@ namespace {
 
 constexpr uint32_t kVersion = 1000200;
 constexpr char kBanner[] = "JPX by Kovra v. 1.0.2 for Win32";
-// What an ended query reports and what it then takes differ by one, so a caller that offers just
-// the reported size is refused once more; hosts allocate one byte more and have the size checked.
+// Kept for compatibility: what an ended query reports and what it then takes differ by one, so a
+// caller that offers just the reported size is refused once more. Were they equal, it would
+// succeed.
 constexpr uint32_t kReportedBannerSize = 32;
 constexpr uint32_t kSmallestBannerSize = 33;
 static_assert(sizeof(kBanner) == 32, "the banner is copied with its terminating zero");

@@ -10,8 +10,8 @@ namespace kvjpx {
 namespace {
 
 // What an output type means is the codec's business, but for the JPX file itself. The image
-// header makes no difference: a depth above 8 bits never widens the choice, and 78, 80 and 83 to 88
-// are refused for every image, because hosts offer their users exactly this list.
+// header makes no difference. Kept for compatibility: 78, 80 and 83 to 88 are refused for every
+// image, of whatever depth. Without it, they would reach the codec.
 bool is_output_type(int32_t type) {
   constexpr int32_t kTypes[] = {64, 66, 67, 68, 69, 70, 71, 72, KV_JPX_OUTPUT_JPX,
                                 75, 77, 79, 89, 128};

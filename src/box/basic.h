@@ -23,8 +23,8 @@ DestroyFn release_payload;
 // Copies the payload to a buffer that has room for it.
 void copy_payload(BasicBox* box, Environment* env, void* destination);
 
-// The operations of a field that is the payload. The opaque boxes' answers 3, not 5, to a buffer
-// without its size: kept for compatibility, callers may tell payloads from other fields by it.
+// The operations of a field that is the payload. Kept for compatibility: that of opaque boxes
+// answers 3 to a buffer without its size. Without it, the answer would be 5 as from other fields.
 int32_t count_payload(const Field& field, Box* box, uint64_t* count, uint32_t* element_size);
 int32_t set_payload(const Field& field, Box* box, Environment* env, const BufferSource& source);
 int32_t get_payload(const Field& field, Box* box, Environment* env, const BufferRequest& request);

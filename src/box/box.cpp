@@ -119,8 +119,8 @@ void jpx_remove_box(Box* box) {
   unlink_box(box);
 }
 
-// The box that follows keeps pointing back at the box in front, not at the inserted one: outside
-// users of this function walk backwards past what they inserted.
+// Kept for compatibility: the box that follows keeps pointing back at the box in front, not at the
+// inserted one. Without it, walking backwards would come by the inserted box.
 void jpx_insert_box(Box* box, Box* after) {
   note_outside_change();
   box->next = after->next;

@@ -58,9 +58,10 @@ struct Box {
   SetBufferFieldFn* set_buffer_field;
   GetBufferFieldFn* get_buffer_field;
 };
-static_assert(offsetof(Box, id) == 8 && offsetof(Box, parent) == 16, "hosts walk trees by offset");
+static_assert(offsetof(Box, id) == 8 && offsetof(Box, parent) == 16,
+              "the record's layout is part of the interface");
 static_assert(sizeof(void*) != 8 || (offsetof(Box, length) == 40 && offsetof(Box, print) == 72),
-              "hosts call operations by offset");
+              "the record's layout is part of the interface");
 
 // The operations that a box type brings, in the order of jpx_make_box.
 struct BoxOperations {

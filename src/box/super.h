@@ -13,7 +13,7 @@ struct SuperBox : Box {
 };
 
 // Containers nested deeper (the root not counted) are refused: printing, searching and destroying
-// recurse, and threads of host applications have small stacks.
+// recurse, and a thread's stack may be small.
 constexpr uint32_t kMaxDepth = 256;
 
 // Reads boxes up to the current read limit and links them behind the children that are there. Every

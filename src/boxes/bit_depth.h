@@ -4,10 +4,9 @@
 #define KVJPX_BOXES_BIT_DEPTH_H_
 
 #include "box/box.h"
+#include "kvjpx_fields.h"
 
 namespace kvjpx {
-
-constexpr uint8_t kDepthsVary = 255;
 
 inline uint32_t depth_of(uint8_t byte) { return (byte & 127u) + 1; }
 inline const char* sign_text(uint8_t byte) { return byte > 127 ? " (signed)" : ""; }
@@ -15,7 +14,7 @@ inline const char* sign_text(uint8_t byte) { return byte > 127 ? " (signed)" : "
 // Depths 1 to 38 of either sign, or 255. The mask drops bit 0; as 37 is odd, that lets exactly the
 // depths up to 38 through.
 inline bool is_bit_depth(const Box*, uint64_t value) {
-  return value <= 255 && (value == kDepthsVary || (value & 0x7E) <= 37);
+  return value <= 255 && (value == KV_JPX_BPC_VARIES || (value & 0x7E) <= 37);
 }
 
 }  // namespace kvjpx

@@ -33,7 +33,7 @@ void jpx_bpcc_print(Box* box) {
   const EntryList& depths = static_cast<BpccBox*>(box)->depths;
   for (uint32_t i = 0; i < depths.count; ++i) {
     const uint8_t byte = depths.entries[i];
-    if (byte == kDepthsVary) {
+    if (byte == KV_JPX_BPC_VARIES) {
       printf("BPC[%u]: bitdepth varies\n", i);
     } else {
       printf("BPC[%u]: %u%s\n", i, depth_of(byte), sign_text(byte));

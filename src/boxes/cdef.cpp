@@ -8,12 +8,10 @@
 namespace kvjpx {
 namespace {
 
-constexpr uint16_t kUnspecified = 65535;
-
 struct Definition {
   uint16_t channel;
-  uint16_t type;         // 0 colour, 1 opacity, 2 pre-multiplied opacity, 65535 unspecified
-  uint16_t association;  // 0 whole image, 65535 none, else the colour's number
+  uint16_t type;
+  uint16_t association;
 };
 
 struct CdefBox : Box {
@@ -25,7 +23,7 @@ bool is_count(const Box*, uint64_t value) { return static_cast<uint16_t>(value) 
 
 bool is_channel_type(const Box*, uint64_t value) {
   const auto type = static_cast<uint16_t>(value);
-  return type <= 2 || type == kUnspecified;
+  return type <= KV_JPX_TYP_PREMULTIPLIED_OPACITY || type == KV_JPX_TYP_UNSPECIFIED;
 }
 
 // Kept for compatibility: a get takes one index more than there are definitions and reads zeros

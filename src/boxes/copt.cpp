@@ -8,8 +8,6 @@
 namespace kvjpx {
 namespace {
 
-constexpr uint8_t kForever = 255;
-
 struct CoptBox : Box {
   uint32_t height;  // of the rendered result
   uint32_t width;
@@ -27,7 +25,7 @@ void jpx_copt_print(Box* box) {
   print_heading(box);
   printf("Rendered result HEIGHT: %u\n", self->height);
   printf("Rendered result WIDTH:  %u\n", self->width);
-  if (self->loop == kForever) {
+  if (self->loop == KV_JPX_LOOP_FOREVER) {
     puts("Repetition count: infinite");
   } else {
     printf("Repetition count: %u\n", self->loop);

@@ -13,7 +13,6 @@ namespace kvjpx {
 namespace {
 
 constexpr uint64_t kMaxComponents = 16384;
-constexpr uint64_t kJpeg2000 = 7;
 
 struct IhdrBox : Box {
   uint32_t height;
@@ -29,7 +28,7 @@ bool is_component_count(const Box*, uint64_t value) {
   return value >= 1 && value <= kMaxComponents;
 }
 
-bool is_jpeg2000(const Box*, uint64_t value) { return value == kJpeg2000; }
+bool is_jpeg2000(const Box*, uint64_t value) { return value == KV_JPX_C_JPEG2000; }
 
 // HEIGHT and WIDTH are tested in full and stored as their low 32 bits.
 constexpr Field kFields[] = {
@@ -76,7 +75,7 @@ void jpx_ihdr_print(Box* box) {
   printf("HEIGHT: %u\n", self->height);
   printf("WIDTH: %u\n", self->width);
   printf("NC: %u\n", self->components);
-  if (self->bit_depth == kDepthsVary) {
+  if (self->bit_depth == KV_JPX_BPC_VARIES) {
     puts("BPC: bitdepth varies");
   } else {
     printf("BPC: %u%s\n", depth_of(self->bit_depth), sign_text(self->bit_depth));

@@ -87,14 +87,10 @@ struct Group {
   uint16_t bit;  // of Ityp
   FieldRows rows;
 };
-constexpr uint16_t kOffsets = 0x01;
-constexpr uint16_t kScaling = 0x02;
-constexpr uint16_t kPersistence = 0x08;
-constexpr uint16_t kCropping = 0x20;
-constexpr Group kGroups[] = {{kOffsets, {kFields + 3, 2}},
-                             {kScaling, {kFields + 5, 2}},
-                             {kPersistence, {kFields + 7, 3}},
-                             {kCropping, {kFields + 10, 4}}};
+constexpr Group kGroups[] = {{KV_JPX_ITYP_OFFSETS, {kFields + 3, 2}},
+                             {KV_JPX_ITYP_SCALING, {kFields + 5, 2}},
+                             {KV_JPX_ITYP_PERSISTENCE, {kFields + 7, 3}},
+                             {KV_JPX_ITYP_CROPPING, {kFields + 10, 4}}};
 static_assert(kGroups[0].rows.first->key == JPX_FIELD_INST_XO &&
                   kGroups[3].rows.end() == kFields + sizeof(kFields) / sizeof(kFields[0]),
               "the groups are the rows from XO to the last");
@@ -126,13 +122,13 @@ void render_instructions(Box* box, Environment* env, Stream* stream) {
 
 void print_instruction(const Box* box, uint32_t k, const Instruction& entry) {
   printf("INST[%u]:\n", k);
-  if (has(box, kOffsets)) printf("  XO=%u YO=%u\n", entry.x_offset, entry.y_offset);
-  if (has(box, kScaling)) printf("  WIDTH=%u HEIGHT=%u\n", entry.width, entry.height);
-  if (has(box, kPersistence)) {
+  if (has(box, KV_JPX_ITYP_OFFSETS)) printf("  XO=%u YO=%u\n", entry.x_offset, entry.y_offset);
+  if (has(box, KV_JPX_ITYP_SCALING)) printf("  WIDTH=%u HEIGHT=%u\n", entry.width, entry.height);
+  if (has(box, KV_JPX_ITYP_PERSISTENCE)) {
     printf("  PERSIST=%s LIFE=%u NEXT-USE=%u\n", entry.persists ? "yes" : "no", entry.life,
            entry.next_use);
   }
-  if (has(box, kCropping)) {
+  if (has(box, KV_JPX_ITYP_CROPPING)) {
     printf("  XC=%u YC=%u WC=%u HC=%u\n", entry.x_crop, entry.y_crop, entry.width_crop,
            entry.height_crop);
   }
@@ -142,10 +138,10 @@ void jpx_inst_print(Box* box) {
   print_heading(box);
   printf("Ityp includes: ");
   if (inst(box)->types == 0) printf("no instructions");
-  if (has(box, kOffsets)) printf("offsets ");
-  if (has(box, kScaling)) printf("scaling ");
-  if (has(box, kPersistence)) printf("persistence ");
-  if (has(box, kCropping)) printf("cropping");
+  if (has(box, KV_JPX_ITYP_OFFSETS)) printf("offsets ");
+  if (has(box, KV_JPX_ITYP_SCALING)) printf("scaling ");
+  if (has(box, KV_JPX_ITYP_PERSISTENCE)) printf("persistence ");
+  if (has(box, KV_JPX_ITYP_CROPPING)) printf("cropping");
   printf("\n");
   const EntryList& instructions = *instructions_of(box);
   for (uint32_t k = 0; k < instructions.count; ++k) {

@@ -11,9 +11,6 @@
 namespace kvjpx {
 namespace {
 
-constexpr uint8_t kOpacity = 0;
-constexpr uint8_t kPremultiplied = 1;
-constexpr uint8_t kChromaKey = 2;
 constexpr uint64_t kFreshChannels = 2;
 constexpr uint32_t kValueSize = sizeof(int64_t);
 
@@ -24,20 +21,20 @@ struct OpctBox : Box {
 
 OpctBox* opct(Box* box) { return static_cast<OpctBox*>(box); }
 EntryList* values_of(Box* box) { return &opct(box)->values; }
-bool has_chroma_key(Box* box) { return opct(box)->opacity_type == kChromaKey; }
+bool has_chroma_key(Box* box) { return opct(box)->opacity_type == KV_JPX_OTYP_CHROMA_KEY; }
 
 void start_values(Environment* env, EntryList* values, uint64_t count) {
   list_release(env, values);
   list_resize(env, values, kValueSize, static_cast<uint8_t>(count));
 }
 
-// Kept for compatibility: a change to 0 or 1 is made and answered with 4 nonetheless. Callers that
-// take the 4 for the answer to a box without a chroma key would see a success instead.
+// Kept for compatibility: a change to 0 or 1 is made and answered with 4 nonetheless. Without it,
+// the same calls would answer 0.
 int32_t set_opacity_type(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
-  if (value > kChromaKey) return JPX_ERR_INVALID_ARGUMENT;
+  if (value > KV_JPX_OTYP_CHROMA_KEY) return JPX_ERR_INVALID_ARGUMENT;
   opct(box)->opacity_type = static_cast<uint8_t>(value);
-  if (value != kChromaKey) {
+  if (value != KV_JPX_OTYP_CHROMA_KEY) {
     list_release(env, values_of(box));
     return JPX_ERR_NO_SUCH_FIELD;
   }
@@ -151,9 +148,9 @@ void release_key(Box* box, Environment* env) { list_release(env, values_of(box))
 // change every print-out with such a box.
 void jpx_opct_print(Box* box) {
   print_heading(box);
-  if (opct(box)->opacity_type == kOpacity) {
+  if (opct(box)->opacity_type == KV_JPX_OTYP_OPACITY) {
     printf("The last channel of the compositing layer contains the opacity.");
-  } else if (opct(box)->opacity_type == kPremultiplied) {
+  } else if (opct(box)->opacity_type == KV_JPX_OTYP_PREMULTIPLIED_OPACITY) {
     printf("The last channel of the compositing layer contains pre-multiplied opacity.");
   } else if (has_chroma_key(box)) {
     printf("Chroma-key value for full transparency:");

@@ -235,8 +235,8 @@ void** jpx_internal_Alloc2D(Environment* env, uint32_t rows, uint32_t columns,
                             uint32_t element_size, uint8_t zero_fill) {
   if (rows == 0 || columns == 0 || element_size == 0) return nullptr;
   auto** table = static_cast<void**>(allocate(env, rows * sizeof(void*)));
-  // The element count wraps at 32 bits while the stride does not: outside callers, whom this
-  // serves, know it like that and keep their tables below. In larger ones rows point past the
+  // Kept for compatibility: the element count wraps at 32 bits while the stride does not. Without
+  // the wrap, larger tables would need the memory that they name. In them, rows point past the
   // block, so these are numbers until a caller follows them.
   const uint32_t count = rows * columns;
   const size_t size = size_t{count} * element_size;

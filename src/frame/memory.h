@@ -21,7 +21,7 @@ namespace kvjpx {
 // every allocation and release.
 struct MemoryManager {
   void* user_data;
-  void* callbacks[5];  // kept for the host; never called
+  void* callbacks[5];  // kept for the caller; never called
   void* (*allocate)(void* user_data, size_t size);
   void (*release)(void* user_data, void* block);
 };

@@ -44,10 +44,10 @@ void refill_from_mapping(Environment* env, Stream* stream, uint64_t needed) {
   map_view(env, stream, position, smaller(reach, stream->size) - position, PROT_READ);
 }
 
-// The file offset counts the view's offset twice. It is the position as long as that offset is 0,
-// that is, for the first two views; further on it leaps ahead, and what is read there differs from
-// what a mapping of the same file would give. Hosts that feed files larger than 8 MiB in this way
-// have come to depend on which bytes they get.
+// Kept for compatibility: the file offset counts the view's offset twice. It is the position as
+// long as that offset is 0, that is, for the first two views; further on it leaps ahead. Counted
+// once, files larger than 8 MiB that are read in this way would give other bytes, those of a
+// mapping.
 uint32_t refill_from_file(Environment* env, Stream* stream, uint64_t needed) {
   const uint64_t offset = position_of(stream) + stream->buffer_offset;
   if (offset >= stream->size) return 0;

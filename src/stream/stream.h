@@ -51,7 +51,7 @@ struct Stream {
 static_assert(sizeof(void*) != 8 ||
                   (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&
                    offsetof(Stream, view_size) == 72 && offsetof(Stream, owns_buffer) == 88),
-              "hosts that drive streams of their own know them by offset");
+              "the record's layout is part of the interface");
 
 extern "C" {
 

@@ -151,8 +151,8 @@ void bs_write_memcpy(Environment* env, Stream* stream, const void* source, uint6
   stream->cursor += count;
 }
 
-// The bound of a writer is one byte stricter than a reader's: growing a bounded buffer up to its
-// very end is refused as well, and callers size their buffers for writes that fit without growth.
+// Kept for compatibility: the bound of a writer is one byte stricter than a reader's. With the
+// reader's bound, a bounded buffer could be grown up to its very end, which is refused.
 void bs_writer_grow(Environment* env, Stream* stream, uint64_t needed) {
   require(env, stream != nullptr && stream->direction == kWriter);
   const uint64_t position = position_of(stream);
@@ -183,9 +183,9 @@ void bs_write_from_bs(Environment* env, Stream* destination, Stream* source, uin
     const uint64_t chunk = smaller(step, left);
     prepare_write(env, destination, chunk);
     if (chunk > available(source)) {
-      // The source's view is taken anew from its first byte, not from the cursor. With a source
-      // that is one view (memory, a whole mapping, a small file) this never happens; with a larger
-      // one the copy starts over at the view's start, which is what readers of such copies expect.
+      // Kept for compatibility: the source's view is taken anew from its first byte, not from the
+      // cursor. With a source that is one view (memory, a whole mapping, a small file) this never
+      // happens; taken from the cursor, copies from larger ones would hold other bytes.
       bs_map_range(env, source, source->buffer_offset, chunk);
       if (chunk > available(source)) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
     }
