@@ -72,8 +72,7 @@ class Worker:
                 old.unlink()
         for name in files:
             self.put(name, (TOP / name).read_bytes(), (TOP / name).stat().st_mode)
-        self.call(["cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                   "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w"], check=True)
+        self.cmake("-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w")
         if self.build(*PRODUCTS, *TESTS, *REPLAYS) != 0:
             sys.exit(f"{self.tree} does not build")
         self.seconds = {}
@@ -90,12 +89,12 @@ class Worker:
             path.write_bytes(content)
             path.chmod(mode)
 
-    def call(self, command, check=False):
-        return subprocess.run(command, cwd=self.tree, stdout=subprocess.DEVNULL, check=check,
-                              stderr=None if check else subprocess.DEVNULL).returncode
+    def cmake(self, *arguments):
+        return subprocess.run(["cmake", *arguments], cwd=self.tree, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL).returncode
 
     def build(self, *targets):
-        return self.call(["cmake", "--build", "build", "--target", *targets])
+        return self.cmake("--build", "build", "--target", *targets)
 
     def run(self, test, seconds):
         """The exit code of a test program; a mutant may take neither all memory nor all day."""
@@ -126,9 +125,9 @@ class Worker:
                 return "not built"
             if any(self.run(test, self.seconds[test]) for test, seen in TESTS.items() if folder in seen):
                 return "killed"
-            if folder not in TESTS["kvjpx_tests"] or self.build(*REPLAYS) != 0:
-                return "survived"
-            return "killed" if any(self.run(test, self.seconds[test]) for test in REPLAYS) else "survived"
+            is_linked = folder in TESTS["kvjpx_tests"] and self.build(*REPLAYS) == 0
+            is_killed = is_linked and any(self.run(test, self.seconds[test]) for test in REPLAYS)
+            return "killed" if is_killed else "survived"
         finally:
             self.put(path, original.encode())
 
@@ -140,11 +139,8 @@ def main():
     parser.add_argument("--again", type=pathlib.Path, help="the mutants of this list instead")
     parser.add_argument("--jobs", type=int, default=1, help="copies of the tree to work in")
     options = parser.parse_args()
-    known = {}
-    if options.again:
-        for row in options.again.read_text().splitlines():
-            verdict, path, number, before, after = row.split("\t")
-            known[path, int(number), before, after] = verdict
+    rows = [row.split("\t") for row in options.again.read_text().splitlines()] if options.again else []
+    known = {(path, int(number), before, after): verdict for verdict, path, number, before, after in rows}
     paths = sorted(p.relative_to(TOP).as_posix() for folder in FOLDERS for p in (TOP / folder).rglob("*.cpp"))
     mutants = list(known) or [m for path in paths for m in mutants_of(path)]
     if not known and options.sample < len(mutants):
