@@ -132,7 +132,6 @@ TEST(FieldInfo, IsTheGoldenTable) {
   EXPECT_EQ(kv_jpx_get_field_info(0, nullptr), JPX_ERR_INVALID_ARGUMENT);
 }
 
-constexpr uint64_t k32Bits = 0xFFFFFFFF;
 constexpr uint64_t kAbove32Bits = 0x100000000;
 TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
   kv_jpx_field_info info;
