@@ -16,7 +16,7 @@ namespace kvjpx {
 namespace {
 
 constexpr int32_t kRawPlanes = 64;  // the codec's type: one byte a sample, plane by plane
-constexpr uint32_t kRawBits = 24;   // handed on with the composed image as it has always been
+constexpr uint32_t kRawBits = 24;   // handed on with the composed image
 constexpr uint32_t kCodestream = code("jp2c");
 constexpr uint64_t kMaxPayload = 0xFFFFFFFF;
 
@@ -156,9 +156,9 @@ Box* take_codestream(Decoding* decoding) {
   return codestreams.boxes[decoding->next_codestream++];
 }
 
-// Decodes the next codestream to the place given. An instruction that begins behind the region is
-// skipped without using up its codestream, which the next instruction then takes: composed files
-// leave such instructions for frames that are not shown.
+// Decodes the next codestream to the place given. Kept for compatibility: an instruction that
+// begins behind the region is skipped without using up its codestream, which the next instruction
+// then takes. Without it, that instruction would show the codestream after.
 void compose(Decoding* decoding, Codestream stream) {
   void* decoded = nullptr;
   if (!begins_behind_region(decoding->image, stream)) {

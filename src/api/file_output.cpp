@@ -14,6 +14,8 @@ struct FileOutput {
   Environment* env;
   Stream* writer;
   Stream* input;
+  bool has_content;  // written by other means than the writer
+  uint32_t refusal;  // of that
 };
 
 namespace {
@@ -42,7 +44,11 @@ void keep_input(kvjpx_common::OutputFile* file) {
 uint32_t write_and_complete(Environment* env, FileOutput* output) {
   kvjpx_common::OutputFile* const file = &output->file;
   Stream* const writer = output->writer;
-  if (file->staged >= 0) {
+  if (output->has_content) {
+    file->is_changed = file->is_changed || file->staged < 0;
+    if (output->refusal != JPX_OK) return output->refusal;
+    if (file->staged < 0) return JPX_OK;
+  } else if (file->staged >= 0) {
     const uint32_t refusal = finish_output_writer(env, writer);
     if (refusal != JPX_OK) return refusal;
   } else {
@@ -68,6 +74,16 @@ FileOutput* open_output(Environment* env, const char* path, uint64_t length, Str
   output->writer = make_output_writer(env, output->file.staged, length);
   *writer = output->writer;
   return output;
+}
+
+int32_t sequential_descriptor(const FileOutput* output) {
+  const kvjpx_common::OutputFile& file = output->file;
+  return file.staged >= 0 || file.is_regular ? file.staged : file.target;
+}
+
+void note_content(FileOutput* output, uint32_t result) {
+  output->has_content = true;
+  output->refusal = result;
 }
 
 int32_t finish_output(Environment* env, FileOutput* output) {

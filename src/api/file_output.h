@@ -15,6 +15,13 @@ struct FileOutput;
 FileOutput* open_output(Environment* env, const char* path, uint64_t length, Stream* input,
                         Stream** writer);
 
+// Where the content may be written from its first byte to its last instead of to the writer; -1
+// where it must go to the writer, as the file can't be touched before it is complete.
+int32_t sequential_descriptor(const FileOutput* output);
+
+// Says how such writing ended: 0, or the code for what the system refused.
+void note_content(FileOutput* output, uint32_t result);
+
 // Completes the output; an error exit before this removes what was made for it. Returns 100 or 102
 // when the system refused something before the file was changed; later that is an error exit.
 int32_t finish_output(Environment* env, FileOutput* output);

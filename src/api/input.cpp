@@ -45,11 +45,15 @@ int32_t kv_jpx_set_input_image(kv_jpx_context* context, const void* data, uint64
 }
 
 int32_t kv_jpx_set_input_image_file(kv_jpx_context* context, const char* path) {
-  return set_input(context, [&](Environment* env) { return open_regular_file(env, kFile, path); });
+  return set_input(context, [&](Environment* env) {
+    return context->keeps_everything != 0 ? open_whole_file(env, path)
+                                          : open_regular_file(env, kFile, path);
+  });
 }
 
 int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const char* path) {
   return set_input(context, [&](Environment* env) {
+    if (context->keeps_everything != 0) return open_whole_file(env, path);
     Stream* const stream = open_regular_file(env, kMapped, path);
     bs_map_pointer(env, stream, stream->size);
     return stream;

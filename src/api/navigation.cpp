@@ -19,7 +19,7 @@ int32_t kv_jpx_get_next_box_id_by_type(kv_jpx_context* context, uint32_t type, u
 
 int32_t kv_jpx_get_box_count_by_type(kv_jpx_context* context, uint32_t type, uint32_t* out) {
   return guarded_with_input(context, [&](Context& live) -> int32_t {
-    if (out != nullptr) *out = jpx_count_boxes_of_type(live.root, type);
+    if (out != nullptr) *out = index_count(&live.environment, live.index, type);
     return JPX_OK;
   });
 }

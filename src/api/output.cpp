@@ -2,7 +2,7 @@
 // images are in decoding.cpp.
 #include "api/decoding.h"
 #include "api/file_output.h"
-#include "box/box.h"
+#include "box/kept_writer.h"
 #include "frame/guard.h"
 #include "kvjpx.h"
 
@@ -41,8 +41,47 @@ int32_t write_to_memory(Context& context, void** data, uint64_t* length) {
   return JPX_OK;
 }
 
+bool keeps_everything(const Context& context) { return context.index->keeps_everything != 0; }
+
+int32_t write_kept(Context& context, void** data, uint64_t* length) {
+  Environment* const env = &context.environment;
+  uint64_t needed;
+  KeptOutput* output = plan_kept_output(env, context.index, context.input, &needed);
+  const bool is_given = *data != nullptr;
+  const bool fits = !is_given || *length >= needed;
+  if (fits) {
+    void* const buffer = is_given ? *data : allocate(env, needed);
+    write_kept_to_memory(output, static_cast<uint8_t*>(buffer));
+    *data = buffer;
+  }
+  *length = needed;
+  end_kept_output(output);
+  return fits ? JPX_OK : JPX_ERR_BUFFER_TOO_SMALL;
+}
+
+int32_t write_kept_file(Context& context, const char* path) {
+  Environment* const env = &context.environment;
+  uint64_t length;
+  KeptOutput* content = plan_kept_output(env, context.index, context.input, &length);
+  Stream* writer = nullptr;
+  FileOutput* const output = open_output(env, path, 0, context.input, &writer);
+  if (output != nullptr) {
+    const int32_t descriptor = sequential_descriptor(output);
+    if (descriptor >= 0) {
+      note_content(output, write_kept_to_file(content, descriptor) ? JPX_OK : JPX_ERR_FILE_IO);
+    } else if (length != 0) {
+      bs_writer_grow(env, writer, length);
+      write_kept_to_memory(content, writer->cursor);
+      writer->cursor += length;
+    }
+  }
+  end_kept_output(content);
+  return output == nullptr ? JPX_ERR_OPEN_FILE : finish_output(env, output);
+}
+
 int32_t write_to_file(Context& context, const char* path) {
   Environment* const env = &context.environment;
+  if (keeps_everything(context)) return write_kept_file(context, path);
   Box* const root = context.root;
   Stream* writer = nullptr;
   FileOutput* const output = open_output(env, path, root->length(root), context.input, &writer);
@@ -67,8 +106,9 @@ int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type) {
 int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length) {
   return guarded_with_input(context, [&](Context& live) -> int32_t {
     if (data == nullptr || length == nullptr) return JPX_ERR_INVALID_ARGUMENT;
-    return live.output_type == KV_JPX_OUTPUT_JPX ? write_to_memory(live, data, length)
-                                                 : decode_to_memory(live, data, length);
+    if (live.output_type != KV_JPX_OUTPUT_JPX) return decode_to_memory(live, data, length);
+    return keeps_everything(live) ? write_kept(live, data, length)
+                                  : write_to_memory(live, data, length);
   });
 }
 

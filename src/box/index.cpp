@@ -31,61 +31,87 @@ void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
   if (id >= index->count) index->count = id + 1;
 }
 
-// The chain of a type, or the free place for it.
-TypeChain* chain_of(const BoxIndex& index, uint32_t type) {
-  const uint32_t mask = index.chain_capacity - 1;
-  uint32_t place = type * 0x9E3779B1u >> 7 & mask;
-  while (index.chains[place].is_used && index.chains[place].type != type) {
+// No two numbers become the same one, and no row of them with equal steps comes out in order.
+uint32_t scrambled(uint32_t number) {
+  number = (number ^ number >> 16) * 0x85EBCA6Bu;
+  number = (number ^ number >> 13) * 0xC2B2AE35u;
+  return number ^ number >> 16;
+}
+
+// The tree of a type, or the free place for it.
+TypeTree* tree_of(const BoxIndex& index, uint32_t type) {
+  const uint32_t mask = index.tree_capacity - 1;
+  uint32_t place = scrambled(type) & mask;
+  while (index.trees[place].is_used && index.trees[place].type != type) {
     place = (place + 1) & mask;
   }
-  return index.chains + place;
+  return index.trees + place;
 }
 
 // Keeps at least half of the table free. False when memory is short.
-bool provide_chain(Environment* env, BoxIndex* index) {
-  if (index->chain_count * 2 < index->chain_capacity) return true;
-  const uint32_t old_capacity = index->chain_capacity;
-  TypeChain* old = index->chains;
+bool provide_tree(Environment* env, BoxIndex* index) {
+  if (index->tree_count * 2 < index->tree_capacity) return true;
+  const uint32_t old_capacity = index->tree_capacity;
+  TypeTree* old = index->trees;
   const uint32_t capacity = old_capacity != 0 ? old_capacity * 2 : kSmallestTable;
-  void* const fresh = try_allocate_zeroed(env, capacity * sizeof(TypeChain));
+  void* const fresh = try_allocate_zeroed(env, capacity * sizeof(TypeTree));
   if (fresh == nullptr) return false;
-  index->chains = static_cast<TypeChain*>(fresh);
-  index->chain_capacity = capacity;
+  index->trees = static_cast<TypeTree*>(fresh);
+  index->tree_capacity = capacity;
   for (uint32_t i = 0; i < old_capacity; ++i) {
-    if (old[i].is_used) *chain_of(*index, old[i].type) = old[i];
+    if (old[i].is_used) *tree_of(*index, old[i].type) = old[i];
   }
   release(env, old);
   return true;
 }
 
-// False when memory is short.
-bool append_to_chain(Environment* env, BoxIndex* index, uint32_t id) {
-  if (!provide_chain(env, index)) return false;
+bool is_above(uint32_t id, uint32_t other) { return scrambled(id) > scrambled(other); }
+
+// The identifier is larger than all in the tree, so all that is below it is to its left. False when
+// memory is short.
+bool add_to_tree(Environment* env, BoxIndex* index, uint32_t id) {
+  if (!provide_tree(env, index)) return false;
   BoxEntry& entry = entry_of(*index, id);
-  TypeChain* const chain = chain_of(*index, entry.type);
-  if (!chain->is_used) {
-    *chain = {entry.type, kNoId, kNoId, kNoId, true};
-    ++index->chain_count;
+  TypeTree* const tree = tree_of(*index, entry.type);
+  if (!tree->is_used) {
+    *tree = {entry.type, kNoId, 0, true};
+    ++index->tree_count;
   }
-  entry.previous_of_type = chain->last;
-  entry.next_of_type = kNoId;
-  if (chain->last != kNoId) {
-    entry_of(*index, chain->last).next_of_type = id;
-  } else {
-    chain->first = chain->answered = id;
-  }
-  chain->last = id;
+  uint32_t* link = &tree->root;
+  while (*link != kNoId && is_above(*link, id)) link = &entry_of(*index, *link).right;
+  entry.left = *link;
+  entry.right = kNoId;
+  *link = id;
+  ++tree->count;
   return true;
 }
 
-void take_out_of_chain(BoxIndex* index, uint32_t id) {
+void take_from_tree(BoxIndex* index, uint32_t id) {
+  if (index->tree_count == 0) return;
   const BoxEntry& entry = entry_of(*index, id);
-  TypeChain* const chain = chain_of(*index, entry.type);
-  const uint32_t next = entry.next_of_type;
-  const uint32_t previous = entry.previous_of_type;
-  (previous != kNoId ? entry_of(*index, previous).next_of_type : chain->first) = next;
-  (next != kNoId ? entry_of(*index, next).previous_of_type : chain->last) = previous;
-  if (chain->answered == id) chain->answered = next != kNoId ? next : previous;
+  TypeTree* const tree = tree_of(*index, entry.type);
+  uint32_t* link = tree->is_used ? &tree->root : nullptr;
+  while (link != nullptr && *link != id) {
+    if (*link == kNoId) return;
+    BoxEntry& above = entry_of(*index, *link);
+    link = id < *link ? &above.left : &above.right;
+  }
+  if (link == nullptr) return;
+  uint32_t left = entry.left;
+  uint32_t right = entry.right;
+  while (left != kNoId && right != kNoId) {
+    if (is_above(left, right)) {
+      *link = left;
+      link = &entry_of(*index, left).right;
+      left = *link;
+    } else {
+      *link = right;
+      link = &entry_of(*index, right).left;
+      right = *link;
+    }
+  }
+  *link = left != kNoId ? left : right;
+  --tree->count;
 }
 
 // Also finds the last child of every container anew.
@@ -102,17 +128,17 @@ void enter_children(BoxIndex* index, SuperBox* parent) {
   }
 }
 
-// Chains the boxes anew. False when memory is short.
-bool chain_all(Environment* env, BoxIndex* index) {
-  if (index->chain_count != 0) {
-    memset(index->chains, 0, index->chain_capacity * sizeof(TypeChain));
-    index->chain_count = 0;
+// Builds the trees of the types anew. False when memory is short.
+bool build_trees(Environment* env, BoxIndex* index) {
+  if (index->tree_count != 0) {
+    memset(index->trees, 0, index->tree_capacity * sizeof(TypeTree));
+    index->tree_count = 0;
   }
   for (uint32_t id = 0; id < index->count; ++id) {
     BoxEntry& entry = entry_of(*index, id);
     if (entry.box == nullptr) continue;
     entry.type = entry.box->type;
-    if (!append_to_chain(env, index, id)) return false;
+    if (!add_to_tree(env, index, id)) return false;
   }
   return true;
 }
@@ -125,29 +151,22 @@ void bring_up_to_date(Environment* env, BoxIndex* index) {
   for (uint32_t id = 0; id < index->count; ++id) entry_of(*index, id).box = nullptr;
   index->has_strangers = false;
   enter_children(index, static_cast<SuperBox*>(index->root));
-  if (!chain_all(env, index)) {
+  if (!build_trees(env, index)) {
     index->has_strangers = true;
     return;  // tried again next time
   }
   index->seen_changes = changes;
 }
 
-// The box with the smallest identifier above `after` in a chain. Callers ask on from the answer
-// before, so this takes a step or two.
-Box* search_chain(const BoxIndex& index, TypeChain* chain, uint32_t after) {
-  uint32_t id = chain->answered;
-  if (id == kNoId) return nullptr;
-  while (id <= after) {
-    chain->answered = id;
-    id = entry_of(index, id).next_of_type;
-    if (id == kNoId) return nullptr;
+// The box with the smallest identifier above `after` in a tree; null for none.
+Box* search_tree(const BoxIndex& index, const TypeTree& tree, uint32_t after) {
+  Box* found = nullptr;
+  for (uint32_t id = tree.is_used ? tree.root : kNoId; id != kNoId;) {
+    const BoxEntry& entry = entry_of(index, id);
+    if (id > after) found = entry.box;
+    id = id > after ? entry.left : entry.right;
   }
-  for (uint32_t previous;
-       previous = entry_of(index, id).previous_of_type, previous != kNoId && previous > after;) {
-    id = previous;
-  }
-  chain->answered = id;
-  return entry_of(index, id).box;
+  return found;
 }
 
 }  // namespace
@@ -163,7 +182,7 @@ void destroy_index(Environment* env, BoxIndex*& index) {
   if (index == nullptr) return;
   for (uint32_t i = 0; i < index->chunk_count; ++i) release(env, index->chunks[i]);
   release(env, index->chunks);
-  release(env, index->chains);
+  release(env, index->trees);
   list_release(env, &index->findings);
   release(env, index);
 }
@@ -173,17 +192,20 @@ BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
 }
 
 BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
+  const bool has_come_round = id < index->count;
   provide_entry(env, index, id);
   BoxEntry& entry = entry_of(*index, id);
-  // Identifiers that have come round to a box that is still there.
-  if (entry.box != nullptr) index->has_strangers = true;
   entry.type = type;
-  if (!append_to_chain(env, index, id)) JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  if (has_come_round) {
+    index->has_strangers = true;
+  } else if (!add_to_tree(env, index, id)) {
+    JPX_ErrorExit(env, JPX_ERR_MEMORY);
+  }
   return &entry;
 }
 
 void index_settle(BoxIndex* index, uint32_t id, Box* box) {
-  if (box == nullptr) take_out_of_chain(index, id);
+  if (box == nullptr) take_from_tree(index, id);
   entry_of(*index, id).box = box;
 }
 
@@ -194,7 +216,7 @@ void index_forget(BoxIndex* index, Box* box) {
   }
   mark_block(box, kPlain);
   if (box->id >= index->count || entry_of(*index, box->id).box != box) return;
-  take_out_of_chain(index, box->id);
+  take_from_tree(index, box->id);
   entry_of(*index, box->id).box = nullptr;
 }
 
@@ -224,8 +246,16 @@ Box* index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32
   Box* const root = index->root;
   if (index->has_strangers) return root->find_by_type(root, type, after);
   Box* const found =
-      index->chain_count != 0 ? search_chain(*index, chain_of(*index, type), after) : nullptr;
+      index->tree_count != 0 ? search_tree(*index, *tree_of(*index, type), after) : nullptr;
   return found != nullptr ? found : jpx_generic_find_by_type(root, type, after);
+}
+
+uint32_t index_count(Environment* env, BoxIndex* index, uint32_t type) {
+  bring_up_to_date(env, index);
+  Box* const root = index->root;
+  if (index->has_strangers || root->next != nullptr) return jpx_count_boxes_of_type(root, type);
+  const uint32_t count = index->tree_count != 0 ? tree_of(*index, type)->count : 0;
+  return count + (root->type == type ? 1 : 0);
 }
 
 }  // namespace kvjpx

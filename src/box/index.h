@@ -16,8 +16,8 @@ constexpr uint32_t kNoId = kRoot;
 struct BoxEntry {
   Box* box;  // null: no box of the tree has this identifier
   uint32_t type;
-  uint32_t next_of_type;  // the chain of the boxes of one type, by identifier; kNoId ends it
-  uint32_t previous_of_type;
+  uint32_t left;  // in the tree of its type; kNoId: nothing
+  uint32_t right;
   uint16_t flags;          // bits of kv_jpx_box_flags
   uint16_t header_length;  // 0: the box is not from the input
   // Where the box stands in the input: its header, and how long its content is. The tail is the
@@ -27,12 +27,13 @@ struct BoxEntry {
   uint64_t tail_length;
 };
 
-struct TypeChain {
+// The boxes of one type as a search tree by identifier. What is above what follows from a scrambled
+// identifier (a treap), so the tree is flat whatever is added, deleted and searched in which order.
+struct TypeTree {
   uint32_t type;
-  uint32_t first;  // kNoId: the chain is empty
-  uint32_t last;
-  uint32_t answered;  // what was found last, and where the next search starts
-  bool is_used;       // else a free place of the table
+  uint32_t root;   // kNoId: the tree is empty
+  uint32_t count;  // of boxes
+  bool is_used;    // else a free place of the table
 };
 
 struct BoxIndex {
@@ -45,10 +46,10 @@ struct BoxIndex {
   BoxEntry** chunks;
   uint32_t chunk_capacity;
   uint32_t chunk_count;
-  uint32_t count;     // identifiers below have an entry
-  TypeChain* chains;  // a hash table
-  uint32_t chain_capacity;
-  uint32_t chain_count;
+  uint32_t count;   // identifiers below have an entry
+  TypeTree* trees;  // a hash table
+  uint32_t tree_capacity;
+  uint32_t tree_count;
   uint64_t seen_changes;  // by other code, when the entries were last right
   bool has_strangers;  // identifiers that are not the index's own, or given twice: search instead
 };
@@ -76,6 +77,9 @@ void index_note_change(BoxIndex* index, const Box* box);
 // What a search through the tree would find; null for nothing. No search fails for memory.
 Box* index_find(Environment* env, BoxIndex* index, uint32_t id);
 Box* index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after);
+
+// What jpx_count_boxes_of_type counts from the root on.
+uint32_t index_count(Environment* env, BoxIndex* index, uint32_t type);
 
 }  // namespace kvjpx
 

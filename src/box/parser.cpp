@@ -23,8 +23,8 @@ struct Header {
   uint64_t end;  // absolute position behind the content
 };
 
-// Garbage behind the last box can look like a header. A box that does not end where its container
-// does is believed when its type is one that people write.
+// Garbage can look like a header. A box without a length is believed when its type is one that
+// people write, and one that is cut short when its type is known.
 bool is_plausible(uint32_t type) {
   for (uint32_t rest = type; rest != 0; rest >>= 8) {
     if ((rest & 0xFF) < ' ' || (rest & 0xFF) > '~') return false;
@@ -74,8 +74,8 @@ Trouble read_header(Environment* env, Stream* stream, Header* header) {
     return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
   }
   if (length <= room) return kNoTrouble;
-  if (keeps && !is_plausible(header->type)) {
-    return trouble_at(KV_JPX_FINDING_TRAILING, *header, length, room);
+  if (keeps && find_box_type(header->type) == nullptr) {
+    return trouble_at(KV_JPX_FINDING_TRAILING, *header, 0, left);
   }
   header->flags |= KV_JPX_BOX_CUT_SHORT;
   return trouble_at(KV_JPX_FINDING_CUT_SHORT, *header, length, room);

@@ -45,8 +45,8 @@ struct Stream {
   uint8_t keeps_everything;
   uint8_t content_is_bad;  // the reader of the box could not take its content
   uint64_t unread;         // bytes at the end of the content that the reader did not take
-  uint64_t least_step;        // writers of the library's own output: bytes to grow by at least
-  uint32_t refusal;           // what the system refused such a writer first; it does not raise it
+  uint64_t least_step;     // writers of the library's own output: bytes to grow by at least
+  uint32_t refusal;        // what the system refused such a writer first; it does not raise it
 };
 static_assert(sizeof(void*) != 8 ||
                   (offsetof(Stream, buffer_start) == 16 && offsetof(Stream, size) == 40 &&
@@ -134,6 +134,10 @@ void take_into_memory(Environment* env, Stream* stream);
 // As bs_reader_from_file or _mmap, for a regular file only: anything else is refused with 100, also
 // a pipe that nobody writes to, without waiting.
 Stream* open_regular_file(Environment* env, Source source, const char* path);
+
+// A reader of a regular file that has all of it in one view: mapped, or read where the system does
+// not map it.
+Stream* open_whole_file(Environment* env, const char* path);
 
 // Raises 18 when somebody has cut the mapped file so short that the bytes are gone: touching them
 // would end the process.

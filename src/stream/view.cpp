@@ -160,8 +160,8 @@ void flush_view(Environment* env, Stream* stream) {
   if (!is_written) refuse(env, stream, JPX_ERR_FILE_IO);
 }
 
-void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length,
-              int protection) {
+bool try_map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length,
+                  int protection) {
   drop_view(env, stream);
   const uint64_t base = position & ~(stream->alignment - 1);
   const uint64_t present = file_length(env, stream);
@@ -171,14 +171,30 @@ void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t leng
   stream->view_is_read_only = 0;
   if (mapped == 0) {
     set_view(stream, nullptr, 0, position);
-    return;
+    return true;
   }
   void* const mapping =
       mmap(nullptr, mapped, protection, MAP_SHARED, stream->descriptor, static_cast<off_t>(base));
-  if (mapping == MAP_FAILED) JPX_ErrorExit(env, JPX_ERR_FILE_IO);
+  if (mapping == MAP_FAILED) return false;
   stream->mapped_length = mapped;
   set_view(stream, static_cast<uint8_t*>(mapping), mapped, base);
   stream->cursor += position - base;
+  return true;
+}
+
+void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length,
+              int protection) {
+  if (!try_map_view(env, stream, position, length, protection)) {
+    JPX_ErrorExit(env, JPX_ERR_FILE_IO);
+  }
+}
+
+Stream* open_whole_file(Environment* env, const char* path) {
+  Stream* const stream = open_regular_file(env, kMapped, path);
+  if (try_map_view(env, stream, 0, stream->size, PROT_READ)) return stream;
+  take_into_memory(env, stream);
+  stream->size = view_length(stream);
+  return stream;
 }
 
 void require_present(Environment* env, const Stream* stream, uint64_t position, uint64_t count) {

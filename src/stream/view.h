@@ -59,7 +59,10 @@ void refuse(Environment* env, Stream* stream, uint32_t code);
 void flush_view(Environment* env, Stream* stream);
 
 // Maps `length` bytes and more, from the page that holds the position up to `length` behind it, but
-// never past the file's present end; leaves the cursor on the position.
+// never past the file's present end; leaves the cursor on the position. try_map_view is false where
+// the system does not map it.
+bool try_map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length,
+                  int protection);
 void map_view(Environment* env, Stream* stream, uint64_t position, uint64_t length, int protection);
 
 }  // namespace kvjpx

@@ -243,6 +243,9 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
       if (expected != nullptr) {
         ASSERT_EQ(found, expected->id);
       }
+      const uint32_t counted = below(8) == 0 ? KV_JPX_ROOT : type;
+      ASSERT_EQ(kv_jpx_get_box_count_by_type(document.get(), counted, &found), JPX_OK);
+      ASSERT_EQ(found, jpx_count_boxes_of_type(root, counted));
     }
   }
   // A second box with an identifier that is taken.
