@@ -161,9 +161,9 @@ KV_JPX_API int32_t kv_jpx_set_input_image_mapped(kv_jpx_context* context, const 
  *   box whose content its type's reader cannot take is an opaque box of that type. Loading fails
  *   for memory, for the system's refusals and for null arguments only. kv_jpx_get_finding tells
  *   what a strict reader would have refused.
- * - Written without a change, the file is the same, byte for byte. After a change, the changed boxes
- *   are written anew, the containers above them get new lengths, and every other byte stays. When a
- *   change is undone, the original bytes come back.
+ * - Written without a change, the file is the same, byte for byte. After a change, the changed
+ * boxes are written anew, the containers above them get new lengths, and every other byte stays.
+ * When a change is undone, the original bytes come back.
  * - Boxes are read with their fields wherever they stand, and may be added wherever ISO/IEC 15444-1
  *   and 15444-2 put them. Fields mean what these standards say.
  *
