@@ -62,6 +62,8 @@ struct Scenario {
   std::vector<std::string> lines;
 };
 
+void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.where; }
+
 std::vector<Scenario> scenarios() {
   std::vector<Scenario> result;
   for (const char* const file : {"program", "decode"}) {
