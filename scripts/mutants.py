@@ -112,7 +112,7 @@ class Worker:
             return process.wait()
 
     def verdict(self, path, number, before, after):
-        original = (TOP / path).read_text()
+        original = (TOP / path).read_text() if (TOP / path).exists() else ""
         lines = original.splitlines(keepends=True)
         same = [i for i, line in enumerate(lines) if line.rstrip("\n") == before]
         if not same:
