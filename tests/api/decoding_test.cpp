@@ -1,5 +1,6 @@
 // Decoding: what the codec is asked for, how codestreams are composed, and that nothing is written
 // outside the image or left behind, whatever the codec does.
+#include <array>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,12 @@ std::string composition(const std::string& jp2h, const std::vector<Place>& place
   return file;
 }
 
+// A file of one picture of this size.
+std::string single(uint32_t width, uint32_t height, uint32_t components, uint32_t value) {
+  return composition(header(width, height, components), {},
+                     {picture(width, height, components, value)});
+}
+
 class DecodingTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -41,8 +48,7 @@ class DecodingTest : public ::testing::Test {
 
   // A file of one picture of this size.
   void load(uint32_t width, uint32_t height, uint32_t components, uint32_t value) {
-    load(composition(header(width, height, components), {},
-                     {picture(width, height, components, value)}));
+    load(single(width, height, components, value));
   }
   void load(const std::string& file) { ASSERT_EQ(context_.load(file), JPX_OK); }
 
@@ -56,6 +62,15 @@ class DecodingTest : public ::testing::Test {
       EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
     }
     return image;
+  }
+
+  std::string decode_part(const std::string& file, const std::array<uint64_t, 4>& region,
+                          int16_t level = 1, int32_t flag = 0) {
+    load(file);
+    kv_jpx_set_input_jpx_region_level(context_.get(), region[0], region[1], region[2], region[3]);
+    kv_jpx_set_input_jpx_resolution_level(context_.get(), level, flag);
+    codec().calls.clear();
+    return decode();
   }
 
   TestContext context_;
@@ -79,16 +94,16 @@ TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
   EXPECT_EQ(std::vector<std::string>(codec().calls.end() - 3, codec().calls.end()), file_calls);
 }
 
-TEST_F(DecodingTest, LevelsBelowTwoAreNotHandedOn) {
-  load(2, 2, 1, 5);
-  kv_jpx_set_input_jpx_resolution_level(context_.get(), 1, 0);
-  EXPECT_EQ(decode(), std::string(4, 5));
-  const std::vector<std::string> calls = {"region 0 0 2 2", "type 64"};
-  EXPECT_EQ(std::vector<std::string>(codec().calls.begin() + 3, codec().calls.begin() + 5), calls);
-}
-
-TEST_F(DecodingTest, RegionTooLargeForMemory) {
-  load(8, 8, 1, 1);
+TEST_F(DecodingTest, Parts) {
+  // Levels below two are not handed on.
+  EXPECT_EQ(decode_part(single(2, 2, 1, 5), {}), std::string(4, 5));
+  EXPECT_EQ(codec().calls[4], "type 64");
+  // An image area that ends before the region is not decoded.
+  const std::string left = composition(header(8, 4, 1), {}, {picture(8, 6, 1, 9, 3, 1)});
+  EXPECT_EQ(decode_part(left, {5, 0, 0, 0}), std::string(3 * 4, 0));
+  EXPECT_EQ(codec().calls[3], "free 0");
+  decode_part(composition(header(8, 4, 1), {}, {picture(9, 4, 1, 9, 0, 3)}), {0, 1, 0, 0});
+  EXPECT_EQ(codec().calls[3], "free 0");
   // A left beyond the image wraps the width around, to more than there is memory for.
   context_.allocator().set_largest_block(1 << 20);
   kv_jpx_set_input_jpx_region_level(context_.get(), 9, 0, 0, 0);
@@ -98,35 +113,29 @@ TEST_F(DecodingTest, RegionTooLargeForMemory) {
   EXPECT_EQ(data, nullptr);
 }
 
-TEST_F(DecodingTest, ImageAreaThatEndsBeforeTheRegionIsNotDecoded) {
-  load(composition(header(8, 4, 1), {}, {picture(8, 6, 1, 9, 3, 1)}));
-  kv_jpx_set_input_jpx_region_level(context_.get(), 5, 0, 0, 0);
-  EXPECT_EQ(decode(), std::string(3 * 4, 0));
-  EXPECT_EQ(codec().calls[3], "free 0");
-  load(composition(header(8, 4, 1), {}, {picture(9, 4, 1, 9, 0, 3)}));
-  kv_jpx_set_input_jpx_region_level(context_.get(), 0, 1, 0, 0);
-  codec().calls.clear();
-  decode();
-  EXPECT_EQ(codec().calls[3], "free 0");
-}
-
-TEST_F(DecodingTest, LaterInstructionsOverwriteEarlierOnes) {
-  load(composition(header(4, 3, 1), {{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)}));
-  EXPECT_EQ(decode(), bytes({1, 1, 1, 1, 1, 1, 7, 7, 1, 1, 7, 7}));
-}
-
-TEST_F(DecodingTest, SkippedInstructionLeavesItsCodestreamToTheNext) {
-  load(composition(header(2, 1, 1), {{50, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)}));
-  EXPECT_EQ(decode(), bytes({4, 4}));
+TEST_F(DecodingTest, Compositions) {
+  const auto decoded = [this](const std::string& jp2h, const std::vector<Place>& places,
+                              const std::vector<std::string>& pictures) {
+    return decode_part(composition(jp2h, places, pictures), {});
+  };
+  // Later instructions overwrite earlier ones; missing ones place at the corner.
+  EXPECT_EQ(decoded(header(4, 3, 1), {{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)}),
+            bytes({1, 1, 1, 1, 1, 1, 7, 7, 1, 1, 7, 7}));
+  const std::string small = header(2, 1, 1);
+  EXPECT_EQ(decoded(small, {}, {picture(2, 1, 1, 4), picture(1, 1, 1, 6)}), bytes({6, 4}));
+  // An instruction that is skipped leaves its codestream to the next. One right on the edge is not
+  // skipped: it uses up its codestream without showing it.
+  const std::vector<std::string> two = {picture(2, 1, 1, 4), picture(2, 1, 1, 6)};
+  EXPECT_EQ(decoded(small, {{50, 0}, {0, 0}}, two), bytes({4, 4}));
   EXPECT_EQ(codec().calls[1], "free 0");
-  // An instruction right on the edge is not skipped: it uses up its codestream without showing it.
-  load(composition(header(2, 1, 1), {{2, 0}, {0, 0}}, {picture(2, 1, 1, 4), picture(2, 1, 1, 6)}));
-  EXPECT_EQ(decode(), bytes({6, 6}));
-}
-
-TEST_F(DecodingTest, MissingInstructionsPlaceAtTheCorner) {
-  load(composition(header(2, 1, 1), {}, {picture(2, 1, 1, 4), picture(1, 1, 1, 6)}));
-  EXPECT_EQ(decode(), bytes({6, 4}));
+  EXPECT_EQ(decoded(small, {{2, 0}, {0, 0}}, two), bytes({6, 6}));
+  // A codestream with more columns, rows and planes than the image header promised is clipped. The
+  // final conversion reads three planes; the two that the header did not promise are empty.
+  decoded(header(3, 2, 1), {{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)});
+  EXPECT_EQ(codec().final_image, std::string(6, 8) + std::string(12, 0));
+  // Without a codestream the codec hears of as many components as the header promised.
+  EXPECT_EQ(decoded(header(1, 2, 3), {}, {}), std::string(6, 0));
+  EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
 }
 
 TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
@@ -143,18 +152,15 @@ TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
   }
 }
 
-TEST_F(DecodingTest, CodestreamLargerThanItsHeaderIsClipped) {
-  // More columns, rows and planes than the image header promised.
-  load(composition(header(3, 2, 1), {{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)}));
-  EXPECT_EQ(decode().substr(0, 6), bytes({8, 8, 8, 8, 8, 8}));
-  // The final conversion reads three planes; the two that the header did not promise are empty.
-  EXPECT_EQ(codec().final_image, std::string(6, 8) + std::string(12, 0));
-}
-
 TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
   load(2, 2, 1, 5);
   codec().answer = 1;  // every verdict is ignored; what is delivered counts
   EXPECT_EQ(decode(), std::string(4, 5));
+  codec().largest_delivery = 3;
+  EXPECT_EQ(decode(), bytes({5, 5, 5, 0}));
+  codec().tells_no_size = true;
+  EXPECT_EQ(decode(), std::string(4, 0));
+  codec().tells_no_size = false;
   codec().delivers_nothing = true;
   EXPECT_EQ(decode(), "");
   codec().create_fails = true;
@@ -197,11 +203,6 @@ TEST_F(DecodingTest, NothingToDecode) {
   // The file variant goes on without an input, with zeros for what it finds nothing of.
   EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), JPX_OK);
   EXPECT_EQ(codec().calls[1], "raw 0 0 0 24 0");
-  // Without a codestream the codec hears of as many components as the header promised.
-  load(composition(header(1, 2, 3), {}, {}));
-  codec().calls.clear();
-  EXPECT_EQ(decode(), std::string(6, 0));
-  EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
 }
 
 TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {

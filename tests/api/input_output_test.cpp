@@ -106,31 +106,6 @@ TEST(Input, FailsForFilesThatCannotBeOpened) {
   }
 }
 
-TEST(SpentContext, AnswersEightAndOneAndCanBeDestroyed) {
-  TestDocument document(jp2_file());
-  void* block = nullptr;
-  EXPECT_EQ(kv_jpx_get_box_field_buffer(document.get(), 0, 1, nullptr, nullptr, &block), 4);
-  EXPECT_EQ(document.load(box("jP  ", "none")), JPX_ERR_BAD_SIGNATURE);
-  kv_jpx_context* const spent = document.get();
-  const std::string file = jp2_file();
-  const TempFile on_disk(file);
-  uint64_t length = 0;
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(kv_jpx_print_box(spent, KV_JPX_ROOT), JPX_ERR_NO_INPUT);
-    EXPECT_EQ(kv_jpx_get_output_image(spent, &block, &length), JPX_ERR_NO_INPUT);
-    EXPECT_EQ(kv_jpx_get_output_image_file(spent, on_disk.path()), JPX_ERR_NO_INPUT);
-    EXPECT_EQ(kv_jpx_set_input_image(spent, file.data(), file.size()), JPX_ERR_MEMORY);
-    for (SetInput* const set_input : kSetInputs) {
-      EXPECT_EQ(set_input(spent, on_disk.path()), JPX_ERR_MEMORY);
-    }
-    EXPECT_EQ(kv_jpx_free(spent, &length), JPX_ERR_MEMORY);
-    EXPECT_EQ(kv_jpx_set_output_type(spent, 74), JPX_OK);
-  }
-  EXPECT_EQ(on_disk.contents(), file);
-  document.destroy();
-  EXPECT_EQ(document.allocator().live_blocks(), 0u);
-}
-
 TEST(OutputType, IsOneOfAFixedList) {
   const std::set<int32_t> accepted = {64, 66, 67, 68, 69, 70, 71, 72, 74, 75, 77, 79, 89, 128};
   TestDocument deep(box("jp2h", box("ihdr", be32(1) + be32(1) + be16(3) + bytes({15, 7, 0, 0}))));

@@ -90,6 +90,7 @@ int32_t kv_j2k_set_input_image_raw(void*, const void* samples, uint32_t height, 
 
 int32_t kv_j2k_get_input_image_info(void* handle, uint32_t* width, uint32_t* height,
                                     uint32_t* unused, uint32_t* components) {
+  if (the_codec.tells_no_size) return 1;
   const std::string& payload = of(handle).payload;
   *width = number_at(payload, 0, 2);
   *height = number_at(payload, 2, 2);

@@ -22,6 +22,7 @@ struct RecordingCodec {
   // How it behaves.
   bool create_fails = false;
   bool delivers_nothing = false;
+  bool tells_no_size = false;
   uint32_t largest_delivery = 0xFFFFFFFF;  // raw planes are cut to so many bytes
   int32_t answer = 0;                      // of every call but create
   int32_t file_answer = 0;

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "box/test_document.h"
-#include "boxes/box_types.h"
 
 namespace kvjpx::test {
 namespace {
@@ -40,16 +39,6 @@ TEST(Parser, TakesALengthBelowItsHeaderForAnEmptyBox) {
     TestDocument document(header + box("bbbb"));
     EXPECT_EQ(document.written(), box("aaaa") + box("bbbb"));
   }
-}
-
-TEST(Parser, NumbersBoxesFromZeroDepthFirst) {
-  TestDocument document(signature_box() + box("asoc", box("aaaa")) + box("bbbb"));
-  const char* const types[] = {"jP  ", "asoc", "aaaa", "bbbb"};
-  for (uint32_t id = 0; id < 4; ++id) EXPECT_EQ(document.find(types[id]), id);
-  EXPECT_EQ(document.record(kRoot)->kind, kSuper);
-  EXPECT_EQ(document.add("cccc", 3, kPlaceAfter), 4u);
-  EXPECT_EQ(document.load(box("aaaa")), JPX_OK);
-  EXPECT_EQ(document.find("aaaa"), 0u) << "a new input starts anew";
 }
 
 TEST(Parser, RaisesForBoxesThatReachTooFar) {

@@ -32,6 +32,11 @@ const Box* find_below(const Box* parent, uint32_t type, int& nth) {
   return nullptr;
 }
 
+std::string first_parent(std::string_view type) {
+  const std::string& parent = rule_of(type).parents[0];
+  return parent == kAnywhere ? kInRoot : parent;
+}
+
 }  // namespace
 
 std::string TestDocument::tree() { return tree_below(get()->root); }
@@ -112,5 +117,79 @@ std::string file_contents(const std::string& path) {
   EXPECT_TRUE(file.good()) << path;
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
+
+const std::vector<TypeRule>& type_rules() {
+  const std::string uuid = pattern(16);
+  const std::string resolution = be16(300) + be16(1) + be16(200) + be16(3) + bytes({2, 0xFD});
+  const std::string instruction =
+      be32(1) + be32(2) + be32(3) + be32(4) + be32(0x80000005) + be32(6);  // Ityp 0x0B
+  const std::string region = bytes({1, 0, 9}) + be32(5) + be32(6) + be32(7) + be32(8);
+  // clang-format off
+  static const std::vector<TypeRule> rules = {
+      {"jP  ", kParsed, {kInRoot}, be32(0x0D0A870A)},
+      {"ftyp", kParsed, {kInRoot}, "jpx " + be32(1) + "jp2 abcdefgh"},
+      {"rreq", kParsed, {kInRoot}, bytes({1, 0xF0, 0x80, 0, 2, 0, 2, 0x80, 0, 5, 0x40, 0, 2}) + uuid + be8(1) + uuid + be8(2)},
+      {"jp2h", kSuper, {kInRoot}, ""},
+      {"ihdr", kParsed, {"jp2h"}, be32(3) + be32(5) + be16(1) + bytes({7, 7, 0, 0})},
+      {"bpcc", kParsed, {"jp2h"}, bytes({7, 0x85})},
+      {"colr", kParsed, {"jp2h", "cgrp"}, bytes({2, 1, 1}) + "icc"},
+      {"pclr", kParsed, {"jp2h"}, bytes({0, 2, 2, 7, 11, 1, 2, 3, 4, 5, 6})},
+      {"cmap", kParsed, {"jp2h"}, bytes({0, 1, 1, 2, 0, 3, 0, 4})},
+      {"cdef", kParsed, {"jp2h"}, be16(2) + be16(0) + be16(1) + be16(2) + be16(3) + be16(0) + be16(5)},
+      {"res ", kSuper, {"jp2h"}, ""},
+      {"resc", kParsed, {"res "}, resolution},
+      {"resd", kParsed, {"res "}, resolution},
+      {"jpch", kSuper, {kInRoot}, ""},
+      {"jplh", kSuper, {kInRoot}, ""},
+      {"cgrp", kSuper, {"jplh"}, ""},
+      {"opct", kParsed, {"jplh"}, bytes({2, 2, 0x11, 0xF2})},
+      {"creg", kParsed, {"jplh"}, be16(8) + be16(9) + bytes({0, 1, 2, 3, 4, 5, 0, 6, 7, 8, 1, 2})},
+      {"comp", kSuper, {kInRoot}, ""},
+      {"copt", kParsed, {"comp"}, be32(36) + be32(48) + be8(7)},
+      {"inst", kParsed, {"comp"}, be16(0x0B) + be16(3) + be32(40) + instruction + instruction},
+      {"jp2c", kBasic, {kInRoot}, "codestream"},
+      {"jp2i", kBasic, {kInRoot}, "rights"},
+      {"ftbl", kSuper, {kInRoot}, ""},
+      {"flst", kParsed, {"comp"}, be16(2) + be64(77) + be32(5) + be16(1) + be64(99) + be32(6) + be16(2)},
+      {"cref", kSuper, {"asoc", "jplh", "jpch"}, "colr"},
+      {"dtbl", kSuper, {kAnywhere}, be16(0)},
+      {"url ", kParsed, {"uinf", "dtbl"}, be32(0x00010203) + "http://x"},
+      {"drep", kSuper, {kInRoot}, ""},
+      {"asoc", kSuper, {kAnywhere}, ""},
+      {"nlst", kParsed, {"asoc"}, be32(0x01000001) + be32(7)},
+      {"roid", kParsed, {kInRoot, "asoc", "jpch", "jp2h"}, be8(2) + region + region},
+      {"uuid", kBasic, {kInRoot}, uuid + "data"},
+      {"uinf", kSuper, {kInRoot}, ""},
+      {"ulst", kParsed, {"uinf"}, be16(2) + uuid + std::string(16, 'u')},
+      {"lbl ", kBasic, {kInRoot}, "label"},
+      {"xml ", kBasic, {kInRoot}, "<x/>"},
+      {"mp7b", kBasic, {kInRoot}, "mpeg"},
+      {"gtso", kBasic, {kInRoot}, "gts"},
+      {"mdat", kBasic, {kInRoot}, "media"},
+      {"free", kBasic, {kInRoot}, "nothing"},
+      {"none", kBasic, {kAnywhere}, "of an unknown type"},
+  };
+  // clang-format on
+  return rules;
+}
+
+const TypeRule& rule_of(std::string_view type) {
+  for (const TypeRule& rule : type_rules()) {
+    if (rule.type == type) return rule;
+  }
+  ADD_FAILURE() << "no rule for " << type;
+  return type_rules().back();
+}
+
+std::string in_parents(std::string_view type, const std::string& inner) {
+  const std::string parent = first_parent(type);
+  return parent.empty() ? inner : in_parents(parent, box(parent, inner));
+}
+
+BoxUnderTest::BoxUnderTest(std::string_view type)
+    : TestDocument(first_parent(type).empty()
+                       ? std::string()
+                       : in_parents(first_parent(type), box(first_parent(type)))),
+      id(add(type, first_parent(type).empty() ? KV_JPX_ROOT : find(first_parent(type)))) {}
 
 }  // namespace kvjpx::test

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {
@@ -68,7 +68,7 @@ class FieldUnderTest : public BoxUnderTest {
   const ::testing::ScopedTrace trace;
 };
 
-TEST(BytesFields, AreHandedOutInABlockOfTheLibrary) {
+TEST(BytesFields, AreHandedOutInABlockOrCopiedToABufferOfTheCaller) {
   for (const BytesField& field : kBytesFields) {
     FieldUnderTest box(field);
     uint64_t count = 99;
@@ -84,24 +84,19 @@ TEST(BytesFields, AreHandedOutInABlockOfTheLibrary) {
     data = nullptr;
     EXPECT_EQ(box.get_buffer(nullptr, nullptr, &data), JPX_OK);
     EXPECT_EQ(box.take(data, field.bytes.size()), field.bytes);
-  }
-}
 
-TEST(BytesFields, AreCopiedToABufferOfTheCaller) {
-  for (const BytesField& field : kBytesFields) {
-    FieldUnderTest box(field);
     const std::string untouched(field.bytes.size(), '#');
     std::string buffer = untouched;
-    void* data = buffer.data();
+    data = buffer.data();
     const std::pair<uint64_t, uint32_t> too_small[] = {
         {field.bytes.size() - 1, 1}, {field.count, 0}, {0, 16}};
-    for (auto [count, element_size] : too_small) {
-      EXPECT_EQ(box.get_buffer(&count, &element_size, &data), JPX_ERR_BUFFER_TOO_SMALL);
-      EXPECT_EQ(count, field.count);
-      EXPECT_EQ(element_size, field.element_size);
+    for (auto [offered, size] : too_small) {
+      EXPECT_EQ(box.get_buffer(&offered, &size, &data), JPX_ERR_BUFFER_TOO_SMALL);
+      EXPECT_EQ(offered, field.count);
+      EXPECT_EQ(size, field.element_size);
     }
-    uint64_t count = field.count;
-    uint32_t element_size = field.element_size;
+    count = field.count;
+    element_size = field.element_size;
     EXPECT_EQ(box.get_buffer(nullptr, &element_size, &data), field.missing_size);
     EXPECT_EQ(box.get_buffer(&count, nullptr, &data), field.missing_size);
     EXPECT_EQ(buffer, untouched);
@@ -128,17 +123,6 @@ TEST(BytesFields, KeepACopyOfWhatIsSet) {
     EXPECT_EQ(box.set_buffer(0, box.set_size, nullptr), JPX_OK);
     EXPECT_EQ(box.field_bytes(box.key), "");
     EXPECT_EQ(box.content().size(), box.content_length());
-  }
-}
-
-TEST(BytesFields, GoWithTheirBox) {
-  for (const BytesField& field : kBytesFields) {
-    const std::string neighbour = box("lbl ");
-    TestDocument document(in_parents(field.type, box(field.type, field.payload) + neighbour));
-    EXPECT_EQ(kv_jpx_delete_box(document.get(), document.find(field.type)), JPX_OK);
-    EXPECT_EQ(document.allocator().live_blocks(),
-              TestDocument(in_parents(field.type, neighbour)).allocator().live_blocks())
-        << field.type;
   }
 }
 
@@ -177,30 +161,6 @@ TEST(BytesFieldShapes, OfABufferCountByTheirProductOrEach) {
   expect_offer({"none", pattern(100)}, JPX_FIELD_JP2C_DATA, {50, 2}, JPX_OK, {100, 1});
   expect_offer({"opct", bytes({2, 2, 1, 2})}, JPX_FIELD_OPCT_Cv, {16, 4}, 5, {2, 8});
   expect_offer({"uuid", pattern(20)}, JPX_FIELD_UUID_ID, {16, 1}, 5, {1, 16});
-}
-
-TEST(BytesFieldShapes, OfASourceAreJudgedByEachFieldsRule) {
-  BoxUnderTest uuid("uuid", pattern(20));
-  EXPECT_EQ(uuid.set_bytes(JPX_FIELD_UUID_ID, pattern(32), 16), 3) << "exactly one";
-  EXPECT_EQ(uuid.set_bytes(JPX_FIELD_UUID_ID, "", 16), 3);
-  EXPECT_EQ(uuid.count(JPX_FIELD_UUID_ID), 1u);
-
-  BoxUnderTest vendor("colr", kVendor);
-  EXPECT_EQ(
-      kv_jpx_get_box_field_count(vendor.get(), vendor.id, JPX_FIELD_COLR_ICC, nullptr, nullptr), 4);
-  EXPECT_EQ(vendor.set_bytes(JPX_FIELD_COLR_UUID, pattern(32), 16), 4);
-  EXPECT_EQ(vendor.set_bytes(JPX_FIELD_COLR_UUID, pattern(16), 1), 4);
-  EXPECT_EQ(vendor.set_bytes(JPX_FIELD_COLR_UUID, pattern(15), 15), 3);
-  EXPECT_EQ(vendor.set_bytes(JPX_FIELD_COLR_ICC, "icc"), 4) << "another method's";
-
-  BoxUnderTest palette("pclr", kPalette);
-  EXPECT_EQ(palette.set_bytes(JPX_FIELD_PCLR_C, pattern(12), 4), 3) << "NE x NPC values or none";
-  EXPECT_EQ(palette.set_bytes(JPX_FIELD_PCLR_B, pattern(256)), 3);
-  EXPECT_EQ(palette.set_bytes(JPX_FIELD_PCLR_B, ""), 3);
-  EXPECT_EQ(palette.value(JPX_FIELD_PCLR_NPC), 2u);
-  EXPECT_EQ(palette.set_bytes(JPX_FIELD_PCLR_B, bytes({1, 2, 3})), JPX_OK);
-  EXPECT_EQ(palette.value(JPX_FIELD_PCLR_NPC), 3u);
-  EXPECT_EQ(palette.count(JPX_FIELD_PCLR_C), 6u);
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
-// What every box type promises: where it may be made, what kind it is, and that it survives any
-// payload and is written as long as it says.
+// What every box type and every field promises: where a box may be made, what kind it is, that it
+// survives any payload and is written as long as it says; which keys and indices fields answer to.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "boxes/box_types.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {
@@ -84,18 +84,21 @@ TEST(BoxTypes, SurviveShortPayloads) {
   EXPECT_EQ(header.value(JPX_FIELD_IHDR_WIDTH), 0u);
 }
 
-// Every operation of a typed box asks for its own type first, so that a host that relabels a box
-// gets nothing wrong out of it.
+// Every operation asks for its own type first, that of an opaque box for its kind, so that a box
+// that was relabelled gets nothing wrong out of it.
 TEST(BoxTypes, OfferNothingUnderAForeignType) {
   for (const TypeRule& rule : type_rules()) {
-    if (rule.kind != kParsed) continue;
+    if (rule.kind == kSuper) continue;
+    SCOPED_TRACE(rule.type);
     BoxUnderTest under_test(rule.type, rule.payload);
     Environment* const env = under_test.env();
     Box* const box = under_test.record(under_test.id);
+    const Box original = *box;
     box->type = code("zzzz");
-    EXPECT_EQ(box->length(box), 0u) << rule.type;
-    EXPECT_EQ(under_test.content(), "") << rule.type;
-    EXPECT_EQ(under_test.printed(), "") << rule.type;
+    box->kind = kParsed;
+    EXPECT_EQ(box->length(box), 0u);
+    EXPECT_EQ(under_test.content(), "");
+    EXPECT_EQ(under_test.printed(), "");
     kv_jpx_field_info info = {};
     for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
       uint64_t number;
@@ -106,7 +109,7 @@ TEST(BoxTypes, OfferNothingUnderAForeignType) {
       EXPECT_EQ(box->set_buffer_field(box, env, info.key, 1, 1, "x"), 4);
       EXPECT_EQ(box->get_buffer_field(box, env, info.key, nullptr, nullptr, &buffer), 4);
     }
-    box->type = type_code(rule.type);
+    *box = original;
   }
 }
 
@@ -127,6 +130,43 @@ TEST(FieldInfo, IsTheGoldenTable) {
   EXPECT_EQ(table, file_contents("tests/golden/fields.txt"));
   EXPECT_EQ(kv_jpx_get_field_info(count + 1, &info), JPX_ERR_INVALID_ARGUMENT);
   EXPECT_EQ(kv_jpx_get_field_info(0, nullptr), JPX_ERR_INVALID_ARGUMENT);
+}
+
+constexpr uint64_t kAbove32Bits = 0x100000000;
+TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
+  kv_jpx_field_info info = {};
+  for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
+    const std::string type = info.box_type == 0 ? "none" : be32(info.box_type);
+    SCOPED_TRACE(type + '.' + info.name);
+    BoxUnderTest box = type == "cref" ? BoxUnderTest(type)  // a read one has no field
+                                      : BoxUnderTest(type, rule_of(type).payload);
+    EXPECT_EQ(box.get_code(0x12345678), 4);
+    EXPECT_EQ(box.set(0x12345678, 1), 4);
+    EXPECT_EQ(kv_jpx_get_box_field_count(box.get(), box.id, 0x12345678, nullptr, nullptr), 4);
+    uint32_t width = 0;
+    const int32_t code = kv_jpx_get_box_field_count(box.get(), box.id, info.key, nullptr, &width);
+    EXPECT_TRUE(code == JPX_OK ? width == info.width : type == "colr");  // of another method
+    if (info.access != KV_JPX_FIELD_INTEGER) continue;
+    // The index is judged before the value.
+    for (const uint64_t value : {uint64_t{0}, uint64_t{1}, ~uint64_t{0}}) {
+      EXPECT_EQ(box.set(info.key, value, 1), 4);
+    }
+    EXPECT_EQ(box.get_code(info.key, 1), 4);
+    EXPECT_EQ(box.get_code(info.key, kAbove32Bits), 4);
+  }
+}
+
+TEST(RepeatingFields, KeepWhatTheyHoldWhileTheyGrow) {
+  const std::pair<const char*, uint32_t> fields[] = {
+      {"bpcc", JPX_FIELD_BPCC_BPC},  {"cmap", JPX_FIELD_CMAP_CMP}, {"cdef", JPX_FIELD_CDEF_Asoc},
+      {"rreq", JPX_FIELD_RREQ_SF},   {"rreq", JPX_FIELD_RREQ_VM},  {"creg", JPX_FIELD_CREG_YO},
+      {"inst", JPX_FIELD_INST_LIFE}, {"flst", JPX_FIELD_FLST_OFF}, {"roid", JPX_FIELD_ROID_RLCX}};
+  for (const auto& [type, key] : fields) {
+    BoxUnderTest box(type, rule_of(type).payload);
+    for (int i = 0; i < 300; ++i) ASSERT_EQ(box.set(key, i % 7 + 1, 10000), JPX_OK) << type;
+    for (uint64_t i = 0; i < 300; ++i) ASSERT_EQ(box.value(key, 2 + i), i % 7 + 1) << type;
+    EXPECT_EQ(box.content().size(), box.content_length()) << type;
+  }
 }
 
 }  // namespace

@@ -64,6 +64,12 @@ inline std::string jp2_file(std::string_view more_in_header = {}) {
   return signature_box() + file_type_box() + box("jp2h", image_header_box().append(more_in_header));
 }
 
+// Bytes as scripts and transcripts write them down.
+// Pieces in a row, with "_" or blanks between any of them: 'text'; hexadecimal digits; "*N" for the
+// byte before, N times; "pN" for a pattern of N bytes; "[typeCONTENT]" for a box, its type being of
+// four characters.
+std::string bytes_of(const std::string& text);
+
 }  // namespace kvjpx::test
 
 #endif  // KVJPX_TESTS_SUPPORT_BYTES_H_

@@ -1,4 +1,5 @@
-// Tracked blocks, the caller's allocator and the error exit.
+// Tracked blocks, the caller's allocator and the error exit; the life of a context, its settings
+// and the version.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -6,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/context.h"
 #include "support/bytes.h"
 #include "support/test_context.h"
 
@@ -101,17 +103,14 @@ TEST_F(Tracker, RefusesBlocksThatAreNotLive) {
   }
 }
 
-TEST_F(Tracker, RaisesOneWhenMemoryIsShort) {
-  const size_t kHuge = static_cast<size_t>(-1);
-  for (const size_t size : {kHuge, kHuge - 31, kHuge - 32}) {  // with and without wrapping
-    TestContext fresh;
-    fresh.allocator().set_largest_block(1 << 20);
-    EXPECT_EQ(raised(fresh.env(), [&] { allocate_zeroed(fresh.env(), size); }), JPX_ERR_MEMORY);
-  }
-}
-
 TEST_F(Tracker, IsSpentByAnErrorExit) {
   take(10);
+  // More than there is, with and without wrapping.
+  for (const size_t too_much : {size_t{0} - 1, size_t{0} - 32, size_t{0} - 33}) {
+    TestContext fresh;
+    fresh.allocator().set_largest_block(1 << 20);
+    EXPECT_EQ(raised(fresh.env(), [&] { allocate_zeroed(fresh.env(), too_much); }), JPX_ERR_MEMORY);
+  }
   EXPECT_EQ(raised(env, [&] { JPX_ErrorExit(env, 77); }), 77);
   EXPECT_EQ(env->head, nullptr);
   EXPECT_EQ(env->tail, nullptr);
@@ -209,6 +208,65 @@ TEST(CallersAllocator, ServesOnlyWhenBothFunctionsAreGiven) {
     EXPECT_EQ(kv_jpx_destroy(context), JPX_OK);
   }
   JPX_KovraFree(nullptr, JPX_KovraMalloc(nullptr, 10));
+}
+
+TEST(Context, IsNotMadeWhenAnyAllocationFails) {
+  // The record, its memory manager and two sentinels.
+  for (const size_t failing : {1, 2, 3, 4, 0}) {
+    CheckingAllocator allocator;
+    allocator.fail_at(failing);
+    kv_jpx_context* context = nullptr;
+    EXPECT_EQ(kv_jpx_create_with_memory_manager(&context, &allocator, CheckingAllocator::allocate,
+                                                CheckingAllocator::release),
+              failing != 0 ? JPX_ERR_MEMORY : JPX_OK);
+    EXPECT_EQ(context == nullptr, failing != 0);
+    kv_jpx_destroy(context);
+  }
+  EXPECT_EQ(kv_jpx_create(nullptr), JPX_ERR_MEMORY);
+  EXPECT_EQ(kv_jpx_create_with_memory_manager(nullptr, nullptr, nullptr, nullptr), JPX_ERR_MEMORY);
+}
+
+TEST(Context, TellsItsVersion) {
+  uint32_t version = 0;
+  char banner[34] = {'#'};
+  EXPECT_EQ(kv_jpx_get_library_version(&version, banner, nullptr), JPX_OK);
+  EXPECT_EQ(version, 1000200u);
+  for (const uint32_t too_small : {0u, 31u, 32u}) {
+    uint32_t size = too_small;
+    EXPECT_EQ(kv_jpx_get_library_version(nullptr, banner, &size), JPX_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(size, 32u);
+  }
+  EXPECT_EQ(banner[0], '#');
+  banner[32] = '#';
+  uint32_t size = 33;
+  EXPECT_EQ(kv_jpx_get_library_version(nullptr, banner, &size), JPX_OK);
+  EXPECT_EQ(std::string(banner, 33), std::string("JPX by Kovra v. 1.0.2 for Win32\0#", 33));
+}
+
+TEST(Context, KeepsItsSettings) {
+  TestContext context;
+  const kv_jpx_context& record = *context.get();
+  const auto levels = [&] {
+    return std::vector<int32_t>{record.resolution_level, record.resolution_flag,
+                                record.quality_level, record.output_type};
+  };
+  EXPECT_EQ(levels(), (std::vector<int32_t>{-1, 0, 1, 74}));
+  EXPECT_EQ(kv_jpx_set_input_jpx_resolution_level(context.get(), 32767, -2), JPX_OK);
+  EXPECT_EQ(kv_jpx_set_input_jpx_quality_level(context.get(), 9), JPX_OK);
+  for (const int16_t level : {0, -5, -32768}) {
+    EXPECT_EQ(kv_jpx_set_input_jpx_resolution_level(context.get(), level, 5),
+              JPX_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(kv_jpx_set_input_jpx_quality_level(context.get(), level), JPX_ERR_INVALID_ARGUMENT);
+  }
+  EXPECT_EQ(levels(), (std::vector<int32_t>{32767, -2, 9, 74}));
+
+  EXPECT_EQ(kv_jpx_set_input_jpx_region_level(context.get(), 1, ~uint64_t{0}, 3, 4), JPX_OK);
+  const uint64_t region[] = {1, 3, ~uint64_t{0}, 4};  // where hosts find it in the record
+  EXPECT_EQ(memcmp(&record.region_left, region, sizeof(region)), 0);
+  void* five[5];
+  for (void*& value : five) value = &value;
+  kv_jpx_register_callbacks(context.get(), five[0], five[1], five[2], five[3], five[4]);
+  EXPECT_EQ(memcmp(record.environment.manager->callbacks, five, sizeof(five)), 0);
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-// The book-keeping allocator (see checking_allocator.h).
-#include "support/checking_allocator.h"
+// The allocator that keeps books (see test_context.h).
+#include "support/test_context.h"
 
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,7 +9,7 @@ namespace kvjpx::test {
 
 CheckingAllocator::~CheckingAllocator() {
   EXPECT_EQ(live_.size(), 0u) << "blocks were never released";
-  for (void* block : live_) free(block);
+  for (const auto& [block, size] : live_) free(block);
   for (void* block : kept_) free(block);
 }
 
@@ -24,16 +23,24 @@ void* CheckingAllocator::allocate(void* user_data, size_t size) {
   void* const block = malloc(size);
   if (block == nullptr) return nullptr;
   memset(block, 0xA5, size);
-  self.live_.insert(block);
+  self.live_[block] = size;
   ++self.allocations_;
+  self.traffic_ += size;
+  self.live_bytes_ += size;
+  self.peak_ = std::max(self.peak_, self.live_bytes_);
   return block;
 }
 
 void CheckingAllocator::release(void* user_data, void* block) {
   auto& self = *static_cast<CheckingAllocator*>(user_data);
-  if (self.live_.erase(block) == 0) {
+  const auto found = self.live_.find(block);
+  if (found == self.live_.end()) {
     ADD_FAILURE() << "a block was released that is not live";
-  } else if (self.keeps_released_) {
+    return;
+  }
+  self.live_bytes_ -= found->second;
+  self.live_.erase(found);
+  if (self.keeps_released_) {
     self.kept_.insert(block);
   } else {
     free(block);

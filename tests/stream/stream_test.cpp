@@ -1,0 +1,415 @@
+// Streams over memory, files and mappings, and whole files in and out of memory. What readers
+// deliver and writers leave is held against a model by the stream fuzzer.
+#include "stream/stream.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "stream/raw_file.h"
+#include "support/bytes.h"
+#include "support/files.h"
+#include "support/test_context.h"
+
+namespace kvjpx::test {
+namespace {
+
+constexpr uint64_t kView = 0x400000;  // a reader's view of a file
+
+// The code that act(env) raises on a context of its own, which then must have closed all files.
+template <class Act>
+int code_of(const Act& act) {
+  TestContext context;
+  const size_t descriptors = open_descriptors();
+  const int code = raised(context.env(), [&] { act(context.env()); });
+  context.destroy();
+  EXPECT_EQ(open_descriptors(), descriptors);
+  return code;
+}
+
+Stream* open_reader(Environment* env, Source source, const TempFile& file,
+                    const std::string& contents) {
+  if (source == kMemory) return bs_reader_from_buffer(env, contents.data(), contents.size());
+  return source == kFile ? bs_reader_from_file(env, file.path())
+                         : bs_reader_from_mmap(env, file.path());
+}
+
+Stream* open_writer(Environment* env, Source source, const TempFile& file) {
+  if (source == kMemory) return bs_writer_to_buffer(env, nullptr, 0);
+  return source == kFile ? bs_writer_to_file(env, file.path(), 0)
+                         : bs_writer_to_mmap(env, file.path(), 0);
+}
+
+std::string read_string(Environment* env, Stream* stream, uint64_t count) {
+  std::string result(count, '#');
+  bs_read_memcpy(env, stream, result.data(), count);
+  return result;
+}
+
+using Act = void (*)(Environment*, Stream*);
+
+std::string source_name(const ::testing::TestParamInfo<Source>& info) {
+  return info.param == kMemory ? "Memory" : info.param == kFile ? "File" : "Mapped";
+}
+
+class EveryReader : public ::testing::TestWithParam<Source> {
+ protected:
+  // Over the bytes 1, 2 ... 10, unless the test changes the file.
+  Stream* open(Environment* e) const { return open_reader(e, GetParam(), file, contents); }
+
+  // The code raised by an operation on a fresh stream.
+  int code_on_open(Act act) const {
+    return code_of([&](Environment* e) { act(e, open(e)); });
+  }
+
+  const std::string contents = bytes({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+  const TempFile file{contents};
+  TestContext context;
+  Environment* const env = context.env();
+};
+INSTANTIATE_TEST_SUITE_P(Sources, EveryReader, ::testing::Values(kMemory, kFile, kMapped),
+                         source_name);
+
+TEST_P(EveryReader, AssemblesNumbersInBothByteOrders) {
+  uint64_t (*const reads[])(Environment*, Stream*) = {
+      bs_read_1_byte,        bs_read_2_byte_big,    bs_read_4_byte_big,   bs_read_8_byte_big,
+      bs_read_2_byte_little, bs_read_4_byte_little, bs_read_8_byte_little};
+  const uint64_t numbers[] = {1,      0x0102,     0x01020304,        0x0102030405060708,
+                              0x0201, 0x04030201, 0x0807060504030201};
+  Stream* const stream = open(env);
+  for (size_t i = 0; i < std::size(reads); ++i) {
+    bs_set_current_position(env, stream, 0);
+    EXPECT_EQ(reads[i](env, stream), numbers[i]);
+  }
+  EXPECT_EQ(bs_read_n_byte(env, stream, 0, 0), 0u) << "no such width";
+  bs_set_current_position(env, stream, 1);
+  EXPECT_EQ(bs_read_n_byte(env, stream, 9, 0), 0u);
+  EXPECT_EQ(bs_get_current_position(env, stream), 1u);
+}
+
+TEST_P(EveryReader, StopsAtTheInnermostLimitOnly) {
+  Stream* const stream = open(env);
+  bs_pop_read_limit(env, stream);
+  EXPECT_EQ(bs_get_current_read_limit(env, stream), 10u);
+  bs_push_read_limit(env, stream, 7);
+  EXPECT_EQ(bs_push_read_limit(env, stream, 8), stream->limits);
+  EXPECT_EQ(read_string(env, stream, 6), contents.substr(0, 6));
+  EXPECT_EQ(bs_read_4_byte_big(env, stream), 0u);
+  EXPECT_EQ(read_string(env, stream, 3), "###");
+  EXPECT_EQ(bs_at_limit(env, stream), 0u);
+  EXPECT_EQ(bs_read_2_byte_big(env, stream), 0x0708u) << "past the outer limit";
+  EXPECT_EQ(bs_at_limit(env, stream), 1u);
+  EXPECT_EQ(bs_at_eof(env, stream), 0u);
+  bs_pop_read_limit(env, stream);
+  EXPECT_EQ(bs_read_1_byte(env, stream), 0u) << "already behind the limit";
+  bs_push_read_limit(env, stream, 10);
+  EXPECT_EQ(bs_read_4_byte_big(env, stream), 0u) << "tested before the end of the file";
+}
+
+TEST_P(EveryReader, RaisesFiveBehindItsEnd) {
+  Stream* const stream = open(env);
+  EXPECT_EQ(bs_read_1_byte(env, stream), 1u);
+  bs_set_current_position(env, stream, 8);
+  EXPECT_EQ(*bs_map_pointer(env, stream, 2), 9);
+  bs_set_current_position(env, stream, 10);
+  EXPECT_EQ(bs_at_eof(env, stream), 1u);
+  bs_read_memcpy(env, stream, nullptr, 0);
+
+  const Act beyond[] = {[](auto* e, auto* s) { bs_read_1_byte(e, s); },
+                        [](auto* e, auto* s) { bs_read_memcpy(e, s, nullptr, ~0ull); },
+                        [](auto* e, auto* s) { bs_set_current_position(e, s, 11); },
+                        [](auto* e, auto* s) { bs_map_pointer(e, s, 1); },
+                        [](auto* e, auto* s) { bs_map_pointer(e, s, ~0ull); }};
+  for (const Act act : beyond) {
+    EXPECT_EQ(code_of([&](Environment* e) {
+                Stream* const read = open(e);
+                EXPECT_EQ(read_string(e, read, 10), contents);
+                act(e, read);
+              }),
+              JPX_ERR_BUFFER_TOO_SMALL);
+  }
+}
+
+TEST_P(EveryReader, RaisesInternalErrorsForStreamsOfTheWrongKind) {
+  const Act on_readers = [](auto* e, auto* s) { bs_read_1_byte(e, s); };
+  const Act on_writers[] = {[](auto* e, auto* s) { bs_write_n_byte(e, s, 0, 0, 0); },
+                            [](auto* e, auto* s) { bs_write_memcpy(e, s, nullptr, 0); },
+                            [](auto* e, auto* s) { bs_set_eof(e, s); },
+                            [](auto* e, auto* s) { bs_writer_get_buffer(e, s, nullptr); },
+                            [](auto* e, auto* s) { bs_set_file_length(e, s, 10); }};
+  for (const Act act : on_writers) EXPECT_EQ(code_on_open(act), JPX_ERR_INTERNAL);
+  EXPECT_EQ(code_of([&](auto* e) { on_readers(e, open_writer(e, GetParam(), file)); }),
+            JPX_ERR_INTERNAL);
+  for (const Act act : {on_readers, on_writers[1], Act(bs_destroy)}) {
+    EXPECT_EQ(code_of([&](auto* e) { act(e, nullptr); }), act == bs_destroy ? 0 : JPX_ERR_INTERNAL);
+  }
+}
+
+class FileReader : public EveryReader {
+ protected:
+  // Makes the file zeros of this size, but for a letter on each of the given positions.
+  void fill(uint64_t size, const std::map<uint64_t, char>& letters) const {
+    std::filesystem::resize_file(file.path(), 0);
+    std::filesystem::resize_file(file.path(), size);
+    const int descriptor = ::open(file.path(), O_WRONLY);
+    for (const auto& [position, letter] : letters) {
+      EXPECT_EQ(pwrite(descriptor, &letter, 1, static_cast<off_t>(position)), 1);
+    }
+    close(descriptor);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Sources, FileReader, ::testing::Values(kFile, kMapped), source_name);
+
+TEST_P(FileReader, RaisesEighteenWhereAFileThatShrankEnds) {
+  const Act acts[] = {[](auto* e, auto* s) { bs_read_1_byte(e, s); },
+                      [](auto* e, auto* s) { bs_map_pointer(e, s, 6000); }};
+  for (const Act act : acts) {
+    for (const uint64_t left : {0u, 1u, 5000u}) {
+      fill(kView + 6000, {});
+      EXPECT_EQ(code_of([&](Environment* e) {
+                  Stream* const stream = open(e);
+                  std::filesystem::resize_file(file.path(), left);
+                  for (uint64_t i = 0; i < left; ++i) EXPECT_EQ(bs_read_1_byte(e, stream), 0u);
+                  act(e, stream);
+                }),
+                JPX_ERR_READ_PAST_END);
+    }
+  }
+}
+
+TEST_P(FileReader, FindsLaterViewsWhereItsKindLooksForThem) {
+  fill(3 * kView + 1000, {{kView, '1'}, {2 * kView, '2'}, {3 * kView, '3'}});
+  // The third view of a file reader starts one view too late.
+  const bool leaps = GetParam() == kFile;
+  const auto third_view = [&](Environment* e) {
+    Stream* const stream = open(e);
+    EXPECT_EQ(bs_read_1_byte(e, stream), 0u);
+    bs_set_current_position(e, stream, kView);
+    EXPECT_EQ(bs_read_1_byte(e, stream), uint64_t{'1'});
+    bs_set_current_position(e, stream, 2 * kView);
+    EXPECT_EQ(bs_read_1_byte(e, stream), leaps ? uint64_t{'3'} : uint64_t{'2'});
+    EXPECT_EQ(bs_get_current_position(e, stream), (leaps ? 3 : 2) * kView + 1);
+  };
+  EXPECT_EQ(code_of(third_view), 0);
+  std::filesystem::resize_file(file.path(), 3 * kView);
+  EXPECT_EQ(code_of(third_view), leaps ? JPX_ERR_READ_PAST_END : 0);
+}
+
+TEST_P(FileReader, SeeksNearTheEndOfABigFileThroughAMappingOnly) {
+  fill(kView + 1000, {{1000, 'a'}, {kView + 500, 'b'}});
+  Stream* const stream = open(env);
+  bs_set_current_position(env, stream, 1000);
+  EXPECT_EQ(bs_read_1_byte(env, stream), uint64_t{'a'}) << "of the last whole view";
+  bs_set_current_position(env, stream, 0);
+  EXPECT_EQ(bs_map_pointer(env, stream, kView + 1000)[kView + 500], 'b') << "larger than a view";
+  EXPECT_EQ(code_on_open([](auto* e, auto* s) {
+              bs_set_current_position(e, s, 1001);
+              bs_set_current_position(e, s, kView + 500);
+              EXPECT_EQ(bs_read_1_byte(e, s), uint64_t{'b'});
+            }),
+            GetParam() == kFile ? JPX_ERR_INTERNAL : 0);
+}
+
+TEST_P(FileReader, IsClosedWithItsRecordByAnErrorExitAndByTheEndOfItsContext) {
+  const size_t descriptors = open_descriptors();
+  for (const bool ends_by_error : {true, false}) {
+    TestContext ending;
+    Stream* streams[4];
+    for (Stream*& stream : streams) bs_read_1_byte(ending.env(), stream = open(ending.env()));
+    bs_destroy(ending.env(), streams[1]);
+    JPX_SafeFreeInternal(ending.env(), streams[2]);
+    EXPECT_EQ(open_descriptors(), descriptors + 2);
+    EXPECT_EQ(mappings_of(file), GetParam() == kMapped ? 2u : 0u);
+    if (ends_by_error) raised(ending.env(), [&] { JPX_ErrorExit(ending.env(), 18); });
+    if (!ends_by_error) ending.destroy();
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(mappings_of(file), 0u);
+  }
+}
+
+class EveryWriter : public ::testing::TestWithParam<Source> {
+ protected:
+  // Ends the stream at its position and returns what was written.
+  std::string finish() {
+    std::string result;
+    bs_set_eof(env, stream);
+    if (GetParam() == kMemory) {
+      uint64_t length = 0;
+      uint8_t* buffer = bs_writer_get_buffer(env, stream, &length);
+      result.assign(reinterpret_cast<char*>(buffer), length);
+      release(env, buffer);
+    }
+    for (int i = 0; i < 2; ++i) bs_destroy(env, stream);
+    return GetParam() == kMemory ? result : file.contents();
+  }
+
+  const TempFile file{"what stood there before"};
+  TestContext context;
+  Environment* const env = context.env();
+  Stream* const stream = open_writer(env, GetParam(), file);
+};
+INSTANTIATE_TEST_SUITE_P(Sources, EveryWriter, ::testing::Values(kMemory, kFile, kMapped),
+                         source_name);
+
+TEST_P(EveryWriter, StoresNumbersInBothByteOrders) {
+  void (*const writes[])(Environment*, Stream*, uint64_t) = {
+      bs_write_1_byte,        bs_write_2_byte_big,    bs_write_4_byte_big,   bs_write_8_byte_big,
+      bs_write_2_byte_little, bs_write_4_byte_little, bs_write_8_byte_little};
+  for (const auto write : writes) write(env, stream, 0x0102030405060708);
+  EXPECT_EQ(bs_get_file_size(env, stream), 29u) << "no more than the writes need";
+  bs_write_n_byte(env, stream, 1, 0, 0);
+  bs_write_n_byte(env, stream, 1, 9, 0);
+  bs_write_memcpy(env, stream, nullptr, 0);
+  EXPECT_EQ(finish(), bytes({8, 7, 8, 5, 6, 7, 8, 1, 2, 3, 4, 5, 6, 7, 8,
+                             8, 7, 8, 7, 6, 5, 8, 7, 6, 5, 4, 3, 2, 1}));
+}
+
+TEST(FileWriter, TakesViewsFromTheLimitOfTheEnvironment) {
+  const TempFile file;
+  for (const auto open : {bs_writer_to_file, bs_writer_to_mmap}) {
+    for (const size_t view : {100, 3000}) {
+      TestContext context;
+      context.env()->stream_view_limit = 200;
+      Stream* const stream = open(context.env(), file.path(), view);
+      bs_write_1_byte(context.env(), stream, 1);
+      bs_destroy(context.env(), stream);
+      EXPECT_EQ(file.contents(), bytes({1}) + std::string(view == 100 ? 99 : 199, '\0'));
+    }
+  }
+}
+
+TEST(FileWriter, RaisesTheSystemsRefusals) {
+  for (const auto open : {bs_writer_to_file, bs_writer_to_mmap}) {
+    const auto write_to = [&](const char* path) {
+      return code_of([&](Environment* e) { bs_write_1_byte(e, open(e, path, 100), 1); });
+    };
+    EXPECT_EQ(code_of([&](Environment* e) { bs_destroy(e, open(e, "/", 100)); }), 0);
+    EXPECT_EQ(write_to("/"), JPX_ERR_OPEN_FILE);
+    EXPECT_EQ(write_to("/dev/full"), JPX_ERR_FILE_IO);
+    EXPECT_EQ(code_of([&](Environment* e) { bs_set_eof(e, open(e, "/dev/null", 100)); }), 0)
+        << "it has no length";
+  }
+}
+
+TEST(BoundedWriter, FillsTheCallersBufferAndNoMore) {
+  uint8_t buffer[5] = {0, 0, 0, 0, 99};
+  const std::pair<Act, int> acts[] = {
+      {[](auto* e, auto* s) { bs_set_current_position(e, s, 4); }, 0},
+      {[](auto* e, auto* s) { bs_set_current_position(e, s, 5); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_write_4_byte_big(e, s, 8); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_writer_grow(e, s, 3); }, JPX_ERR_BUFFER_TOO_SMALL},
+      {[](auto* e, auto* s) { bs_writer_grow(e, s, 2); }, JPX_ERR_INTERNAL}};  // not its own
+  for (const auto& [act, code] : acts) {
+    EXPECT_EQ(code_of([&, act = act](Environment* e) {
+                Stream* const stream = bs_writer_to_buffer(e, buffer, 4);
+                bs_write_1_byte(e, stream, 7);
+                act(e, stream);
+              }),
+              code);
+  }
+  EXPECT_EQ(std::string(buffer, buffer + 5), bytes({7, 0, 0, 0, 99}));
+}
+
+TEST(CopyFromStream, TakesTheSourcePastLimitsAndStartsOverBehindItsView) {
+  const std::string contents = pattern(kView + 5000);
+  const TempFile from(contents);
+  const TempFile to;
+  for (const Source source : {kMemory, kFile, kMapped}) {
+    TestContext context;
+    Environment* const env = context.env();
+    Stream* const reader = open_reader(env, source, from, contents);
+    Stream* const writer = bs_writer_to_file(env, to.path(), 0x100003);
+    bs_read_8_byte_big(env, reader);
+    bs_push_read_limit(env, reader, 9);
+    bs_write_from_bs(env, writer, reader, kView - 8);
+    bs_write_from_bs(env, writer, reader, 5000);
+    bs_destroy(env, writer);
+    // Only the memory is one view; the others end there and are taken from their first byte again.
+    EXPECT_TRUE(to.contents() == contents.substr(8, kView - 8) +
+                                     contents.substr(source == kMemory ? kView : 0, 5000));
+  }
+}
+
+TEST(CopyFromStream, RefusesWhatItCannotDo) {
+  const TempFile from(pattern(100));
+  using Open = Stream*(Environment*, const char*);
+  const auto copy = [&](Open* open_destination, Open* open_source, uint64_t count) {
+    return code_of([&](Environment* e) {
+      Stream* const source = open_source(e, from.path());
+      bs_write_from_bs(e, open_destination(e, "/dev/null"), source, count);
+    });
+  };
+  const auto nothing = [](Environment*, const char*) -> Stream* { return nullptr; };
+  const auto reader = bs_reader_from_mmap;
+  const auto bounded = [](auto* e, auto*) { return bs_writer_to_buffer(e, allocate(e, 100), 100); };
+  const auto stepless = [](auto* e, auto*) { return bs_writer_to_buffer(e, nullptr, 0); };
+  const auto shrunk = [](auto* e, auto* path) {
+    Stream* const stream = bs_reader_from_mmap(e, path);
+    std::filesystem::resize_file(path, 50);
+    return stream;
+  };
+  EXPECT_EQ(copy(nothing, reader, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(bounded, nothing, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(reader, reader, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(bounded, bounded, 0), JPX_ERR_INTERNAL);
+  EXPECT_EQ(copy(stepless, reader, 0), 0);
+  EXPECT_EQ(copy(stepless, reader, 1), JPX_ERR_INTERNAL) << "it would never end";
+  EXPECT_EQ(copy(bounded, shrunk, 100), JPX_ERR_READ_PAST_END);
+}
+
+std::string loaded(const char* path) {
+  uint64_t length = 0;
+  void* const data = load_raw_data(path, &length);
+  const std::string result(static_cast<char*>(data), length);
+  free(data);
+  return result;
+}
+
+TEST(RawFile, IsLoadedAndWrittenWhole) {
+  const TempFile from(pattern(12345));
+  const TempFile to("longer than what is written into it");
+  EXPECT_TRUE(loaded(from.path()) == pattern(12345));
+  write_raw_data(to.path(), "raw", 3);
+  EXPECT_EQ(to.contents(), "raw");
+  write_raw_data(to.path(), nullptr, 0);
+  EXPECT_EQ(loaded(to.path()), "");
+}
+
+TEST(RawFile, StandsForTheStandardStreams) {
+  const int original = dup(0);
+  for (const size_t size : {0, 5, 0x80000, 0x100000, 0x100001}) {
+    const TempFile file(pattern(size));
+    const int descriptor = open(file.path(), O_RDONLY);
+    dup2(descriptor, 0);
+    EXPECT_TRUE(loaded("-") == pattern(size)) << size;
+    clearerr(stdin);
+    close(descriptor);
+  }
+  dup2(original, 0);
+  close(original);
+  EXPECT_EQ(captured_stdout([] {
+              write_raw_data("-", "to the ", 7);
+              write_raw_data("-", "screen", 6);
+            }),
+            "to the screen");
+}
+
+TEST(RawFile, TellsWhichFileCannotBeOpened) {
+  uint64_t length = 1;
+  const auto load_dashes = [&] { EXPECT_EQ(load_raw_data("--", &length), nullptr); };
+  EXPECT_EQ(captured(2, load_dashes), "Error: unable to open file `--' for reading\n");
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(captured(2, [] { write_raw_data("/nonexistent/-", "x", 1); }),
+            "Error: unable to open `/nonexistent/-' for writing\n");
+}
+
+}  // namespace
+}  // namespace kvjpx::test
