@@ -83,6 +83,7 @@ int32_t sequential_descriptor(const FileOutput* output) {
 
 void note_content(FileOutput* output, uint32_t result) {
   output->has_content = true;
+  output->writer->descriptor = -1;  // it is not the writer's to close
   output->refusal = result;
 }
 
