@@ -114,7 +114,11 @@ void take_from_tree(BoxIndex* index, uint32_t id) {
   --tree->count;
 }
 
+// What other code moved can't be told from what it left, so every container is to be looked into.
 void enter_children(BoxIndex* index, const SuperBox* parent) {
+  if (parent->id == kRoot || parent->id < index->count) {
+    index_entry(index, parent->id)->flags |= kLookInside;
+  }
   for (Box* box = parent->first_child; box != nullptr; box = box->next) {
     if (box->id >= index->count || entry_of(*index, box->id).box != nullptr) {
       index->has_strangers = true;

@@ -13,13 +13,16 @@ namespace kvjpx {
 
 constexpr uint32_t kNoId = kRoot;
 
+// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container.
+constexpr uint16_t kLookInside = 0x8000;
+
 struct BoxEntry {
   Box* box;  // null: no box of the tree has this identifier
   uint32_t type;
   uint32_t left;  // in the tree of its type; kNoId: nothing
   uint32_t right;
   uint32_t last_child;     // of a container, as far as known; see index_last_child
-  uint16_t flags;          // bits of kv_jpx_box_flags
+  uint16_t flags;          // bits of kv_jpx_box_flags, and kLookInside
   uint16_t header_length;  // 0: the box is not from the input
   // Where the box stands in the input: its header, and how long its content is. The tail is the
   // content's end, in which a container has no boxes.

@@ -82,7 +82,8 @@ constexpr uint64_t kFragmentCountSize = 2;
 const BoxEntry* entry_of(const KeptOutput* output, const Box* box) {
   if (box->id != kRoot && box->id >= output->index->count) return nullptr;
   const BoxEntry* const entry = index_entry(output->index, box->id);
-  return box->id == kRoot || entry->header_length != 0 ? entry : nullptr;
+  if (box->id == kRoot) return entry;
+  return entry->box == box && entry->header_length != 0 ? entry : nullptr;
 }
 
 uint64_t content_begin(const BoxEntry* entry) { return entry->offset + entry->header_length; }
@@ -269,7 +270,7 @@ bool equals_input(const KeptOutput* output, const uint8_t* bytes, uint64_t offse
 }
 
 bool is_changed(const BoxEntry* entry) {
-  return entry == nullptr || (entry->flags & KV_JPX_BOX_CHANGED) != 0;
+  return entry == nullptr || (entry->flags & (KV_JPX_BOX_CHANGED | kLookInside)) != 0;
 }
 
 // Whether the box, or its last descendant, goes on to the end of the file by its header.
@@ -553,6 +554,7 @@ KeptOutput* plan_kept_output(Environment* env, BoxIndex* index, Stream* input, u
   output->env = env;
   output->index = index;
   output->input = input;
+  index_find(env, index, kRoot);  // brings the index up to date
   bool is_same;
   measure_box(output, index->root, false, &is_same);
   go_through(output);
