@@ -19,11 +19,28 @@ int32_t kv_jpx_get_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t 
   });
 }
 
+// What the input has is taken although it is out of the field's range, so that every edit can be
+// undone.
+static int32_t set_back(Context& context, Box* box, uint32_t key, uint64_t index, uint64_t value) {
+  Environment* const env = &context.environment;
+  const BoxLayout* const layout = layout_of(box);
+  const Field* const field = layout != nullptr ? find_field(*layout, box, key) : nullptr;
+  if (field == nullptr || !stood_there(env, context.index, context.input, box, key, index, value)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  Field unjudged = *field;
+  unjudged.check = nullptr;
+  unjudged.standard_check = nullptr;
+  return set_field(unjudged, box, env, index, value, Rules::kStandard);
+}
+
 int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key, uint64_t index,
                                  uint64_t value) {
   return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
     index_note_change(live.index, box);
-    return box->set_int_field(box, &live.environment, key, index, value);
+    const int32_t result = box->set_int_field(box, &live.environment, key, index, value);
+    if (result != JPX_ERR_INVALID_ARGUMENT || live.index->keeps_everything == 0) return result;
+    return set_back(live, box, key, index, value);
   });
 }
 

@@ -30,6 +30,11 @@ void list_resize(Environment* env, EntryList* list, uint64_t entry_size, uint64_
   list->count = count;
 }
 
+void list_set_count(Environment* env, EntryList* list, uint64_t entry_size, uint64_t count) {
+  if (count != 0) reserve(env, list, entry_size, count + 1);
+  list->count = count;
+}
+
 void list_append(Environment* env, EntryList* list, uint64_t entry_size, const void* fresh) {
   reserve(env, list, entry_size, list->count + 2);
   uint8_t* const entry = list->entries + list->count * entry_size;

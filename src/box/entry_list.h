@@ -18,6 +18,9 @@ struct EntryList {
 // Gives the list `count` entries. New ones are zero; those cut off are lost.
 void list_resize(Environment* env, EntryList* list, uint64_t entry_size, uint64_t count);
 
+// The same, but those cut off stay behind the end and come back when the list grows again by this.
+void list_set_count(Environment* env, EntryList* list, uint64_t entry_size, uint64_t count);
+
 // Adds one entry, a copy of *fresh or zeros when that is null.
 void list_append(Environment* env, EntryList* list, uint64_t entry_size, const void* fresh);
 

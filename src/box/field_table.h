@@ -14,6 +14,10 @@ namespace kvjpx {
 // Whether a box takes the value; a refusal is code 3.
 using CheckFn = bool(const Box* box, uint64_t value);
 
+// By what rules fields are served. Those of the standard are for inputs of which everything is kept:
+// no list has habits, and a value must fit the bytes that it is written in.
+enum class Rules { kCompatible, kStandard };
+
 // What a list of entries does apart from the rules that hold for all; bits.
 enum ListHabit : uint32_t {
   kGetTakesCount = 1,       // get takes index = count and reads the spare slot
@@ -73,6 +77,7 @@ struct Field {
   const ListTraits* list;  // null: a single field
   bool is_list_count;      // a single field that says how many entries the list has
   FieldOperations custom;
+  CheckFn* standard_check = nullptr;  // by the rules of the standard; null: check, and the width
 };
 
 constexpr Slot kNoSlot = {nullptr, nullptr};
@@ -119,6 +124,12 @@ constexpr Field custom(Field field, const FieldOperations& operations) {
   return field;
 }
 
+// The same field, which takes other values by the rules of the standard.
+constexpr Field by_standard(Field field, CheckFn* check) {
+  field.standard_check = check;
+  return field;
+}
+
 // The same field, in the content another number than the one that is set and got.
 constexpr Field stored_as(Field field, uint32_t width, Slot slot) {
   field.wire = {width, slot};
@@ -129,8 +140,10 @@ constexpr Field stored_as(Field field, uint32_t width, Slot slot) {
 constexpr Field stored_apart(Field field) { return stored_as(field, 0, kNoSlot); }
 
 // What a field answers to the operations of its box.
-int32_t set_field(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value);
-int32_t get_field(const Field& field, Box* box, uint64_t index, uint64_t* value);
+int32_t set_field(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value,
+                  Rules rules = Rules::kCompatible);
+int32_t get_field(const Field& field, Box* box, uint64_t index, uint64_t* value,
+                  Rules rules = Rules::kCompatible);
 int32_t count_field(const Field& field, Box* box, uint64_t* count, uint32_t* element_size);
 int32_t set_field_bytes(const Field& field, Box* box, Environment* env, const BufferSource& source);
 int32_t get_field_bytes(const Field& field, Box* box, Environment* env,
@@ -138,6 +151,9 @@ int32_t get_field_bytes(const Field& field, Box* box, Environment* env,
 
 // Gives the list of a repeating field another number of entries; new ones are as appended ones.
 int32_t resize_field(const Field& field, Box* box, Environment* env, uint64_t count);
+
+// Whether a value passes the field's checks.
+bool is_taken(const Field& field, const Box* box, uint64_t value, Rules rules);
 
 // Gives back index if it is below the count; else appends an entry and gives back its index.
 uint64_t index_or_append(Environment* env, EntryList* list, const ListTraits& traits,
@@ -149,6 +165,11 @@ inline bool is_flag(const Box*, uint64_t value) { return value <= 1; }
 inline bool fits_8_bits(const Box*, uint64_t value) { return value <= 0xFF; }
 inline bool fits_16_bits(const Box*, uint64_t value) { return value <= 0xFFFF; }
 inline bool fits_32_bits(const Box*, uint64_t value) { return value <= 0xFFFFFFFF; }
+
+// A signed byte, also in the form in which it is got: -128 to 255.
+inline bool is_byte_of_either_sign(const Box*, uint64_t value) {
+  return value <= 0xFF || value >= static_cast<uint64_t>(int64_t{INT8_MIN});
+}
 
 }  // namespace kvjpx
 

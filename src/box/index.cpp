@@ -243,6 +243,9 @@ void index_forget(BoxIndex* index, Box* box) {
 
 void index_discard(Environment* env, BoxIndex* index, Box* box) {
   index_forget(index, box);
+  // The identifiers of what was in it are given again.
+  for (uint32_t id = box->id + 1; id < index->count; ++id) entry_of(*index, id) = {};
+  index->count = box->id + 1;
   box->destroy(box, env);
   JPX_SafeFreeInternal(env, box);
 }

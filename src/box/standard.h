@@ -4,6 +4,7 @@
 #ifndef KVJPX_BOX_STANDARD_H_
 #define KVJPX_BOX_STANDARD_H_
 
+#include "box/index.h"
 #include "box/typed_box.h"
 
 namespace kvjpx {
@@ -19,6 +20,10 @@ Box* make_standard_box(Environment* env, uint32_t type, Box* parent, uint32_t id
 // not what the type asks for, and stream->unread how much of it was not taken.
 Box* read_standard_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
                        uint32_t* counter);
+
+// Whether the input has this value in a field of the box, which may be one that no set takes.
+bool stood_there(Environment* env, BoxIndex* index, Stream* input, Box* box, uint32_t key,
+                 uint64_t index_of_entry, uint64_t value);
 
 // The layout that a box's operations come from; null for one without fields.
 const BoxLayout* layout_of(const Box* box);

@@ -69,6 +69,17 @@ constexpr uint32_t kAnyParent = 1;  // whatever box, but there must be one
 constexpr uint32_t kNoParent = 2;   // whatever box, or none
 
 extern const BoxLayout kJp;
+// By the rules of the standard, of the types whose ordinary layout has others (see standard.h).
+extern const BoxLayout kStandardFtyp;
+extern const BoxLayout kStandardRreq;
+extern const BoxLayout kStandardBpcc;
+extern const BoxLayout kStandardColr;
+extern const BoxLayout kStandardPclr;
+extern const BoxLayout kStandardOpct;
+extern const BoxLayout kStandardInst;
+extern const BoxLayout kStandardUrl;
+extern const BoxLayout kStandardNlst;
+extern const BoxLayout kStandardUlst;
 extern const BoxLayout kCref;
 extern const BoxLayout kDtbl;
 // Of boxes that were made, and so keep what stands in front of their children.

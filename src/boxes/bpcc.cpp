@@ -45,5 +45,6 @@ void jpx_bpcc_print(Box* box) {
 
 constexpr BoxLayout kBpcc =
     box_layout<BpccBox>(code("bpcc"), kFields, jpx_bpcc_print, {nullptr, nullptr, read_depths});
+constexpr BoxLayout kStandardBpcc = box_layout<BpccBox>(code("bpcc"), kFields, jpx_bpcc_print);
 
 }  // namespace kvjpx

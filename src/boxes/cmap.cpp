@@ -24,9 +24,13 @@ struct CmapBox : Box {
 // a set of 0 would be taken and written.
 bool is_component(const Box*, uint64_t value) { return value >= 1 && value <= kMaxComponent; }
 
+bool is_component_index(const Box*, uint64_t value) { return value < kMaxComponent; }
+
 constexpr ListTraits kMappings = list_of<&CmapBox::mappings, Mapping>();
 constexpr Field kFields[] = {
-    repeating(JPX_FIELD_CMAP_CMP, "CMP", 2, kMappings, member<&Mapping::component>, is_component),
+    by_standard(
+        repeating(JPX_FIELD_CMAP_CMP, "CMP", 2, kMappings, member<&Mapping::component>, is_component),
+        is_component_index),
     repeating(JPX_FIELD_CMAP_MTYP, "MTYP", 1, kMappings, member<&Mapping::type>, is_flag),
     repeating(JPX_FIELD_CMAP_PCOL, "PCOL", 1, kMappings, member<&Mapping::column>),
 };

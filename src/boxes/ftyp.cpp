@@ -92,11 +92,12 @@ int32_t resize_compatible_brands(const Field&, Box* box, Environment* env, uint6
 constexpr FieldOperations kCompatibility = {
     set_compatible_brand,    get_compatible_brand, count_compatible_brands, nullptr, nullptr,
     resize_compatible_brands};
-constexpr Field kFields[] = {
-    single(JPX_FIELD_FTYP_BR, "BR", 4, member<&FtypBox::brand>),
-    single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>),
-    custom(repeating(JPX_FIELD_FTYP_CL, "CL", 4, kOthers, number<uint32_t>), kCompatibility),
-};
+constexpr Field kBrand = single(JPX_FIELD_FTYP_BR, "BR", 4, member<&FtypBox::brand>);
+constexpr Field kVersion = single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>);
+constexpr Field kList = repeating(JPX_FIELD_FTYP_CL, "CL", 4, kOthers, number<uint32_t>);
+constexpr Field kFields[] = {kBrand, kVersion, custom(kList, kCompatibility)};
+// All brands are others.
+constexpr Field kStandardFields[] = {kBrand, kVersion, kList};
 
 uint64_t length_of_brands(Box* box) { return kBrandSize * total_count(ftyp(box)); }
 
@@ -134,5 +135,7 @@ void read_brands(Environment* env, Stream* stream, Box* box) {
 
 constexpr BoxLayout kFtyp = box_layout<FtypBox>(code("ftyp"), kFields, jpx_ftyp_print,
                                                 {length_of_brands, render_brands, read_brands});
+constexpr BoxLayout kStandardFtyp =
+    box_layout<FtypBox>(code("ftyp"), kStandardFields, jpx_ftyp_print);
 
 }  // namespace kvjpx

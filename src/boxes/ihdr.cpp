@@ -30,13 +30,17 @@ bool is_component_count(const Box*, uint64_t value) {
 
 bool is_jpeg2000(const Box*, uint64_t value) { return value == KV_JPX_C_JPEG2000; }
 
+// ISO/IEC 15444-2 knows more of them.
+bool is_compression(const Box*, uint64_t value) { return value <= KV_JPX_C_JBIG; }
+
 // HEIGHT and WIDTH are tested in full and stored as their low 32 bits.
 constexpr Field kFields[] = {
     single(JPX_FIELD_IHDR_HEIGHT, "HEIGHT", 4, member<&IhdrBox::height>, is_nonzero),
     single(JPX_FIELD_IHDR_WIDTH, "WIDTH", 4, member<&IhdrBox::width>, is_nonzero),
     single(JPX_FIELD_IHDR_NC, "NC", 2, member<&IhdrBox::components>, is_component_count),
     single(JPX_FIELD_IHDR_BPC, "BPC", 1, member<&IhdrBox::bit_depth>, is_bit_depth),
-    single(JPX_FIELD_IHDR_C, "C", 1, member<&IhdrBox::compression>, is_jpeg2000),
+    by_standard(single(JPX_FIELD_IHDR_C, "C", 1, member<&IhdrBox::compression>, is_jpeg2000),
+                is_compression),
     single(JPX_FIELD_IHDR_UnkC, "UnkC", 1, member<&IhdrBox::unknown_colourspace>, is_flag),
     single(JPX_FIELD_IHDR_IPR, "IPR", 1, member<&IhdrBox::property_rights>, is_flag),
 };

@@ -54,13 +54,19 @@ void store_persistence(void* record, uint64_t word) {
   instruction->life = static_cast<uint32_t>(word) & ~kPersistBit;
 }
 
+constexpr uint64_t kKnownTypes =
+    KV_JPX_ITYP_OFFSETS | KV_JPX_ITYP_SCALING | KV_JPX_ITYP_PERSISTENCE | KV_JPX_ITYP_CROPPING;
+bool has_known_types(const Box*, uint64_t value) { return (value & ~kKnownTypes) == 0; }
+
 // Kept for compatibility, as in creg: a refused LIFE leaves an appended instruction behind, and a
 // get takes one index more than there are instructions.
 constexpr ListTraits kInstructions =
     list_of<&InstBox::instructions, Instruction>(0, kGetTakesCount | kAppendsBeforeCheck, &kFresh);
+constexpr Field kRepetitions =
+    single(JPX_FIELD_INST_REPT, "REPT", 2, member<&InstBox::repetitions>);
 constexpr Field kFields[] = {
     single(JPX_FIELD_INST_Ityp, "Ityp", 2, member<&InstBox::types>),
-    single(JPX_FIELD_INST_REPT, "REPT", 2, member<&InstBox::repetitions>),
+    kRepetitions,
     // Kept for compatibility: TICK is served from REPT, with the width of a tick. Were it served
     // from itself, setting it would no longer change REPT. The tick goes through a file unchanged.
     stored_as(single(JPX_FIELD_INST_TICK, "TICK", 4, member<&InstBox::repetitions>), 4,
@@ -80,6 +86,13 @@ constexpr Field kFields[] = {
     repeating(JPX_FIELD_INST_YC, "YC", 4, kInstructions, member<&Instruction::y_crop>),
     repeating(JPX_FIELD_INST_WC, "WC", 4, kInstructions, member<&Instruction::width_crop>),
     repeating(JPX_FIELD_INST_HC, "HC", 4, kInstructions, member<&Instruction::height_crop>),
+};
+
+// In front of the others, which are the same.
+constexpr Field kStandardFields[] = {
+    single(JPX_FIELD_INST_Ityp, "Ityp", 2, member<&InstBox::types>, has_known_types),
+    kRepetitions,
+    single(JPX_FIELD_INST_TICK, "TICK", 4, member<&InstBox::tick>),
 };
 
 // The groups of an instruction, in their order on disk.
@@ -164,10 +177,30 @@ void read_instructions(Environment* env, Stream* stream, Box* box) {
   }
 }
 
+// How long an instruction is, nobody knows when it has groups that nobody knows.
+void read_known_instructions(Environment* env, Stream* stream, Box* box) {
+  if (has_known_types(box, inst(box)->types)) {
+    read_instructions(env, stream, box);
+  } else {
+    stream->content_is_bad = 1;
+  }
+}
+
+void release_instructions(Box* box, Environment* env) { list_release(env, instructions_of(box)); }
+
+constexpr BoxLayout standard_layout() {
+  BoxLayout layout = box_layout<InstBox>(code("inst"), kStandardFields, jpx_inst_print,
+                                         {length_of_instructions, render_instructions,
+                                          read_known_instructions, release_instructions});
+  layout.base = &kInst;
+  return layout;
+}
+
 }  // namespace
 
 constexpr BoxLayout kInst =
     box_layout<InstBox>(code("inst"), kFields, jpx_inst_print,
                         {length_of_instructions, render_instructions, read_instructions});
+constexpr BoxLayout kStandardInst = standard_layout();
 
 }  // namespace kvjpx

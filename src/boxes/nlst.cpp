@@ -26,11 +26,10 @@ int32_t set_number(const Field&, Box* box, Environment* env, uint64_t index, uin
 }
 
 constexpr FieldOperations kBehindTheLast = {set_number};
-constexpr Field kFields[] = {
-    custom(
-        also(repeating(JPX_FIELD_NLST_AN, "AN", 4, kNumbers, number<uint32_t>), KV_JPX_FIELD_BYTES),
-        kBehindTheLast),
-};
+constexpr Field kNumber =
+    also(repeating(JPX_FIELD_NLST_AN, "AN", 4, kNumbers, number<uint32_t>), KV_JPX_FIELD_BYTES);
+constexpr Field kFields[] = {custom(kNumber, kBehindTheLast)};
+constexpr Field kStandardFields[] = {kNumber};
 
 void jpx_nlst_print(Box* box) {
   const EntryList& numbers = static_cast<NlstBox*>(box)->numbers;
@@ -46,5 +45,7 @@ void jpx_nlst_print(Box* box) {
 }  // namespace
 
 constexpr BoxLayout kNlst = box_layout<NlstBox>(code("nlst"), kFields, jpx_nlst_print);
+constexpr BoxLayout kStandardNlst =
+    box_layout<NlstBox>(code("nlst"), kStandardFields, jpx_nlst_print);
 
 }  // namespace kvjpx

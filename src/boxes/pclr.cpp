@@ -2,7 +2,8 @@
 //
 //   2 NE, 1 NPC, NPC times 1 B, then for each of NE entries and NPC columns: its value
 //
-// A value takes 1 to 5 bytes by its column's depth, see value_width.
+// A value takes 1 to 5 bytes by its column's depth, see value_width. By the rules of the standard,
+// at the end of this file, it takes as many as its depth needs.
 #include <stdio.h>
 #include <string.h>
 
@@ -27,6 +28,7 @@ struct PclrBox : Box {
   uint8_t column_count;     // NPC
   uint8_t depths[kDepths];  // B
   EntryList values;         // C, entry by entry, uint32_t each; without storage until needed
+  uint32_t stride;          // by the rules of the standard: columns that the table has room for
 };
 
 PclrBox* pclr(Box* box) { return static_cast<PclrBox*>(box); }
@@ -46,6 +48,9 @@ uint32_t value_at(const PclrBox* self, uint64_t index) {
   return index < self->values.count ? *entry_at<uint32_t>(self->values, index) : 0;
 }
 
+bool is_entry_count(const Box*, uint64_t value) { return value >= 1 && value <= kMaxEntries; }
+bool is_column_count(const Box*, uint64_t value) { return value >= 1 && value <= kMaxColumns; }
+
 // The values stay where they are in their block; new ones are zero.
 void size_table(PclrBox* self, Environment* env) {
   if (value_count(self) != 0) list_resize(env, &self->values, kValueSize, value_count(self));
@@ -53,7 +58,7 @@ void size_table(PclrBox* self, Environment* env) {
 
 int32_t set_entry_count(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
-  if (value < 1 || value > kMaxEntries) return JPX_ERR_INVALID_ARGUMENT;
+  if (!is_entry_count(box, value)) return JPX_ERR_INVALID_ARGUMENT;
   PclrBox* const self = pclr(box);
   const uint16_t old_count = self->entry_count;
   if (value == old_count) return JPX_OK;
@@ -68,7 +73,7 @@ int32_t set_entry_count(const Field&, Box* box, Environment* env, uint64_t index
 // places. Moved, the same calls would give another palette.
 int32_t set_column_count(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
-  if (value < 1 || value > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
+  if (!is_column_count(box, value)) return JPX_ERR_INVALID_ARGUMENT;
   PclrBox* const self = pclr(box);
   if (value == self->column_count) return JPX_OK;
   self->column_count = static_cast<uint8_t>(value);
@@ -200,9 +205,13 @@ constexpr FieldOperations kDepth = {set_depth, get_depth, count_columns, set_all
                                     get_all_depths};
 constexpr FieldOperations kValue = {set_value, get_value, count_values, set_all_values,
                                     get_all_values};
+constexpr Field kEntries = single(JPX_FIELD_PCLR_NE, "NE", 2, member<&PclrBox::entry_count>,
+                                  is_entry_count);
+constexpr Field kColumns = single(JPX_FIELD_PCLR_NPC, "NPC", 1, member<&PclrBox::column_count>,
+                                  is_column_count);
 constexpr Field kFields[] = {
-    custom(single(JPX_FIELD_PCLR_NE, "NE", 2, member<&PclrBox::entry_count>), kEntryCount),
-    custom(single(JPX_FIELD_PCLR_NPC, "NPC", 1, member<&PclrBox::column_count>), kColumnCount),
+    custom(kEntries, kEntryCount),
+    custom(kColumns, kColumnCount),
     also(custom_number(JPX_FIELD_PCLR_B, "B", 1, kDepth), kRepeatsAndBytes),
     also(custom_number(JPX_FIELD_PCLR_C, "C", kValueSize, kValue), kRepeatsAndBytes),
 };
@@ -272,9 +281,10 @@ void jpx_pclr_print(Box* box) {
            sign_text(depth));
   }
   puts("Color palette entries:");
+  const uint64_t stride = self->stride != 0 ? self->stride : self->column_count;
   for (uint32_t j = 0; j < self->entry_count; ++j) {
     for (uint32_t i = 0; i < self->column_count; ++i) {
-      printf("  C[%u][%u]: %u\n", j, i, value_at(self, uint64_t{j} * self->column_count + i));
+      printf("  C[%u][%u]: %u\n", j, i, value_at(self, j * stride + i));
     }
   }
 }
@@ -292,10 +302,200 @@ void read_table(Environment* env, Stream* stream, Box* box) {
   }
 }
 
+// ------------------------------------------------------------------- by the rules of the standard
+//
+// The table only ever grows, so that what a smaller NE or NPC hides comes back with them. Values are
+// kept as they are written, whatever their sign.
+
+constexpr uint32_t kMaxHeldDepth = 32;
+
+uint32_t standard_width(uint8_t depth) { return (depth_of(depth) + 7) / 8; }
+
+uint32_t written_bits(uint8_t depth) { return UINT32_MAX >> (32 - 8 * standard_width(depth)); }
+
+bool is_held_depth(const Box*, uint64_t value) {
+  return value <= 0xFF && depth_of(static_cast<uint8_t>(value)) <= kMaxHeldDepth;
+}
+
+// Room for `columns` and for all entries.
+void widen_table(PclrBox* self, Environment* env, uint64_t columns) {
+  if (columns <= self->stride) {
+    const uint64_t places = uint64_t{self->entry_count} * self->stride;
+    if (places > self->values.count) list_set_count(env, &self->values, kValueSize, places);
+    return;
+  }
+  EntryList wider = {};
+  const uint64_t rows = self->stride != 0 ? self->values.count / self->stride : 0;
+  const uint64_t needed = rows > self->entry_count ? rows : self->entry_count;
+  list_resize(env, &wider, kValueSize, needed * columns);
+  for (uint64_t place = 0; place < rows * self->stride; ++place) {
+    *entry_at<uint32_t>(wider, place / self->stride * columns + place % self->stride) =
+        *entry_at<uint32_t>(self->values, place);
+  }
+  list_release(env, &self->values);
+  self->values = wider;
+  self->stride = static_cast<uint32_t>(columns);
+}
+
+uint32_t* cell_at(const PclrBox* self, uint64_t index) {
+  const uint64_t row = index / self->column_count;
+  return entry_at<uint32_t>(self->values, row * self->stride + index % self->column_count);
+}
+
+int32_t set_number(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value) {
+  if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
+  if (!is_taken(field, box, value, Rules::kStandard)) return JPX_ERR_INVALID_ARGUMENT;
+  field.slot.store(box, value);
+  widen_table(pclr(box), env, pclr(box)->column_count);
+  return JPX_OK;
+}
+
+int32_t set_held_depth(const Field& field, Box* box, Environment*, uint64_t index, uint64_t value) {
+  if (index >= pclr(box)->column_count) return JPX_ERR_NO_SUCH_FIELD;
+  if (!is_taken(field, box, value, Rules::kStandard)) return JPX_ERR_INVALID_ARGUMENT;
+  pclr(box)->depths[index] = static_cast<uint8_t>(value);
+  return JPX_OK;
+}
+
+int32_t get_held_depth(const Field&, Box* box, uint64_t index, uint64_t* value) {
+  if (index >= pclr(box)->column_count) return JPX_ERR_NO_SUCH_FIELD;
+  *value = pclr(box)->depths[index];
+  return JPX_OK;
+}
+
+int32_t set_held_depths(const Field&, Box* box, Environment* env, const BufferSource& source) {
+  uint64_t size;
+  if (source.element_size != 1 || !is_valid_source(source, &size) || !is_column_count(box, size)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  const auto* const depths = static_cast<const uint8_t*>(source.data);
+  for (uint64_t i = 0; i < size; ++i) {
+    if (!is_held_depth(box, depths[i])) return JPX_ERR_INVALID_ARGUMENT;
+  }
+  pclr(box)->column_count = static_cast<uint8_t>(size);
+  widen_table(pclr(box), env, size);
+  memcpy(pclr(box)->depths, depths, size);
+  return JPX_OK;
+}
+
+// A number of the depth, as such or as it is written: with its sign in the bits above.
+bool fits_depth(uint8_t depth, uint64_t value) {
+  if (value >> depth_of(depth) == 0) return true;
+  const uint64_t lowest = ~uint64_t{0} << (depth & 0x7F);
+  const uint64_t written = written_bits(depth);
+  const bool is_negative = value >= lowest || (value <= written && (value | ~written) >= lowest);
+  return (depth & kSignBit) != 0 && is_negative;
+}
+
+int32_t set_cell(const Field& field, Box* box, Environment*, uint64_t index, uint64_t value) {
+  const PclrBox* const self = pclr(box);
+  if (index >= value_count(self)) return JPX_ERR_NO_SUCH_FIELD;
+  const uint8_t depth = self->depths[index % self->column_count];
+  if (field.check != nullptr && !fits_depth(depth, value)) return JPX_ERR_INVALID_ARGUMENT;
+  *cell_at(self, index) = static_cast<uint32_t>(value) & written_bits(depth);
+  return JPX_OK;
+}
+
+int32_t get_cell(const Field&, Box* box, uint64_t index, uint64_t* value) {
+  if (index >= value_count(pclr(box))) return JPX_ERR_NO_SUCH_FIELD;
+  *value = *cell_at(pclr(box), index);
+  return JPX_OK;
+}
+
+// The bytes of a value among a caller's.
+uint32_t value_in(const BufferSource& source, uint64_t index) {
+  uint32_t value;
+  memcpy(&value, static_cast<const uint8_t*>(source.data) + index * kValueSize, kValueSize);
+  return value;
+}
+
+// Judged by nothing but the width; the sign of a negative number may go on above it.
+int32_t set_all_cells(const Field&, Box* box, Environment*, const BufferSource& source) {
+  const PclrBox* const self = pclr(box);
+  uint64_t size;
+  if (source.element_size != kValueSize || source.count != value_count(self) ||
+      !is_valid_source(source, &size)) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  for (uint64_t i = 0; i < source.count; ++i) {
+    const uint32_t written = written_bits(self->depths[i % self->column_count]);
+    const uint32_t above = value_in(source, i) & ~written;
+    if (above != 0 && above != ~written) return JPX_ERR_INVALID_ARGUMENT;
+  }
+  for (uint64_t i = 0; i < source.count; ++i) {
+    const uint32_t written = written_bits(self->depths[i % self->column_count]);
+    *cell_at(self, i) = value_in(source, i) & written;
+  }
+  return JPX_OK;
+}
+
+int32_t get_all_cells(const Field&, Box* box, Environment* env, const BufferRequest& request) {
+  const PclrBox* const self = pclr(box);
+  const int32_t result = grant_buffer(env, request, value_count(self), kValueSize);
+  if (result != JPX_OK) return result;
+  for (uint64_t i = 0; i < value_count(self); ++i) {
+    memcpy(static_cast<uint8_t*>(*request.buffer) + i * kValueSize, cell_at(self, i), kValueSize);
+  }
+  return JPX_OK;
+}
+
+constexpr Field checked(Field field, CheckFn* check) {
+  field.check = check;
+  return also(field, kRepeatsAndBytes);
+}
+
+constexpr FieldOperations kNumber = {set_number};
+constexpr FieldOperations kHeldDepth = {set_held_depth, get_held_depth, count_columns,
+                                        set_held_depths, get_all_depths};
+constexpr FieldOperations kCell = {set_cell, get_cell, count_values, set_all_cells, get_all_cells};
+constexpr Field kStandardFields[] = {
+    custom(kEntries, kNumber),
+    custom(kColumns, kNumber),
+    checked(custom_number(JPX_FIELD_PCLR_B, "B", 1, kHeldDepth), is_held_depth),
+    checked(custom_number(JPX_FIELD_PCLR_C, "C", kValueSize, kCell), fits_32_bits),
+};
+
+uint64_t entry_length(const PclrBox* self) {
+  uint64_t length = 0;
+  for (uint32_t i = 0; i < self->column_count; ++i) length += standard_width(self->depths[i]);
+  return length;
+}
+
+uint64_t length_of_cells(Box* box) {
+  return pclr(box)->column_count + pclr(box)->entry_count * entry_length(pclr(box));
+}
+
+void render_cells(Box* box, Environment* env, Stream* stream) {
+  const PclrBox* const self = pclr(box);
+  bs_write_memcpy(env, stream, self->depths, self->column_count);
+  for (uint64_t i = 0; i < value_count(self); ++i) {
+    const uint32_t width = standard_width(self->depths[i % self->column_count]);
+    bs_write_n_byte(env, stream, *cell_at(self, i), width, 0);
+  }
+}
+
+void read_cells(Environment* env, Stream* stream, Box* box) {
+  PclrBox* const self = pclr(box);
+  bs_read_memcpy(env, stream, self->depths, self->column_count);
+  for (uint32_t i = 0; i < self->column_count; ++i) {
+    if (!is_held_depth(box, self->depths[i])) stream->content_is_bad = 1;
+  }
+  if (stream->content_is_bad != 0) return;
+  if (!has_content(env, stream, self->entry_count * entry_length(self), 1)) return;
+  widen_table(self, env, self->column_count);
+  for (uint64_t i = 0; i < value_count(self); ++i) {
+    const uint32_t width = standard_width(self->depths[i % self->column_count]);
+    *cell_at(self, i) = static_cast<uint32_t>(bs_read_n_byte(env, stream, width, 0));
+  }
+}
+
 }  // namespace
 
 constexpr BoxLayout kPclr =
     box_layout<PclrBox>(code("pclr"), kFields, jpx_pclr_print,
                         {length_of_table, render_table, read_table, release_table});
+constexpr BoxLayout kStandardPclr =
+    box_layout<PclrBox>(code("pclr"), kStandardFields, jpx_pclr_print,
+                        {length_of_cells, render_cells, read_cells, release_table});
 
 }  // namespace kvjpx

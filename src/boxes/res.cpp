@@ -32,8 +32,12 @@ constexpr Field kFields[] = {
     single(JPX_FIELD_RESC_VR_D, "VR_D", 2, member<&ResBox::vertical_denominator>, is_ratio_part),
     single(JPX_FIELD_RESC_HR_N, "HR_N", 2, member<&ResBox::horizontal_numerator>, is_ratio_part),
     single(JPX_FIELD_RESC_HR_D, "HR_D", 2, member<&ResBox::horizontal_denominator>, is_ratio_part),
-    single(JPX_FIELD_RESC_VR_E, "VR_E", 1, member<&ResBox::vertical_exponent>, is_signed_byte),
-    single(JPX_FIELD_RESC_HR_E, "HR_E", 1, member<&ResBox::horizontal_exponent>, is_signed_byte),
+    by_standard(
+        single(JPX_FIELD_RESC_VR_E, "VR_E", 1, member<&ResBox::vertical_exponent>, is_signed_byte),
+        is_byte_of_either_sign),
+    by_standard(
+        single(JPX_FIELD_RESC_HR_E, "HR_E", 1, member<&ResBox::horizontal_exponent>, is_signed_byte),
+        is_byte_of_either_sign),
 };
 
 void jpx_res_print(Box* box) {

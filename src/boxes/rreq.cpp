@@ -47,6 +47,26 @@ bool is_mask(const Box* box, uint64_t value) {
   return value < uint32_t{1} << shift;
 }
 
+// By the rules of the standard: a mask has its ML bytes, and ML is one that holds all masks.
+bool fits_mask(uint32_t mask_length, uint64_t mask) {
+  return mask_length >= sizeof(mask) || mask >> 8 * mask_length == 0;
+}
+
+bool is_whole_mask(const Box* box, uint64_t value) {
+  return fits_mask(static_cast<const RreqBox*>(box)->mask_length, value);
+}
+
+bool holds_masks(const RreqBox* self, uint32_t mask_length) {
+  uint64_t all = self->fully_understand | self->display_completely;
+  for (uint64_t i = 0; i < self->standard.count; ++i) {
+    all |= entry_at<StandardFeature>(self->standard, i)->mask;
+  }
+  for (uint64_t i = 0; i < self->vendor.count; ++i) {
+    all |= entry_at<VendorFeature>(self->vendor, i)->mask;
+  }
+  return fits_mask(mask_length, all);
+}
+
 constexpr ListTraits kStandard = list_of<&RreqBox::standard, StandardFeature>();
 constexpr ListTraits kVendor = list_of<&RreqBox::vendor, VendorFeature>();
 
@@ -57,21 +77,38 @@ constexpr Field vendor_uuid() {
   return field;
 }
 
-constexpr Field kFields[] = {
+int32_t set_fitting_mask_length(const Field& field, Box* box, Environment*, uint64_t index,
+                                uint64_t value) {
+  if (index != 0) return JPX_ERR_NO_SUCH_FIELD;
+  const bool is_known = is_taken(field, box, value, Rules::kStandard);
+  if (!is_known || !holds_masks(rreq(box), static_cast<uint32_t>(value))) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  rreq(box)->mask_length = static_cast<uint32_t>(value);
+  return JPX_OK;
+}
+
+constexpr Field kMaskLength =
     stored_as(single(JPX_FIELD_RREQ_ML, "ML", 4, member<&RreqBox::mask_length>, is_mask_length), 1,
-              member<&RreqBox::mask_length>),
-    stored_apart(
-        single(JPX_FIELD_RREQ_FUAM, "FUAM", 8, member<&RreqBox::fully_understand>, is_mask)),
-    stored_apart(
-        single(JPX_FIELD_RREQ_DCM, "DCM", 8, member<&RreqBox::display_completely>, is_mask)),
+              member<&RreqBox::mask_length>);
+constexpr Field mask_field(const Field& field) { return by_standard(field, is_whole_mask); }
+
+constexpr Field kFields[] = {
+    kMaskLength,
+    mask_field(stored_apart(
+        single(JPX_FIELD_RREQ_FUAM, "FUAM", 8, member<&RreqBox::fully_understand>, is_mask))),
+    mask_field(stored_apart(
+        single(JPX_FIELD_RREQ_DCM, "DCM", 8, member<&RreqBox::display_completely>, is_mask))),
     list_count(JPX_FIELD_RREQ_NSF, "NSF", kStandard, fits_16_bits),
     repeating(JPX_FIELD_RREQ_SF, "SF", 2, kStandard, member<&StandardFeature::number>,
               fits_16_bits),
-    repeating(JPX_FIELD_RREQ_SM, "SM", 8, kStandard, member<&StandardFeature::mask>, is_mask),
+    mask_field(repeating(JPX_FIELD_RREQ_SM, "SM", 8, kStandard, member<&StandardFeature::mask>, is_mask)),
     list_count(JPX_FIELD_RREQ_NVF, "NVF", kVendor, fits_16_bits),
-    repeating(JPX_FIELD_RREQ_VM, "VM", 8, kVendor, member<&VendorFeature::mask>, is_mask),
+    mask_field(repeating(JPX_FIELD_RREQ_VM, "VM", 8, kVendor, member<&VendorFeature::mask>, is_mask)),
     vendor_uuid(),
 };
+// In front of the others, which are the same.
+constexpr Field kStandardFields[] = {custom(kMaskLength, {set_fitting_mask_length})};
 
 // Longer masks than 8 bytes keep the last 8; bytes that the payload lacks are 0.
 uint64_t read_mask(Environment* env, Stream* stream, uint32_t mask_length) {
@@ -173,9 +210,31 @@ void read_masks(Environment* env, Stream* stream, Box* box) {
   read_vendor_features(env, stream, self);
 }
 
+void read_whole_masks(Environment* env, Stream* stream, Box* box) {
+  if (rreq(box)->mask_length > sizeof(uint64_t)) {
+    stream->content_is_bad = 1;
+  } else {
+    read_masks(env, stream, box);
+  }
+}
+
+void release_features(Box* box, Environment* env) {
+  list_release(env, &rreq(box)->standard);
+  list_release(env, &rreq(box)->vendor);
+}
+
+constexpr BoxLayout standard_layout() {
+  BoxLayout layout =
+      box_layout<RreqBox>(code("rreq"), kStandardFields, jpx_rreq_print,
+                          {length_of_masks, render_masks, read_whole_masks, release_features});
+  layout.base = &kRreq;
+  return layout;
+}
+
 }  // namespace
 
 constexpr BoxLayout kRreq = box_layout<RreqBox>(code("rreq"), kFields, jpx_rreq_print,
                                                 {length_of_masks, render_masks, read_masks});
+constexpr BoxLayout kStandardRreq = standard_layout();
 
 }  // namespace kvjpx

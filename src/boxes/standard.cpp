@@ -2,6 +2,8 @@
 #include "box/standard.h"
 
 #include "boxes/boxes.h"
+#include "kvjpx.h"
+#include "stream/view.h"
 
 namespace kvjpx {
 namespace {
@@ -16,18 +18,41 @@ struct StandardType {
   uint32_t places[kMaxPlaces];  // types of container, the root included; 0: none further
 };
 
-#define KVJPX_LAYOUT(layout) &layout, &Typed<layout>::kOperations
+// A layout's operations, by the rules of the standard.
+template <const BoxLayout& Layout>
+struct ByStandard {
+  static int32_t set_int_field(Box* box, Environment* env, uint32_t key, uint64_t index,
+                               uint64_t value) {
+    const Field* const field = find_field(Layout, box, key);
+    if (field == nullptr) return JPX_ERR_NO_SUCH_FIELD;
+    return set_field(*field, box, env, index, value, Rules::kStandard);
+  }
+  static int32_t get_int_field(Box* box, uint32_t key, uint64_t index, uint64_t* value) {
+    const Field* const field = find_field(Layout, box, key);
+    if (field == nullptr) return JPX_ERR_NO_SUCH_FIELD;
+    return get_field(*field, box, index, value, Rules::kStandard);
+  }
+  static constexpr BoxOperations operations() {
+    BoxOperations operations = Typed<Layout>::kOperations;
+    operations.set_int_field = set_int_field;
+    operations.get_int_field = get_int_field;
+    return operations;
+  }
+  static constexpr BoxOperations kOperations = operations();
+};
+
+#define KVJPX_LAYOUT(layout) &layout, &ByStandard<layout>::kOperations
 #define KVJPX_PLAIN nullptr, nullptr
 // clang-format off
 constexpr StandardType kTypes[] = {
     {code("jP  "), KVJPX_LAYOUT(kJp), {kRoot}},
-    {code("ftyp"), KVJPX_LAYOUT(kFtyp), {kRoot}},
-    {code("rreq"), KVJPX_LAYOUT(kRreq), {kRoot}},
+    {code("ftyp"), KVJPX_LAYOUT(kStandardFtyp), {kRoot}},
+    {code("rreq"), KVJPX_LAYOUT(kStandardRreq), {kRoot}},
     {code("jp2h"), KVJPX_PLAIN, {kRoot}},
     {code("ihdr"), KVJPX_LAYOUT(kIhdr), {code("jp2h"), code("jpch")}},
-    {code("bpcc"), KVJPX_LAYOUT(kBpcc), {code("jp2h"), code("jpch")}},
-    {code("colr"), KVJPX_LAYOUT(kColr), {code("jp2h"), code("cgrp")}},
-    {code("pclr"), KVJPX_LAYOUT(kPclr), {code("jp2h"), code("jpch")}},
+    {code("bpcc"), KVJPX_LAYOUT(kStandardBpcc), {code("jp2h"), code("jpch")}},
+    {code("colr"), KVJPX_LAYOUT(kStandardColr), {code("jp2h"), code("cgrp")}},
+    {code("pclr"), KVJPX_LAYOUT(kStandardPclr), {code("jp2h"), code("jpch")}},
     {code("cmap"), KVJPX_LAYOUT(kCmap), {code("jp2h"), code("jpch")}},
     {code("cdef"), KVJPX_LAYOUT(kCdef), {code("jp2h"), code("jplh")}},
     {code("res "), KVJPX_PLAIN, {code("jp2h"), code("jplh")}},
@@ -36,27 +61,27 @@ constexpr StandardType kTypes[] = {
     {code("jpch"), KVJPX_PLAIN, {kRoot}},
     {code("jplh"), KVJPX_PLAIN, {kRoot}},
     {code("cgrp"), KVJPX_PLAIN, {code("jplh")}},
-    {code("opct"), KVJPX_LAYOUT(kOpct), {code("jplh")}},
+    {code("opct"), KVJPX_LAYOUT(kStandardOpct), {code("jplh")}},
     {code("creg"), KVJPX_LAYOUT(kCreg), {code("jplh")}},
     {code("comp"), KVJPX_PLAIN, {kRoot}},
     {code("copt"), KVJPX_LAYOUT(kCopt), {code("comp")}},
-    {code("inst"), KVJPX_LAYOUT(kInst), {code("comp")}},
+    {code("inst"), KVJPX_LAYOUT(kStandardInst), {code("comp")}},
     {code("jp2c"), KVJPX_PLAIN, {kRoot}},
     {code("jp2i"), KVJPX_PLAIN, {kRoot}},
     {code("ftbl"), KVJPX_PLAIN, {kRoot}},
     {code("flst"), KVJPX_LAYOUT(kFlst), {code("ftbl"), code("cref"), code("jpch"), code("jplh"), code("comp")}},
     {code("cref"), &kCref, &kCrefOperations, {code("jp2h"), code("jpch"), code("jplh"), code("asoc"), code("cgrp")}},
     {code("dtbl"), &kDtbl, &kDtblOperations, {kRoot}},
-    {code("url "), KVJPX_LAYOUT(kUrl), {code("uinf"), code("dtbl")}},
+    {code("url "), KVJPX_LAYOUT(kStandardUrl), {code("uinf"), code("dtbl")}},
     {code("drep"), KVJPX_PLAIN, {kRoot}},
     {code("gtso"), KVJPX_PLAIN, {code("drep")}},
     {code("asoc"), KVJPX_PLAIN, {kAnywhere}},
-    {code("nlst"), KVJPX_LAYOUT(kNlst), {code("asoc")}},
+    {code("nlst"), KVJPX_LAYOUT(kStandardNlst), {code("asoc")}},
     {code("lbl "), KVJPX_PLAIN, {kAnywhere}},
     {code("roid"), KVJPX_LAYOUT(kRoid), {kRoot, code("asoc"), code("jpch"), code("jp2h")}},
     {code("uuid"), KVJPX_LAYOUT(kUuid), {kAnywhere}},
-    {code("uinf"), KVJPX_PLAIN, {kRoot}},
-    {code("ulst"), KVJPX_LAYOUT(kUlst), {code("uinf")}},
+    {code("uinf"), KVJPX_PLAIN, {kRoot, code("asoc")}},
+    {code("ulst"), KVJPX_LAYOUT(kStandardUlst), {code("uinf")}},
     {code("xml "), KVJPX_PLAIN, {kAnywhere}},
     {code("mp7b"), KVJPX_PLAIN, {kAnywhere}},
     {code("mdat"), KVJPX_PLAIN, {kRoot}},
@@ -117,6 +142,26 @@ Box* read_standard_box(Environment* env, uint32_t type, Stream* stream, Box* par
     jpx_read_basic_box_data(env, stream, box);
   }
   return box;
+}
+
+// Reads the content once more.
+bool stood_there(Environment* env, BoxIndex* index, Stream* input, Box* box, uint32_t key,
+                 uint64_t index_of_entry, uint64_t value) {
+  if (box->kind == kSuper || box->id >= index->count) return false;
+  const BoxEntry entry = *index_entry(index, box->id);
+  if (entry.header_length == 0 || (entry.flags & KV_JPX_BOX_MALFORMED) != 0) return false;
+  const uint64_t begin = entry.offset + entry.header_length;
+  require_present(env, input, begin, entry.content_length);
+  bs_set_current_position(env, input, begin);
+  bs_push_read_limit(env, input, begin + entry.content_length);
+  uint32_t counter = box->id;
+  Box* const read = read_standard_box(env, box->type, input, box->parent, &counter);
+  bs_pop_read_limit(env, input);
+  uint64_t stood;
+  const bool stands = read->get_int_field(read, key, index_of_entry, &stood) == JPX_OK;
+  read->destroy(read, env);
+  JPX_SafeFreeInternal(env, read);
+  return stands && stood == value;
 }
 
 const BoxLayout* layout_of(const Box* box) {

@@ -57,6 +57,12 @@ int32_t set_uuids(const Field&, Box* box, Environment* env, const BufferSource& 
   return JPX_OK;
 }
 
+// No more than the format can count.
+int32_t set_countable_uuids(const Field& field, Box* box, Environment* env,
+                            const BufferSource& source) {
+  return source.count > 0xFFFF ? JPX_ERR_INVALID_ARGUMENT : set_uuids(field, box, env, source);
+}
+
 int32_t get_uuids(const Field&, Box* box, Environment* env, const BufferRequest& request) {
   const UlstBox* const self = ulst(box);
   const int32_t result = grant_buffer(env, request, self->count, kUuidSize);
@@ -68,12 +74,16 @@ int32_t get_uuids(const Field&, Box* box, Environment* env, const BufferRequest&
   return JPX_OK;
 }
 
+constexpr Field uuids_field(const FieldOperations& operations) {
+  return also(bytes_field(JPX_FIELD_ULST_ID, "ID", kUuidSize, operations), KV_JPX_FIELD_REPEATS);
+}
+
+constexpr Field kCount =
+    single(JPX_FIELD_ULST_NU, "NU", 2, {member<&UlstBox::count>.load, store_count});
 constexpr Field kFields[] = {
-    single(JPX_FIELD_ULST_NU, "NU", 2, {member<&UlstBox::count>.load, store_count}),
-    also(bytes_field(JPX_FIELD_ULST_ID, "ID", kUuidSize,
-                     {refuse_set, refuse_get, count_uuids, set_uuids, get_uuids}),
-         KV_JPX_FIELD_REPEATS),
-};
+    kCount, uuids_field({refuse_set, refuse_get, count_uuids, set_uuids, get_uuids})};
+constexpr Field kStandardFields[] = {
+    kCount, uuids_field({refuse_set, refuse_get, count_uuids, set_countable_uuids, get_uuids})};
 
 uint64_t length_of_uuids(Box* box) { return uint64_t{kUuidSize} * ulst(box)->count; }
 
@@ -109,6 +119,9 @@ void read_uuids(Environment* env, Stream* stream, Box* box) {
 
 constexpr BoxLayout kUlst =
     box_layout<UlstBox>(code("ulst"), kFields, jpx_ulst_print,
+                        {length_of_uuids, render_uuids, read_uuids, release_uuids});
+constexpr BoxLayout kStandardUlst =
+    box_layout<UlstBox>(code("ulst"), kStandardFields, jpx_ulst_print,
                         {length_of_uuids, render_uuids, read_uuids, release_uuids});
 
 }  // namespace kvjpx

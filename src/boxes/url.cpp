@@ -26,14 +26,22 @@ bool has_zero_low_byte(const Box*, uint64_t value) { return (value & 0xFF) == 0;
 void store_no_version(void* record, uint64_t) { static_cast<UrlBox*>(record)->version = 0; }
 void store_no_flags(void* record, uint64_t) { static_cast<UrlBox*>(record)->flags = 0; }
 
+constexpr Field kLocation = bytes_field(
+    JPX_FIELD_URL_LOC, "LOC", 1, {nullptr, nullptr, count_payload, set_payload, get_opaque_payload});
 constexpr Field kFields[] = {
     stored_as(single(JPX_FIELD_URL_VERS, "VERS", 1,
                      {member<&UrlBox::version>.load, store_no_version}, has_zero_low_byte),
               1, member<&UrlBox::version>),
     stored_apart(single(JPX_FIELD_URL_FLAG, "FLAG", kFlagSize,
                         {member<&UrlBox::flags>.load, store_no_flags}, has_zero_low_byte)),
-    bytes_field(JPX_FIELD_URL_LOC, "LOC", 1,
-                {nullptr, nullptr, count_payload, set_payload, get_opaque_payload}),
+    kLocation,
+};
+
+bool is_zero(const Box*, uint64_t value) { return value == 0; }
+constexpr Field kStandardFields[] = {
+    single(JPX_FIELD_URL_VERS, "VERS", 1, member<&UrlBox::version>, is_zero),
+    single(JPX_FIELD_URL_FLAG, "FLAG", kFlagSize, member<&UrlBox::flags>, is_zero),
+    kLocation,
 };
 
 uint64_t length_of_rest(Box* box) { return kFlagSize + payload_length(box); }
@@ -62,5 +70,8 @@ void jpx_url_print(Box* box) {
 constexpr BoxLayout kUrl =
     box_layout<UrlBox>(code("url "), kFields, jpx_url_print,
                        {length_of_rest, render_rest, read_rest, release_payload});
+constexpr BoxLayout kStandardUrl =
+    box_layout<UrlBox>(code("url "), kStandardFields, jpx_url_print,
+                       {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
 
 }  // namespace kvjpx
