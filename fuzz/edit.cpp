@@ -1,9 +1,10 @@
 // Fuzzer: adds and deletes boxes of a loaded file, then renders and reloads it. The input is a file
-// and steps (see steps.h); a step is an operation, a box and what the operation needs.
+// and steps (see steps.h); a step is an operation, a box and what the operation needs. Then edits
+// the file with everything kept, which can be undone.
 #include <set>
 
 #include "box/registry.h"
-#include "steps.h"
+#include "kept.h"
 #include "target.h"
 
 namespace kvjpx::fuzz {
@@ -88,10 +89,7 @@ class Editor {
   std::set<uint32_t> used_;
 };
 
-}  // namespace
-
-void run(Input input) {
-  const FileAndSteps wish = take_file_and_steps(input);
+void check_edits(const FileAndSteps& wish) {
   Session session(wish.treatment.failing_allocation);
   if (session.get() == nullptr) return;
   if (wish.treatment.source == Source::kMemory) {
@@ -102,6 +100,14 @@ void run(Input input) {
     if (session.load(on_disk.path(), wish.treatment.source) != JPX_OK) return;
     if (Editor(session, wish.step_input()).run()) check_output_file(session, on_disk);
   }
+}
+
+}  // namespace
+
+void run(Input input) {
+  const FileAndSteps wish = take_file_and_steps(input);
+  check_edits(wish);
+  check_kept_edits(wish);
 }
 
 }  // namespace kvjpx::fuzz

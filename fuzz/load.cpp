@@ -1,7 +1,7 @@
 // Fuzzer: loads a file from memory, from a file or through a mapping, walks and prints the tree,
 // renders it, also over the file that it came from, and loads what was rendered. The input is
-// described at Treatment.
-#include "session.h"
+// described at Treatment. Then the same once more with everything kept.
+#include "kept.h"
 #include "target.h"
 
 namespace kvjpx::fuzz {
@@ -43,6 +43,7 @@ void run(Input input) {
   } else {
     check_from_disk(treatment, file);
   }
+  check_kept_file(treatment, file);
 }
 
 }  // namespace kvjpx::fuzz

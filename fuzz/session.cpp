@@ -62,12 +62,6 @@ bool is_written_as_read(const Session& session, const BoxInfo& box) {
   return !loses_a_field && box.type != KV_JPX_ROOT && !is_palette(session, box);
 }
 
-bool have_same_shape(const std::vector<BoxInfo>& a, const std::vector<BoxInfo>& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const BoxInfo& x, const BoxInfo& y) {
-    return x.type == y.type && x.depth == y.depth && x.is_container == y.is_container;
-  });
-}
-
 void check_reload(const Rendered& rendered, const std::vector<BoxInfo>& boxes) {
   Session again;
   require(again.load(rendered.bytes) == JPX_OK, "a rendered tree loads again");
@@ -184,6 +178,12 @@ std::vector<BoxInfo> walk(const Session& session) {
     }
   }
   return result;
+}
+
+bool have_same_shape(const std::vector<BoxInfo>& a, const std::vector<BoxInfo>& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const BoxInfo& x, const BoxInfo& y) {
+    return x.type == y.type && x.depth == y.depth && x.is_container == y.is_container;
+  });
 }
 
 void check_lookup(const Session& session, const std::vector<BoxInfo>& boxes) {

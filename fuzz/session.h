@@ -80,6 +80,9 @@ struct BoxInfo {
 // All boxes in document order, by the public calls. Requires that identifiers are unique.
 std::vector<BoxInfo> walk(const Session& session);
 
+// Whether two walks met the same types at the same depths.
+bool have_same_shape(const std::vector<BoxInfo>& a, const std::vector<BoxInfo>& b);
+
 // Requires that counting and finding boxes by type agrees with the walk.
 void check_lookup(const Session& session, const std::vector<BoxInfo>& boxes);
 

@@ -4,7 +4,7 @@ set(kvjpx_fuzzers load fields edit reader stream decode)
 
 function(kvjpx_add_fuzz_target target name)
   add_executable(${target} ${kvjpx_fuzz_dir}/${name}.cpp ${kvjpx_fuzz_dir}/allocator.cpp
-                           ${kvjpx_fuzz_dir}/session.cpp ${kvjpx_fuzz_dir}/target.cpp)
+                           ${kvjpx_fuzz_dir}/kept.cpp ${kvjpx_fuzz_dir}/session.cpp ${kvjpx_fuzz_dir}/target.cpp)
   target_include_directories(${target} PRIVATE ${kvjpx_fuzz_dir} ${PROJECT_SOURCE_DIR}/include
                                                ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
