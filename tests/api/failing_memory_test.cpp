@@ -156,5 +156,27 @@ TEST(FailingMemory, WhileTheFileIsDelivered) {
        }});
 }
 
+TEST(FailingMemory, WhereEverythingIsKept) {
+  const std::string bad = box("asoc", box("nlst", be32(1) + "?") + box("cref", box("free"))) +
+                          box("ftbl", box("flst", be16(1) + be64(0) + be32(4) + be16(0))) + "tail";
+  const TempFile file(bad + box("jp2c", pattern(100'000)));
+  const TempFile target("old");
+  run({"load, edit and write", "", [&](TestDocument& document) {
+         kv_jpx_context* const context = document.get();
+         kv_jpx_set_keep_everything(context, 1);
+         int32_t code = document.load(bad);
+         if (code == JPX_OK) code = kv_jpx_set_input_image_file(context, file.path());
+         for (int round = 0; code == JPX_OK && round < 2; ++round) {
+           void* data = nullptr;
+           uint64_t length = 0;
+           code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
+           if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
+           if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
+         }
+         return code;
+       }});
+  EXPECT_EQ(mappings_of(file), 0u);
+}
+
 }  // namespace
 }  // namespace kvjpx::test

@@ -71,13 +71,15 @@ TEST(FileOutput, MayBeTheMappedInput) {
               {input.path(), kAttribute, 1, false},
               {linked.c_str(), kRename, 0, false},
               {input.path(), kRename, 0, true}};
-  for (const auto& [path, refused, n, is_replaced] : ways) {
+  for (size_t i = 0; i < 2 * std::size(ways); ++i) {
+    const auto& [path, refused, n, is_replaced] = ways[i / 2];
     SCOPED_TRACE(path);
     if (path == linked) {
       ASSERT_EQ(link(input.path(), path), 0);
     }
     const ino_t inode = status_of(input.path()).st_ino;
     TestContext context;
+    kv_jpx_set_keep_everything(context.get(), i % 2);
     ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), path), JPX_OK);
     uint32_t id = 0;
     ASSERT_EQ(kv_jpx_add_box(context.get(), type_code("free"), 0, 1, &id), JPX_OK);

@@ -22,7 +22,7 @@ constexpr Expected kExpected[kSystemCalls] = {
     {JPX_ERR_OPEN_FILE, false}, {JPX_ERR_OPEN_FILE, false}, {JPX_ERR_FILE_IO, true},
     {JPX_ERR_FILE_IO, true},    {JPX_ERR_FILE_IO, true},    {JPX_ERR_FILE_IO, true},
     {JPX_ERR_FILE_IO, true},    {JPX_ERR_FILE_IO, false},   {JPX_ERR_FILE_IO, false},
-    {JPX_ERR_FILE_IO, true},    {JPX_ERR_FILE_IO, false}};
+    {JPX_ERR_FILE_IO, true},    {JPX_ERR_FILE_IO, false},   {JPX_ERR_FILE_IO, false}};
 
 using Scenario = int32_t (*)(kv_jpx_context*, const char* input, const char* output);
 

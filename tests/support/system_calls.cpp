@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -73,6 +74,11 @@ ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   if (descriptor > 2 && fails(kWrite)) return -1;
   return syscall(SYS_write, descriptor, buffer, count);
+}
+
+ssize_t sendfile(int to, int from, off_t* offset, size_t count) noexcept {
+  if (fails(kSendfile)) return -1;
+  return syscall(SYS_sendfile, to, from, offset, count);
 }
 
 off_t lseek(int descriptor, off_t offset, int origin) noexcept {

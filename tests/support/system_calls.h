@@ -19,6 +19,7 @@ enum SystemCall {
   kRename,
   kReserve,
   kAttribute,
+  kSendfile,
   kSystemCalls
 };
 

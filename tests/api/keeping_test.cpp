@@ -1,0 +1,366 @@
+// Inputs of which everything is kept: where boxes stand, what was found, how headers and fragments
+// follow edits, and what the last error was.
+#include <unistd.h>
+
+#include <array>
+#include <thread>
+
+#include "box/test_document.h"
+#include "support/files.h"
+#include "support/system_calls.h"
+
+namespace kvjpx::test {
+namespace {
+
+constexpr uint32_t kNothing = KV_JPX_ROOT;
+
+class KeptDocument : public TestDocument {
+ public:
+  explicit KeptDocument(bool keeps = true) { kv_jpx_set_keep_everything(get(), keeps ? 1 : 0); }
+  explicit KeptDocument(const std::string& file) : KeptDocument() { EXPECT_EQ(load(file), JPX_OK); }
+  uint32_t append(std::string_view type, uint32_t parent) {
+    uint32_t id = kNothing;
+    EXPECT_EQ(kv_jpx_append_box(get(), type_code(type), parent, &id), JPX_OK);
+    return id;
+  }
+};
+
+std::string cut_short_box(std::string_view type, std::string_view payload) {
+  return be32(1000).append(type).append(payload);
+}
+std::string asoc(const std::string& content) { return box("asoc", content); }
+
+// Flags, offset, lengths of header, content and tail; or the code of the refusal.
+std::string extent_of(TestDocument& document, uint32_t id) {
+  kv_jpx_box_extent extent = {};
+  EXPECT_EQ(kv_jpx_get_box_extent(document.get(), id, &extent), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_get_box_extent(document.get(), id, nullptr), JPX_ERR_INVALID_ARGUMENT);
+  extent.size = sizeof(extent);
+  const int32_t code = kv_jpx_get_box_extent(document.get(), id, &extent);
+  if (code != JPX_OK) return "code " + std::to_string(code);
+  std::string result = std::to_string(extent.flags);
+  for (const uint64_t number :
+       {extent.offset, extent.header_length, extent.content_length, extent.tail_length}) {
+    result += ' ' + std::to_string(number);
+  }
+  return result;
+}
+
+TEST(Extent, TellsWhereABoxStands) {
+  const std::string front = box("free", "12");
+  const struct {
+    std::string file;
+    uint32_t id;
+    const char* extent;
+    bool is_only_kept;
+  } rows[] = {
+      {front + box("xml ", "abc"), kNothing, "0 0 0 21 0", false},
+      {front + "tail", kNothing, "0 0 0 14 4", true},
+      {front + xl_box("xml ", "abc"), 1, "1 10 16 3 0", false},
+      {asoc(front) + open_ended_box("xml ", "abc"), 2, "2 18 8 3 0", false},
+      {asoc(front + "tail"), 0, "0 0 8 14 4", true},
+      {asoc(cut_short_box("xml ", "a")) + front, 1, "16 8 8 1 0", true},
+      {box("ihdr", "short"), 0, "40 0 8 5 0", true},
+      {box("res ", front), 0, "32 0 8 10 0", false},
+      {box("nlst", be32(1) + "?"), 0, "32 0 8 5 0", true},
+      {front, 1, "code 3", false},
+  };
+  for (const auto& row : rows) {
+    for (const bool keeps : {true, false}) {
+      if (!keeps && row.is_only_kept) continue;
+      KeptDocument document(keeps);
+      ASSERT_EQ(document.load(row.file), JPX_OK);
+      EXPECT_EQ(extent_of(document, row.id), row.extent) << row.file;
+    }
+  }
+}
+
+TEST(Extent, KnowsWhatWasChangedAndAdded) {
+  for (const bool keeps : {true, false}) {
+    KeptDocument document(keeps);
+    ASSERT_EQ(document.load(asoc(box("lbl ", "a")) + asoc(box("free"))), JPX_OK);
+    document.set_bytes(1, JPX_FIELD_JP2C_DATA, "b");
+    document.add("free", kNothing);
+    const char* const extents[] = {"4 0 8 9 0", "4 8 8 1 0", "0 17 8 8 0", "0 25 8 0 0", "code 4"};
+    for (uint32_t id = 0; id < 5; ++id) EXPECT_EQ(extent_of(document, id), extents[id]);
+    EXPECT_EQ(extent_of(document, kNothing), "4 0 0 33 0");
+  }
+}
+
+TEST(Findings, AreInTheOrderOfTheFile) {
+  std::string deep = box("asoc", box("free", "x"));
+  for (int i = 0; i < 256; ++i) deep = box("asoc", deep);
+  const std::string file = asoc(box("free") + "tail") + box("res ", box("resc", "short")) +
+                           box("asoc", be32(7) + "free") + box("asoc", cut_short_box("lbl ", "l")) +
+                           box("asoc", box("nlst", be32(1) + "?")) + deep +
+                           cut_short_box("\1zzz", "");
+  KeptDocument document(file);
+  std::string texts;
+  kv_jpx_finding finding = {};
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, nullptr), JPX_ERR_INVALID_ARGUMENT);
+  finding.size = sizeof(finding);
+  for (uint32_t i = 0; kv_jpx_get_finding(document.get(), i, &finding) == JPX_OK; ++i) {
+    texts += std::to_string(finding.kind) + " #" +
+             (finding.box_id == KV_JPX_ROOT ? "root" : std::to_string(finding.box_id)) + " " +
+             finding.text + '\n';
+  }
+  EXPECT_EQ(texts,
+            "1 #0 4 bytes at offset 16 are no box: a header has 8\n"
+            "7 #2 box 'res ' at offset 20 does not belong where it stands\n"
+            "4 #3 box 'resc' at offset 28 has a content that is not that of its type\n"
+            "2 #4 box 'free' at offset 49 has a length of 7, less than its header\n"
+            "3 #6 box 'lbl ' at offset 65 is cut short: 992 bytes of content are announced, 1 are "
+            "there\n"
+            "5 #8 1 bytes at offset 94, at the end of a box 'nlst', are not known to its type\n"
+            "6 #265 box 'asoc' at offset 2143 is nested more than 256 deep\n"
+            "1 #root 8 bytes at offset 2160 are no box\n");
+}
+
+TEST(Keeping, GivesHeadersTheirLengthsAndTakesThemBack) {
+  const std::string leaf = box("lbl ", "l");
+  const std::string more = box("free");
+  const std::string open = open_ended_box("lbl ", "l");
+  const std::string cut = cut_short_box("lbl ", "l");
+  const struct {
+    std::string file;
+    uint32_t parent;  // which an empty box is appended to
+    std::string expected;
+  } rows[] = {
+      {open, kNothing, leaf + more},
+      {open_ended_box("asoc", open), 0, open_ended_box("asoc", leaf + more)},
+      {asoc(asoc(open)), kNothing, asoc(asoc(leaf)) + more},
+      {asoc(asoc(open)), 0, asoc(asoc(leaf) + more)},
+      {cut, kNothing, leaf + more},
+      {asoc(cut) + leaf, 0, asoc(leaf + more) + leaf},
+      {asoc(cut) + leaf, kNothing, asoc(cut) + leaf + more},
+      {cut_short_box("asoc", leaf), 0, asoc(leaf + more)},
+      {xl_box("asoc", xl_box("asoc") + leaf), 1, xl_box("asoc", xl_box("asoc", more) + leaf)},
+      {leaf + "tail", kNothing, leaf + more + "tail"},
+      {asoc(leaf + "tail") + leaf, 0, asoc(leaf + more + "tail") + leaf},
+  };
+  for (const auto& row : rows) {
+    KeptDocument document(row.file);
+    EXPECT_EQ(document.written(), row.file);
+    const uint32_t id = document.append("free", row.parent);
+    EXPECT_EQ(document.written(), row.expected);
+    EXPECT_EQ(kv_jpx_delete_box(document.get(), id), JPX_OK);
+    EXPECT_EQ(document.written(), row.file);
+  }
+}
+
+TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
+  KeptDocument document(asoc(xl_box("nlst", be32(1) + be32(2) + "?") + box("free")));
+  EXPECT_EQ(document.set(1, JPX_FIELD_NLST_AN, 3, 1), JPX_OK);
+  EXPECT_EQ(document.set_bytes(2, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
+  EXPECT_EQ(document.written(), asoc(xl_box("nlst", be32(1) + be32(3) + "?") + box("free", "new")));
+}
+
+std::string fragments(std::initializer_list<std::array<uint64_t, 3>> list) {
+  std::string content = be16(list.size());
+  for (const auto& [offset, length, reference] : list) {
+    content += be64(offset) + be32(length) + be16(reference);
+  }
+  return box("ftbl", box("flst", content));
+}
+
+TEST(Keeping, LetsFragmentsFollowTheirBytes) {
+  const std::string data = box("mdat", "abcdef");  // its content begins at 82
+  const auto list = [](uint64_t first, uint64_t last) {
+    return fragments({{first, 3, 0}, {83, 3, 1}, {84, 90, 0}, {last, 2, 0}});
+  };
+  KeptDocument document(list(82, 86) + data);
+  kv_jpx_finding finding = {};
+  finding.size = sizeof(finding);
+  document.add("free", KV_JPX_ROOT);
+  EXPECT_EQ(document.written(), box("free") + list(90, 94) + data);
+  EXPECT_EQ(document.value(1, JPX_FIELD_FLST_OFF), 82u) << "the field stays";
+  EXPECT_EQ(document.set(1, JPX_FIELD_FLST_OFF, 85), JPX_OK);
+  EXPECT_EQ(document.written(), box("free") + list(93, 94) + data) << "of changed lists, too";
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_ERR_INVALID_ARGUMENT);
+  document.set_bytes(2, JPX_FIELD_JP2C_DATA, "xyz");
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(document.written(), box("free") + list(85, 86) + box("mdat", "xyz"));
+  }
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 1, &finding), JPX_OK);
+  EXPECT_EQ(finding.kind, KV_JPX_FINDING_FRAGMENT);
+  EXPECT_STREQ(finding.text,
+               "box 'flst' at offset 8 has a fragment at offset 86, of 2 bytes, that have changed");
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 2, &finding), JPX_ERR_INVALID_ARGUMENT);
+}
+
+TEST(Keeping, GrowsHeadersAtFourGibibytes) {
+  constexpr uint64_t kMost = 0xFFFFFFFF;
+  TempFile file(be32(kMost) + "asoc" + be32(kMost - 8) + "jp2c");
+  file.resize(kMost);
+  KeptDocument document;
+  ASSERT_EQ(kv_jpx_set_input_image_file(document.get(), file.path()), JPX_OK);
+  EXPECT_EQ(extent_of(document, 1), "32 8 8 4294967279 0");
+  const auto length = [&] {
+    char byte;
+    void* data = &byte;
+    uint64_t needed = 1;
+    EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &needed), JPX_ERR_BUFFER_TOO_SMALL);
+    return needed;
+  };
+  EXPECT_EQ(length(), kMost);
+  document.append("free", 0);
+  EXPECT_EQ(length(), kMost + 8 + 8) << "the container's header has grown";
+  document.append("free", KV_JPX_ROOT);
+  EXPECT_EQ(length(), kMost + 8 + 8 + 8);
+}
+
+// Large pieces are copied inside the system where it does that.
+TEST(Keeping, CopiesFilesWhateverTheSystemRefuses) {
+  const std::string tail = box("jp2c", pattern(300'000)) + "tail";
+  const TempFile input(box("lbl ", "old") + tail);
+  const std::string expected = box("lbl ", "label") + tail;
+  int pipes[2];
+  ASSERT_EQ(pipe(pipes), 0);
+  const std::string pipe_path = "/dev/fd/" + std::to_string(pipes[1]);
+  const struct {
+    SystemCall refused;
+    size_t n;  // of it, 0: none
+    int32_t code;
+  } rows[] = {{kMmap, 0, JPX_OK},
+              {kMmap, 1, JPX_OK},
+              {kSendfile, 1, JPX_OK},
+              {kWrite, 1, JPX_ERR_FILE_IO},
+              {kOpen, 3, JPX_OK}};
+  for (const auto& [refused, n, code] : rows) {
+    for (const bool is_pipe : {false, true}) {
+      if (is_pipe && n != 0 && refused != kSendfile) continue;
+      SCOPED_TRACE(refused * 10 + is_pipe);
+      const TempFile output("what was there");
+      KeptDocument document;
+      fail_system_call(refused, n);
+      ASSERT_EQ(kv_jpx_set_input_image_file(document.get(), input.path()), JPX_OK);
+      document.set_bytes(0, JPX_FIELD_JP2C_DATA, "label");
+      std::string piped(is_pipe ? expected.size() : 0, '\0');
+      std::thread reader([&] {
+        for (size_t done = 0; done < piped.size();) {
+          done += static_cast<size_t>(read(pipes[0], piped.data() + done, piped.size() - done));
+        }
+      });
+      EXPECT_EQ(
+          kv_jpx_get_output_image_file(document.get(), is_pipe ? pipe_path.c_str() : output.path()),
+          code);
+      reader.join();
+      EXPECT_EQ(has_system_call_failed(), n != 0);
+      EXPECT_TRUE((is_pipe ? piped : output.contents()) ==
+                  (code == JPX_OK ? expected : "what was there"));
+    }
+  }
+  close(pipes[0]);
+  close(pipes[1]);
+}
+
+TEST(Keeping, NoticesAnInputThatWasCutShort) {
+  for (const bool is_changed : {false, true}) {
+    for (const bool is_file : {false, true}) {
+      TempFile input(box("lbl ", "old") + box("jp2c", pattern(200'000)));
+      const TempFile output("what was there");
+      KeptDocument document;
+      ASSERT_EQ(kv_jpx_set_input_image_mapped(document.get(), input.path()), JPX_OK);
+      if (is_changed) document.set_bytes(0, JPX_FIELD_JP2C_DATA, "label");
+      input.resize(100);
+      void* data = nullptr;
+      uint64_t length = 0;
+      EXPECT_EQ(is_file ? kv_jpx_get_output_image_file(document.get(), output.path())
+                        : kv_jpx_get_output_image(document.get(), &data, &length),
+                JPX_ERR_READ_PAST_END);
+      EXPECT_EQ(output.contents(), "what was there");
+    }
+  }
+}
+
+// Code, box, type and place of the last error, and the sentence.
+std::string last_error(kv_jpx_context* context) {
+  kv_jpx_error_info info = {};
+  EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_get_last_error(context, nullptr), JPX_ERR_INVALID_ARGUMENT);
+  info.size = sizeof(info);
+  EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_OK);
+  return std::to_string(info.code) + ' ' + std::to_string(static_cast<int32_t>(info.box_id)) + ' ' +
+         (info.box_type == kNothing ? "none" : be32(info.box_type)) + ' ' +
+         std::to_string(static_cast<int64_t>(info.offset)) + ": " + info.text;
+}
+
+TEST(LastError, SaysWhatWasWrongAndWhere) {
+  for (const bool keeps : {false, true}) {
+    KeptDocument document(keeps);
+    kv_jpx_context* const context = document.get();
+    EXPECT_EQ(last_error(context), "0 -1 none -1: success");
+    ASSERT_EQ(document.load(signature_box() + box("free")), JPX_OK);
+    EXPECT_EQ(kv_jpx_add_box(context, type_code("resc"), 1, 1, nullptr), JPX_ERR_CANNOT_MAKE_BOX);
+    EXPECT_EQ(kv_jpx_set_output_type(context, KV_JPX_OUTPUT_JPX), JPX_OK);
+    EXPECT_EQ(last_error(context),
+              "6 1 free 12: a box of this type may not stand there in box 'free' at offset 12");
+    EXPECT_EQ(kv_jpx_delete_box(context, 99), JPX_ERR_INVALID_ARGUMENT);
+    EXPECT_EQ(last_error(context),
+              "3 -1 none -1: an argument or value out of range, or no such box");
+    if (keeps) {
+      EXPECT_EQ(kv_jpx_set_input_image_file(context, "/nonexistent"), JPX_ERR_OPEN_FILE);
+      EXPECT_EQ(last_error(context), "100 -1 none -1: the file cannot be opened");
+    } else {
+      EXPECT_EQ(document.load(signature_box() + cut_short_box("xml ", "a")), JPX_ERR_READ_PAST_END);
+      EXPECT_EQ(last_error(context),
+                "18 1 xml  12: box 'xml ' at offset 12 is cut short: 992 bytes of content are "
+                "announced, 1 are there");
+    }
+  }
+  EXPECT_EQ(kv_jpx_get_last_error(nullptr, nullptr), JPX_ERR_BAD_CONTEXT);
+}
+
+TEST(Walking, GoesBackAndUp) {
+  for (const bool keeps : {false, true}) {
+    KeptDocument document(keeps);
+    ASSERT_EQ(document.load(asoc(box("lbl ") + box("roid", be8(0))) + box("free")), JPX_OK);
+    kv_jpx_context* const context = document.get();
+    uint32_t out = 99;
+    const std::array<uint32_t, 2> expected[] = {
+        {kNothing, kNothing}, {kNothing, 0}, {1, 0}, {0, kNothing}};
+    for (uint32_t id = 0; id < 4; ++id) {
+      EXPECT_EQ(kv_jpx_get_previous_box_id(context, id, &out), JPX_OK);
+      EXPECT_EQ(out, expected[id][0]);
+      EXPECT_EQ(kv_jpx_get_parent_box_id(context, id, &out), JPX_OK);
+      EXPECT_EQ(out, expected[id][1]);
+    }
+    document.append("nlst", 0);
+    document.append("free", kNothing);
+    EXPECT_EQ(document.tree(), "asoc(lbl ,roid,nlst),free,free");
+    const auto resize = [&](uint32_t id, uint32_t key, uint64_t count) {
+      return kv_jpx_set_box_field_count(context, id, key, count);
+    };
+    const uint32_t list = JPX_FIELD_ROID_RTYP;
+    for (const int32_t code : {kv_jpx_get_previous_box_id(context, 99, &out),
+                               kv_jpx_get_parent_box_id(context, 99, &out),
+                               kv_jpx_get_parent_box_id(context, kNothing, &out),
+                               kv_jpx_get_previous_box_id(context, 1, nullptr),
+                               kv_jpx_get_parent_box_id(context, 1, nullptr),
+                               kv_jpx_append_box(context, code("free"), 3, nullptr),
+                               resize(99, list, 1), resize(2, list, 256)}) {
+      EXPECT_EQ(code, JPX_ERR_INVALID_ARGUMENT);
+    }
+    EXPECT_EQ(kv_jpx_append_box(context, code("resc"), 0, nullptr), JPX_ERR_CANNOT_MAKE_BOX);
+    EXPECT_EQ(resize(2, JPX_FIELD_JP2C_DATA, 1), JPX_ERR_NO_SUCH_FIELD);
+    EXPECT_EQ(resize(1, JPX_FIELD_JP2C_DATA, 1), JPX_ERR_NO_SUCH_FIELD);
+    EXPECT_EQ(resize(2, list, 255), JPX_OK);
+    EXPECT_EQ(resize(2, list, 2), JPX_OK);
+    EXPECT_EQ(document.content(2), be8(2) + std::string(38, '\0'));
+  }
+}
+
+TEST(FieldNames, AreFoundByType) {
+  kv_jpx_field_info info;
+  EXPECT_EQ(kv_jpx_find_field(code("ihdr"), "HEIGHT", &info), JPX_OK);
+  EXPECT_EQ(info.key, uint32_t{JPX_FIELD_IHDR_HEIGHT});
+  EXPECT_EQ(kv_jpx_find_field(code("zzzz"), "DATA", &info), JPX_OK);
+  EXPECT_EQ(info.key, uint32_t{JPX_FIELD_JP2C_DATA});
+  EXPECT_EQ(kv_jpx_find_field(code("zzzz"), "HEIGHT", &info), JPX_ERR_NO_SUCH_FIELD);
+  EXPECT_EQ(kv_jpx_find_field(code("ihdr"), nullptr, &info), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_find_field(code("ihdr"), "HEIGHT", nullptr), JPX_ERR_INVALID_ARGUMENT);
+}
+
+}  // namespace
+}  // namespace kvjpx::test
