@@ -378,7 +378,8 @@ KV_JPX_API int32_t kv_jpx_get_box_field_count(kv_jpx_context* context, uint32_t 
 /**
  * Gives a repeating field another number of entries, and with it the other fields of the same list:
  * the last ones go, or new ones of zeros come. Entries of cmap, cdef, creg, inst, flst, nlst and
- * roid boxes, and the brands of an ftyp box.
+ * roid boxes, and the brands of an ftyp box. Where everything is kept also the parameters of a colr
+ * box, 0 or 1 of each.
  * Returns 0; 3 for an unknown identifier or a count that the box cannot hold (above 65535, or 255
  * where the format counts in 8 bits); 4 when the box has no such repeating field now; 8.
  */

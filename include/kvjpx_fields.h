@@ -5,6 +5,12 @@
  * each box type. A field that repeats is addressed by key and index, others by key and index 0.
  * Ranges are those that a set takes, any other value is answered with 3; reading judges nothing, so
  * files may hold others. Lengths and counts of a field are told by kv_jpx_get_box_field_count.
+ *
+ * Where everything is kept (kv_jpx_set_keep_everything) fields mean what the standards say; "kept:"
+ * tells what is other then. For all of them: a value must fit the bytes that it is written in, else
+ * it is answered with 3, but one that the file has in that place can always be set back; a refused
+ * value leaves no entry behind; no index past the last entry is got. Numbers that hide others (a
+ * count, METH, EnumCS, OTyp, Ityp) bring back what they hid when they are set back.
  */
 #ifndef KVJPX_FIELDS_H_
 #define KVJPX_FIELDS_H_
@@ -22,7 +28,8 @@
 /** Minor version of that specification; 0 in files of today. Any value. */
 #define JPX_FIELD_FTYP_MinV 0xE4D6F75Eu
 /** Compatibility list: four-character code of each specification that a reader may follow. "jp2 ",
- * "jpx " and "jpxb" stand in front, once each, whatever the order in the file. Any value. */
+ * "jpx " and "jpxb" stand in front, once each, whatever the order in the file. Any value. Kept: a
+ * plain list in the order of the file. */
 #define JPX_FIELD_FTYP_CL 0x59703D72u
 
 /* ihdr: image header (15444-1, I.5.3.1). */
@@ -52,7 +59,7 @@ enum kv_jpx_compression {
 /** Bit depth of all components: the depth in bits less one in bits 0 to 6, 0 to 37, and
  * KV_JPX_BPC_SIGNED; or KV_JPX_BPC_VARIES, and then a bpcc box has them. */
 #define JPX_FIELD_IHDR_BPC 0x25907340u
-/** Compression type: enum kv_jpx_compression; only KV_JPX_C_JPEG2000 can be set. */
+/** Compression type: enum kv_jpx_compression; only KV_JPX_C_JPEG2000 can be set. Kept: all can. */
 #define JPX_FIELD_IHDR_C 0x8671F681u
 /** 1 when the colourspace of the image is not known, 0 when colr says it. */
 #define JPX_FIELD_IHDR_UnkC 0x33551A08u
@@ -102,18 +109,21 @@ enum kv_jpx_enum_cs {
   KV_JPX_ENUMCS_E_SYCC = 24
 };
 /** Method by which colour is specified: enum kv_jpx_colr_method. It decides which of the fields
- * below the box has; a set empties those of the other methods, except the UUID. */
+ * below the box has; a set empties those of the other methods, except the UUID. Kept: 0 to 255, and
+ * nothing is emptied. */
 #define JPX_FIELD_COLR_METH 0x937F581Au
 /** Precedence among the colr boxes of a header, a signed byte reported as 0 to 255: the greatest
- * goes first. Any value, of which the low 8 bits are kept. */
+ * goes first. Any value, of which the low 8 bits are kept. Kept: -128 to 255. */
 #define JPX_FIELD_COLR_PREC 0xF60DAD6Eu
 /** How well the method approximates the true colourspace: enum kv_jpx_colr_approx. Files of
- * ISO/IEC 15444-1 have 0, which can be read but not set. */
+ * ISO/IEC 15444-1 have 0, which can be read but not set. Kept: it can be set. */
 #define JPX_FIELD_COLR_APPROX 0x3A367A02u
-/** Enumerated colourspace, METH 1: enum kv_jpx_enum_cs. */
+/** Enumerated colourspace, METH 1: enum kv_jpx_enum_cs. It is never counted; kept: 1 of 4 bytes. */
 #define JPX_FIELD_COLR_EnumCS 0xEF45D07Fu
 /** Range of L, a parameter of CIELab (METH 1, EnumCS 14), 32 bits, as any of them. Parameters can
- * be set, but are neither read nor written. */
+ * be set, but are neither read nor written. Kept: they are; a box has all parameters or none, the
+ * first that is set brings the others as 0, and kv_jpx_set_box_field_count(..., 0) takes all away.
+ */
 #define JPX_FIELD_COLR_RL 0x5BB3E4FCu
 /** Offset of L, in the same way. */
 #define JPX_FIELD_COLR_OL 0x5D6E666Bu
@@ -154,7 +164,7 @@ enum kv_jpx_enum_cs {
 /** Denominator of the vertical resolution: 1 to 65535. */
 #define JPX_FIELD_RESC_VR_D 0xC933A5BAu
 /** Exponent of the vertical resolution, to the base of 10: set as -128 to 127 (a 64-bit number in
- * two's complement), got as 0 to 255. */
+ * two's complement), got as 0 to 255. Kept: set as either. */
 #define JPX_FIELD_RESC_VR_E 0xC933A5BBu
 /** Numerator of the horizontal resolution, in the same way. */
 #define JPX_FIELD_RESC_HR_N 0x2475C5EAu
@@ -164,15 +174,18 @@ enum kv_jpx_enum_cs {
 #define JPX_FIELD_RESC_HR_E 0x2475C5E1u
 
 /* pclr: palette (15444-1, I.5.3.4). */
-/** Number of entries: 1 to 1024. Values stay where they are in their block; new ones are 0. */
+/** Number of entries: 1 to 1024. Values stay where they are in their block; new ones are 0. Kept:
+ * values stay in their row and column. */
 #define JPX_FIELD_PCLR_NE 0x7AE0D246u
 /** Number of columns, the components that the palette makes: 1 to 255. */
 #define JPX_FIELD_PCLR_NPC 0x713656C3u
 /** Bit depth of each column, as IHDR_BPC without KV_JPX_BPC_VARIES: 0 to 0xA5, of which bit 6 is
- * dropped. Setting bytes, 1 to 255 of them, sets the number of columns as well. */
+ * dropped. Setting bytes, 1 to 255 of them, sets the number of columns as well. Kept: depths of 1
+ * to 32 bits; a palette with others is opaque. */
 #define JPX_FIELD_PCLR_B 0x7A29B68Eu
 /** Values: NE x NPC numbers of 4 bytes, as bytes entry by entry in the byte order of the machine.
- * By index i, row i / NE and column i % NE. Range by the depth of the column. */
+ * By index i, row i / NE and column i % NE. Range by the depth of the column. Kept: row i / NPC and
+ * column i % NPC; a value is got as it is written, and set so or as a number of either sign. */
 #define JPX_FIELD_PCLR_C 0x9FC386B4u
 
 /* cmap: component mapping (15444-1, I.5.3.5). */
@@ -182,7 +195,7 @@ enum kv_jpx_cmap_type {
   KV_JPX_MTYP_PALETTE = 1 /**< it is looked up in column PCOL of the palette */
 };
 /** Component of the codestream that the channel is made from: 0 to 16383 in a file, 1 to 16384 by
- * a set. */
+ * a set. Kept: 0 to 16383. */
 #define JPX_FIELD_CMAP_CMP 0xC9A5D068u
 /** How: enum kv_jpx_cmap_type. */
 #define JPX_FIELD_CMAP_MTYP 0xD4B93F61u
@@ -219,20 +232,24 @@ enum kv_jpx_opct_type {
   KV_JPX_OTYP_CHROMA_KEY = 2
 };
 /** How opacity is specified: enum kv_jpx_opct_type. A set of a type without chroma key is made and
- * answered with 4. */
+ * answered with 4. Kept: with 0. */
 #define JPX_FIELD_OPCT_OTyp 0x18F10EE6u
-/** Number of channels with a chroma key, OTyp 2 only: 0 to 255. A set empties the values. */
+/** Number of channels with a chroma key, OTyp 2 only: 0 to 255. A set empties the values. Kept:
+ * values stay, and new ones are 0. */
 #define JPX_FIELD_OPCT_nch 0xF0113FC8u
 /** Chroma key: sample value of each channel that is fully transparent, OTyp 2 only. 8 bytes each,
- * of which a file holds one. Bytes come in the byte order of the machine. */
+ * of which a file holds one. Bytes come in the byte order of the machine. Kept: a file holds as
+ * many bytes as the channel needs, or equally many for each where those of the image do not fit; a
+ * value is got as it is written, set so or as a number of either sign. */
 #define JPX_FIELD_OPCT_Cv 0xC9EF5CE3u
 
 /* rreq: reader requirements (15444-2, M.11). */
-/** Mask length, in bytes: 1, 2, 4 or 8 by a set, 0 to 255 in a file. */
+/** Mask length, in bytes: 1, 2, 4 or 8 by a set, 0 to 255 in a file. Kept: a length that is too
+ * small for one of the masks is answered with 3, and a box with masks longer than 8 is opaque. */
 #define JPX_FIELD_RREQ_ML 0xEF905DA7u
 /** Fully understand aspects mask: the features that are needed to understand all of the file; a bit
  * a feature, bit 8 x ML - 1 the first. 0 to 2^(8 x ML) - 1 for ML 1 and 2, else only 0 can be set.
- */
+ * Kept: for every ML. */
 #define JPX_FIELD_RREQ_FUAM 0xB713AA5Fu
 /** Display completely mask: the features that are needed to show the file as meant; as FUAM. */
 #define JPX_FIELD_RREQ_DCM 0x3C56DCDDu
@@ -285,11 +302,13 @@ enum kv_jpx_inst_type {
   KV_JPX_ITYP_CROPPING = 0x20     /**< XC, YC, WC, HC */
 };
 /** Which groups each instruction has: bits of enum kv_jpx_inst_type. Any value, of which the low
- * 16 bits are kept. */
+ * 16 bits are kept. Kept: these bits only; a box with others is opaque. Numbers of groups that are
+ * not there can be set, and are written once they are. */
 #define JPX_FIELD_INST_Ityp 0xBBB4752Cu
 /** How often the instructions of the box are done again: 0 to 65535. */
 #define JPX_FIELD_INST_REPT 0xB38F8847u
-/** Unit of LIFE in the file, milliseconds. The field answers REPT and sets it. */
+/** Unit of LIFE in the file, milliseconds. The field answers REPT and sets it. Kept: it is itself,
+ * 0 to 4294967295. */
 #define JPX_FIELD_INST_TICK 0x87749093u
 /** Horizontal offset at which the layer is placed, in samples of the result: 0 to 4294967295. */
 #define JPX_FIELD_INST_XO 0xBED13A0Du
@@ -332,9 +351,9 @@ enum kv_jpx_inst_type {
 #define JPX_FIELD_CREF_RTYP 0xC6E626A7u
 
 /* url : data entry URL (15444-1, I.7.3.2). */
-/** Version of the box: 0. */
+/** Version of the box: 0. A value with a low byte of 0 is taken, too; kept: it is not. */
 #define JPX_FIELD_URL_VERS 0x5B6F1674u
-/** Flags, 24 bits: 0. */
+/** Flags, 24 bits: 0; as VERS. */
 #define JPX_FIELD_URL_FLAG 0xDA9790FCu
 /** The URL, UTF-8, in files with a zero at the end; bytes of element size 1. */
 #define JPX_FIELD_URL_LOC 0x8745EFA3u

@@ -122,6 +122,7 @@ Box* read_kept(Environment* env, const Header& header, Stream* stream, Box* pare
   *counter = id;
   bs_set_current_position(env, stream, begin);
   index_entry(index, id)->flags |= KV_JPX_BOX_MALFORMED;
+  index_entry(index, id)->tail_length = 0;
   report(is_too_deep ? KV_JPX_FINDING_TOO_DEEP : KV_JPX_FINDING_MALFORMED);
   return jpx_read_basic_box(env, header.type, stream, parent, counter);
 }

@@ -18,8 +18,9 @@ constexpr uint32_t kValueSize = sizeof(int64_t);
 
 struct OpctBox : Box {
   uint8_t opacity_type;
-  EntryList values;  // int64_t each; nch is their count
-  EntryList widths;  // by the rules of the standard: bytes of each value, uint8_t each
+  uint8_t equal_width;  // by the rules of the standard: of values that do not follow the image
+  EntryList values;     // int64_t each; nch is their count
+  EntryList widths;     // by the rules of the standard: bytes of each value, uint8_t each
 };
 
 OpctBox* opct(Box* box) { return static_cast<OpctBox*>(box); }
@@ -209,7 +210,8 @@ uint64_t channel_depth(Box* header, uint64_t channel) {
 uint8_t width_in_image(const Box* box, uint64_t channel) {
   Box* root = box->parent;
   while (root != nullptr && root->parent != nullptr) root = root->parent;
-  Box* const header = root != nullptr && root->kind == kSuper ? child_of(root, code("jp2h")) : nullptr;
+  Box* const header =
+      root != nullptr && root->kind == kSuper ? child_of(root, code("jp2h")) : nullptr;
   if (header == nullptr || header->kind != kSuper) return 1;
   const uint64_t width = (channel_depth(header, channel) + 7) / 8;
   return static_cast<uint8_t>(width <= kMaxWidth ? width : 1);
@@ -225,11 +227,12 @@ uint64_t total_width(Box* box) {
   return total;
 }
 
-// Channels that the box never had are as wide as in the image.
+// Channels that the box never had are as wide as in the image, or as the others of the box.
 void set_channels(Environment* env, Box* box, uint64_t count) {
   EntryList* const widths = &opct(box)->widths;
   for (uint64_t i = widths->count; i < count; ++i) {
-    const uint8_t width = width_in_image(box, i);
+    const uint8_t equal = opct(box)->equal_width;
+    const uint8_t width = equal != 0 ? equal : width_in_image(box, i);
     list_append(env, widths, sizeof(width), &width);
   }
   list_set_count(env, values_of(box), kValueSize, count);
@@ -324,7 +327,8 @@ void read_wide_key(Environment* env, Stream* stream, Box* box) {
       stream->content_is_bad = 1;
       return;
     }
-    memset(width_at(box, 0), static_cast<int>(left / count), count);
+    opct(box)->equal_width = static_cast<uint8_t>(left / count);
+    memset(width_at(box, 0), opct(box)->equal_width, count);
   }
   for (uint64_t i = 0; i < count; ++i) {
     *entry_at<uint64_t>(*values_of(box), i) = bs_read_n_byte(env, stream, *width_at(box, i), 0);

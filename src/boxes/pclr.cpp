@@ -26,9 +26,9 @@ constexpr uint32_t kDepths = 256;
 struct PclrBox : Box {
   uint16_t entry_count;     // NE
   uint8_t column_count;     // NPC
+  uint8_t stride;           // by the rules of the standard: columns that the table has room for
   uint8_t depths[kDepths];  // B
   EntryList values;         // C, entry by entry, uint32_t each; without storage until needed
-  uint32_t stride;          // by the rules of the standard: columns that the table has room for
 };
 
 PclrBox* pclr(Box* box) { return static_cast<PclrBox*>(box); }
@@ -205,10 +205,10 @@ constexpr FieldOperations kDepth = {set_depth, get_depth, count_columns, set_all
                                     get_all_depths};
 constexpr FieldOperations kValue = {set_value, get_value, count_values, set_all_values,
                                     get_all_values};
-constexpr Field kEntries = single(JPX_FIELD_PCLR_NE, "NE", 2, member<&PclrBox::entry_count>,
-                                  is_entry_count);
-constexpr Field kColumns = single(JPX_FIELD_PCLR_NPC, "NPC", 1, member<&PclrBox::column_count>,
-                                  is_column_count);
+constexpr Field kEntries =
+    single(JPX_FIELD_PCLR_NE, "NE", 2, member<&PclrBox::entry_count>, is_entry_count);
+constexpr Field kColumns =
+    single(JPX_FIELD_PCLR_NPC, "NPC", 1, member<&PclrBox::column_count>, is_column_count);
 constexpr Field kFields[] = {
     custom(kEntries, kEntryCount),
     custom(kColumns, kColumnCount),
@@ -304,8 +304,8 @@ void read_table(Environment* env, Stream* stream, Box* box) {
 
 // ------------------------------------------------------------------- by the rules of the standard
 //
-// The table only ever grows, so that what a smaller NE or NPC hides comes back with them. Values are
-// kept as they are written, whatever their sign.
+// The table only ever grows, so that what a smaller NE or NPC hides comes back with them. Values
+// are kept as they are written, whatever their sign.
 
 constexpr uint32_t kMaxHeldDepth = 32;
 
@@ -334,7 +334,7 @@ void widen_table(PclrBox* self, Environment* env, uint64_t columns) {
   }
   list_release(env, &self->values);
   self->values = wider;
-  self->stride = static_cast<uint32_t>(columns);
+  self->stride = static_cast<uint8_t>(columns);
 }
 
 uint32_t* cell_at(const PclrBox* self, uint64_t index) {

@@ -21,7 +21,10 @@ constexpr int32_t kPlaceFirst = 2;
 class TestDocument : public TestContext {
  public:
   TestDocument() = default;
-  explicit TestDocument(const std::string& file) { EXPECT_EQ(load(file), JPX_OK); }
+  explicit TestDocument(const std::string& file, bool is_kept = false) {
+    kv_jpx_set_keep_everything(get(), is_kept ? 1 : 0);
+    EXPECT_EQ(load(file), JPX_OK);
+  }
 
   // All boxes by type, children in parentheses: "jP  ,ftyp,jp2h(ihdr,colr)".
   std::string tree();
@@ -94,6 +97,9 @@ class BoxUnderTest : public TestDocument {
   BoxUnderTest(std::string_view type, const std::string& payload)
       : TestDocument(in_parents(type, box(type, payload))), id(find(type)) {}
   explicit BoxUnderTest(std::string_view type);
+  // Read where everything is kept, behind other boxes.
+  BoxUnderTest(std::string_view type, const std::string& payload, const std::string& front)
+      : TestDocument(front + in_parents(type, box(type, payload)), true), id(find(type)) {}
 
   int32_t set(uint32_t key, uint64_t value, uint64_t index = 0) {
     return TestDocument::set(id, key, value, index);

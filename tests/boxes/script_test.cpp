@@ -9,6 +9,7 @@
 //   the width)         KEY#!C    its code KEY<B, KEY<W/B bytes are taken, in entries of W  KEY<B!C
 //   they are answered by C KEY>B          the bytes that the field holds =B, ~N         the payload
 //   as it is written, its length as the box tells it +TYPE          a box is added into this one
+// "^" says that the file is written as it was read; it is for kept ones.
 // KEY may be a list, with an [index] for all; N may be a list where it is set. "@DATA" is the key
 // of opaque payloads, "?" one that no box has.
 #include <gtest/gtest.h>
@@ -61,7 +62,7 @@ class ScriptedBox : public BoxUnderTest {
 
   void run(const std::string& type, const std::string& operation) {
     SCOPED_TRACE(operation);
-    static const std::regex kForm(R"(([\w@?,]*)(?:\[([^\]]+)\])?(:=|[:=!#<>~+])(.*?)(?:!(\d+))?)");
+    static const std::regex kForm(R"(([\w@?,]*)(?:\[([^\]]+)\])?(:=|[:=!#<>~+^])(.*?)(?:!(\d+))?)");
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(operation, parts, kForm));
     const std::string operand = parts[4];
@@ -72,6 +73,8 @@ class ScriptedBox : public BoxUnderTest {
       for (const std::string& key : split(parts[1], ',')) {
         use_field(field_of(type, key), index, action, operand, code);
       }
+    } else if (action == "^") {
+      EXPECT_EQ(written(), original);
     } else if (action == "+") {
       add(operand.substr(1, 4), id);
     } else if (action == "~") {
@@ -80,6 +83,8 @@ class ScriptedBox : public BoxUnderTest {
       EXPECT_EQ(content(), bytes_of(operand));
     }
   }
+
+  std::string original;  // the file as it was read
 
  private:
   void use_field(const kv_jpx_field_info& field, uint64_t index, const std::string& action,
@@ -116,11 +121,13 @@ class ScriptedBox : public BoxUnderTest {
 };
 
 class BoxScript : public ::testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Scripts, BoxScript, ::testing::Values("fields", "quirks"),
+INSTANTIATE_TEST_SUITE_P(Scripts, BoxScript, ::testing::Values("fields", "quirks", "kept"),
                          [](const auto& info) { return std::string(info.param); });
 
 TEST_P(BoxScript, Holds) {
   std::istringstream script(file_contents(std::string("tests/boxes/") + GetParam() + ".script"));
+  const bool is_kept = GetParam() == std::string("kept");
+  const std::string depths = bytes_of("[jp2h[bpcc070F0B]]");
   std::string type;
   std::unique_ptr<ScriptedBox> box;
   std::string line;
@@ -133,9 +140,10 @@ TEST_P(BoxScript, Holds) {
       if (words[1] == "new") {
         box = std::make_unique<ScriptedBox>(type);
       } else {
-        const bool is_sample = words[1] == "*";
-        box = std::make_unique<ScriptedBox>(type,
-                                            is_sample ? rule_of(type).payload : bytes_of(words[1]));
+        const std::string payload = words[1] == "*" ? rule_of(type).payload : bytes_of(words[1]);
+        box = is_kept ? std::make_unique<ScriptedBox>(type, payload, type == "opct" ? depths : "")
+                      : std::make_unique<ScriptedBox>(type, payload);
+        box->original = is_kept ? box->written() : "";
       }
       words.erase(words.begin(), words.begin() + 2);
     }
