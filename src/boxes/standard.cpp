@@ -149,7 +149,8 @@ bool stood_there(Environment* env, BoxIndex* index, Stream* input, Box* box, uin
                  uint64_t index_of_entry, uint64_t value) {
   if (box->kind == kSuper || box->id >= index->count) return false;
   const BoxEntry entry = *index_entry(index, box->id);
-  if (entry.header_length == 0 || (entry.flags & KV_JPX_BOX_MALFORMED) != 0) return false;
+  if (entry.box != box || entry.header_length == 0 || (entry.flags & KV_JPX_BOX_MALFORMED) != 0)
+    return false;
   const uint64_t begin = entry.offset + entry.header_length;
   require_present(env, input, begin, entry.content_length);
   bs_set_current_position(env, input, begin);
@@ -159,8 +160,7 @@ bool stood_there(Environment* env, BoxIndex* index, Stream* input, Box* box, uin
   bs_pop_read_limit(env, input);
   uint64_t stood;
   const bool stands = read->get_int_field(read, key, index_of_entry, &stood) == JPX_OK;
-  read->destroy(read, env);
-  JPX_SafeFreeInternal(env, read);
+  index_discard(env, index, read);
   return stands && stood == value;
 }
 
