@@ -14,8 +14,8 @@ namespace kvjpx {
 // Whether a box takes the value; a refusal is code 3.
 using CheckFn = bool(const Box* box, uint64_t value);
 
-// By what rules fields are served. Those of the standard are for inputs of which everything is kept:
-// no list has habits, and a value must fit the bytes that it is written in.
+// By what rules fields are served. Those of the standard are for inputs of which everything is
+// kept: no list has habits, and a value must fit the bytes that it is written in.
 enum class Rules { kCompatible, kStandard };
 
 // What a list of entries does apart from the rules that hold for all; bits.

@@ -243,7 +243,8 @@ void index_forget(BoxIndex* index, Box* box) {
 
 void index_discard(Environment* env, BoxIndex* index, Box* box) {
   index_forget(index, box);
-  // The identifiers of what was in it are given again.
+  // The identifiers of what was in it are given again; taken for strangers, they would make every
+  // look-up a search.
   for (uint32_t id = box->id + 1; id < index->count; ++id) entry_of(*index, id) = {};
   index->count = box->id + 1;
   box->destroy(box, env);

@@ -28,9 +28,9 @@ bool is_component_index(const Box*, uint64_t value) { return value < kMaxCompone
 
 constexpr ListTraits kMappings = list_of<&CmapBox::mappings, Mapping>();
 constexpr Field kFields[] = {
-    by_standard(
-        repeating(JPX_FIELD_CMAP_CMP, "CMP", 2, kMappings, member<&Mapping::component>, is_component),
-        is_component_index),
+    by_standard(repeating(JPX_FIELD_CMAP_CMP, "CMP", 2, kMappings, member<&Mapping::component>,
+                          is_component),
+                is_component_index),
     repeating(JPX_FIELD_CMAP_MTYP, "MTYP", 1, kMappings, member<&Mapping::type>, is_flag),
     repeating(JPX_FIELD_CMAP_PCOL, "PCOL", 1, kMappings, member<&Mapping::column>),
 };

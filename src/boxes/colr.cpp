@@ -33,9 +33,9 @@ struct ColrBox : Box {
   uint8_t method;
   uint8_t precedence;
   uint8_t approximation;
-  uint32_t colour_space;  // METH 1
-  Parameters lab;         // EnumCS 14; see set_parameter
-  Parameters jab;         // EnumCS 19
+  uint32_t colour_space;    // METH 1
+  Parameters lab;           // EnumCS 14; see set_parameter
+  Parameters jab;           // EnumCS 19
   Data profile;             // METH 2 and 3
   uint8_t uuid[kUuidSize];  // METH 4
   Data vendor_data;
@@ -306,9 +306,8 @@ constexpr FieldOperations kVendorData = {nullptr, nullptr, count_vendor_data, se
                                          get_vendor_data};
 
 constexpr Field kPlainMethod = single(JPX_FIELD_COLR_METH, "METH", 1, member<&ColrBox::method>);
-constexpr Field kPrecedence =
-    by_standard(single(JPX_FIELD_COLR_PREC, "PREC", 1, member<&ColrBox::precedence>),
-                is_byte_of_either_sign);
+constexpr Field kPrecedence = by_standard(
+    single(JPX_FIELD_COLR_PREC, "PREC", 1, member<&ColrBox::precedence>), is_byte_of_either_sign);
 constexpr Field kApproximation = by_standard(
     single(JPX_FIELD_COLR_APPROX, "APPROX", 1, member<&ColrBox::approximation>, is_approximation),
     is_approximation_or_none);

@@ -93,7 +93,8 @@ constexpr FieldOperations kCompatibility = {
     set_compatible_brand,    get_compatible_brand, count_compatible_brands, nullptr, nullptr,
     resize_compatible_brands};
 constexpr Field kBrand = single(JPX_FIELD_FTYP_BR, "BR", 4, member<&FtypBox::brand>);
-constexpr Field kVersion = single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>);
+constexpr Field kVersion =
+    single(JPX_FIELD_FTYP_MinV, "MinV", 4, member<&FtypBox::minimum_version>);
 constexpr Field kList = repeating(JPX_FIELD_FTYP_CL, "CL", 4, kOthers, number<uint32_t>);
 constexpr Field kFields[] = {kBrand, kVersion, custom(kList, kCompatibility)};
 // All brands are others.

@@ -189,9 +189,9 @@ void read_known_instructions(Environment* env, Stream* stream, Box* box) {
 void release_instructions(Box* box, Environment* env) { list_release(env, instructions_of(box)); }
 
 constexpr BoxLayout standard_layout() {
-  BoxLayout layout = box_layout<InstBox>(code("inst"), kStandardFields, jpx_inst_print,
-                                         {length_of_instructions, render_instructions,
-                                          read_known_instructions, release_instructions});
+  BoxLayout layout = box_layout<InstBox>(
+      code("inst"), kStandardFields, jpx_inst_print,
+      {length_of_instructions, render_instructions, read_known_instructions, release_instructions});
   layout.base = &kInst;
   return layout;
 }

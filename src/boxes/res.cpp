@@ -35,9 +35,9 @@ constexpr Field kFields[] = {
     by_standard(
         single(JPX_FIELD_RESC_VR_E, "VR_E", 1, member<&ResBox::vertical_exponent>, is_signed_byte),
         is_byte_of_either_sign),
-    by_standard(
-        single(JPX_FIELD_RESC_HR_E, "HR_E", 1, member<&ResBox::horizontal_exponent>, is_signed_byte),
-        is_byte_of_either_sign),
+    by_standard(single(JPX_FIELD_RESC_HR_E, "HR_E", 1, member<&ResBox::horizontal_exponent>,
+                       is_signed_byte),
+                is_byte_of_either_sign),
 };
 
 void jpx_res_print(Box* box) {

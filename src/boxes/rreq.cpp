@@ -102,9 +102,11 @@ constexpr Field kFields[] = {
     list_count(JPX_FIELD_RREQ_NSF, "NSF", kStandard, fits_16_bits),
     repeating(JPX_FIELD_RREQ_SF, "SF", 2, kStandard, member<&StandardFeature::number>,
               fits_16_bits),
-    mask_field(repeating(JPX_FIELD_RREQ_SM, "SM", 8, kStandard, member<&StandardFeature::mask>, is_mask)),
+    mask_field(
+        repeating(JPX_FIELD_RREQ_SM, "SM", 8, kStandard, member<&StandardFeature::mask>, is_mask)),
     list_count(JPX_FIELD_RREQ_NVF, "NVF", kVendor, fits_16_bits),
-    mask_field(repeating(JPX_FIELD_RREQ_VM, "VM", 8, kVendor, member<&VendorFeature::mask>, is_mask)),
+    mask_field(
+        repeating(JPX_FIELD_RREQ_VM, "VM", 8, kVendor, member<&VendorFeature::mask>, is_mask)),
     vendor_uuid(),
 };
 // In front of the others, which are the same.

@@ -26,8 +26,9 @@ bool has_zero_low_byte(const Box*, uint64_t value) { return (value & 0xFF) == 0;
 void store_no_version(void* record, uint64_t) { static_cast<UrlBox*>(record)->version = 0; }
 void store_no_flags(void* record, uint64_t) { static_cast<UrlBox*>(record)->flags = 0; }
 
-constexpr Field kLocation = bytes_field(
-    JPX_FIELD_URL_LOC, "LOC", 1, {nullptr, nullptr, count_payload, set_payload, get_opaque_payload});
+constexpr Field kLocation =
+    bytes_field(JPX_FIELD_URL_LOC, "LOC", 1,
+                {nullptr, nullptr, count_payload, set_payload, get_opaque_payload});
 constexpr Field kFields[] = {
     stored_as(single(JPX_FIELD_URL_VERS, "VERS", 1,
                      {member<&UrlBox::version>.load, store_no_version}, has_zero_low_byte),
