@@ -36,6 +36,7 @@ const char kUsage[] =
     "kvjpx_growth [--program KVJPX] [--shape NAME] [--work NAME] [--sizes N,N,...]\n"
     "             [--tolerance X] [--limit SECONDS] [--brief]\n"
     "kvjpx_growth --write SHAPE N FILE\n"
+    "kvjpx_growth --kept N\n"
     "Measures in the current folder. Exits with 1 when something grows too much.\n";
 
 // One piece of work on one shape, at all sizes.
@@ -261,6 +262,22 @@ int write_one(const char* name, const char* count, const char* path) {
   return 2;
 }
 
+// What keeping everything costs a load, which is to be little.
+int check_kept(uint32_t count) {
+  constexpr double kMost = 1.3;
+  int marked = 0;
+  for (const Shape& shape : all_shapes()) {
+    const auto [plain, kept] = compare_loads(shape.make(count));
+    const double time = kept.seconds / plain.seconds;
+    const double memory = kept.bytes / plain.bytes;
+    const bool is_marked = time > kMost || memory > kMost;
+    marked += is_marked ? 1 : 0;
+    printf("%-20s %9.3f us %8.0f B  kept: time x%.2f, memory x%.2f%s\n", shape.name,
+           plain.seconds * 1e6, plain.bytes, time, memory, is_marked ? "  <--" : "");
+  }
+  return marked == 0 ? 0 : 1;
+}
+
 std::vector<uint32_t> parse_sizes(const char* text) {
   std::vector<uint32_t> sizes;
   for (char* rest = const_cast<char*>(text); *rest != '\0'; rest += *rest == ',') {
@@ -302,6 +319,9 @@ bool parse(int argc, char** argv, Options* options) {
 
 int main(int argc, char** argv) {
   if (argc == 5 && strcmp(argv[1], "--write") == 0) return write_one(argv[2], argv[3], argv[4]);
+  if (argc == 3 && strcmp(argv[1], "--kept") == 0) {
+    return check_kept(static_cast<uint32_t>(strtoul(argv[2], nullptr, 10)));
+  }
   Options options;
   if (parse(argc, argv, &options)) return check(options);
   fputs(kUsage, stderr);

@@ -254,6 +254,10 @@ void decode(Subject& subject) {
 void load_memory(Subject& subject) {
   kv_jpx_set_input_image(subject.context, subject.file.data(), subject.file.size());
 }
+void load_kept(Subject& subject) {
+  kv_jpx_set_keep_everything(subject.context, 1);
+  load_memory(subject);
+}
 void load_file(Subject& subject) {
   kv_jpx_set_input_image_file(subject.context, subject.path.c_str());
 }
@@ -290,6 +294,7 @@ std::vector<Loop> make_loops() {
   };
   std::vector<Loop> loops = {
       {"load from memory", load_memory, false},
+      {"load from memory, kept", load_kept, false},
       {"load a file", load_file, false},
       {"load a mapping", load_mapped, false},
       {"walk", walk_tree, false},
@@ -367,6 +372,35 @@ Cost run_once(const Loop& loop, Subject& subject) {
 const std::vector<Loop>& all_loops() {
   static const std::vector<Loop> loops = make_loops();
   return loops;
+}
+
+double boxes_of(const std::string& file, const Loop& load) {
+  Subject subject = {};
+  subject.file = file;
+  kv_jpx_create(&subject.context);
+  load.run(subject);
+  double count = 0;
+  walk(subject.context, [&](uint32_t) { ++count; });
+  kv_jpx_destroy(subject.context);
+  return count;
+}
+
+std::pair<Cost, Cost> compare_loads(const std::string& file) {
+  constexpr int kRounds = 15;
+  const Loop loads[] = {{"load", load_memory, false}, {"load, kept", load_kept, false}};
+  Subject subject = {};
+  subject.file = file;
+  Cost best[2];
+  for (int i = 0; i < 2 * kRounds; ++i) {
+    const Cost cost = run_once(loads[i % 2], subject);
+    if (i < 2 || cost.seconds < best[i % 2].seconds) best[i % 2] = cost;
+  }
+  for (int i = 0; i < 2; ++i) {
+    const double boxes = boxes_of(file, loads[i]);
+    best[i].seconds /= boxes;
+    best[i].bytes /= boxes;
+  }
+  return {best[0], best[1]};
 }
 
 Cost run_loop(const Loop& loop, const std::string& path, uint32_t count) {

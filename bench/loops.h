@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvjpx.h"
@@ -31,5 +32,9 @@ const std::vector<Loop>& all_loops();
 
 // The cost of the loop alone, without loading; memory counts all that the context has.
 Cost run_loop(const Loop& loop, const std::string& path, uint32_t count);
+
+// What a box costs when a file is loaded in the default mode and with everything kept, which may be
+// more boxes. Measured in turns; the least of each.
+std::pair<Cost, Cost> compare_loads(const std::string& file);
 
 #endif  // KVJPX_BENCH_LOOPS_H_

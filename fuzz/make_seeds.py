@@ -62,8 +62,48 @@ def file_seeds():
             yield f"{name}-{failing}", source + pack(">H", failing), rich
 
 
+def box(kind, content=b"", length=None):
+    return pack(">I", 8 + len(content) if length is None else length) + kind + content
+
+
+def long_box(kind, content=b""):
+    return pack(">I", 1) + kind + pack(">Q", 16 + len(content)) + content
+
+
+def kept_seeds():
+    """What only a kept input loads, or keeps in its form."""
+    label, free = box(b"lbl ", b"text"), box(b"free")
+    open_label, cut_label = box(b"lbl ", b"text", 0), box(b"lbl ", b"text", 999)
+
+    def asoc(content):
+        return box(b"asoc", content)
+
+    def fragments(offset):
+        return box(b"flst", pack(">HQIHQIH", 2, offset, 3, 0, 70, 2, 0))
+
+    data = box(b"mdat", bytes(range(32)))
+    return {
+        "long": long_box(b"asoc", long_box(b"asoc") + long_box(b"lbl ", b"text") + label) + free,
+        "open": label + open_label,
+        "open-nested": free + asoc(asoc(open_label)),
+        "open-containers": box(b"asoc", box(b"asoc", open_label, 0), 0),
+        "open-inside": asoc(label + open_label) + free,
+        "cut": free + box(b"asoc", cut_label, 200),
+        "cut-inside": asoc(asoc(cut_label) + label) + free,
+        "tails": asoc(asoc(label + b"tail") + b"\0\0\0\5tail") + label + b"\n",
+        "tail-behind": asoc(box(b"nlst", pack(">IIB", 1, 2, 3))) + box(b"res ", b"\0"),
+        "malformed": box(b"jp2h", box(b"ihdr", b"short") + box(b"pclr", b"\0\2\1\7")),
+        "malformed-nested": box(b"dtbl", pack(">H", 3) + box(b"dtbl", asoc(label)) + free) + label,
+        "fragments": box(b"ftbl", fragments(90)) + data,
+        "fragments-cref": asoc(box(b"cref", b"mdat" + fragments(94))) + data,
+        "fragments-jpch": data + box(b"jpch", fragments(9)) + free,
+        "nothing": b"\0",
+    }
+
+
 def load_seeds():
-    return {name: treatment + file for name, treatment, file in file_seeds()}
+    plain = {name: treatment + file for name, treatment, file in file_seeds()}
+    return plain | {f"kept-{name}": file for name, file in kept_seeds().items()}
 
 
 def step_seeds(count):
@@ -72,6 +112,15 @@ def step_seeds(count):
         name: treatment + file + b"STEP" + chance.randbytes(count)
         for name, treatment, file in file_seeds()
     }
+
+
+def edit_seeds():
+    chance = random.Random(11)
+    kept = {
+        f"kept-{name}": file + b"STEP" + chance.randbytes(100)
+        for name, file in kept_seeds().items()
+    }
+    return step_seeds(200) | kept
 
 
 def reader_seeds(readers=42):
@@ -112,7 +161,7 @@ def main():
     corpora = {
         "load": load_seeds(),
         "fields": step_seeds(300),
-        "edit": step_seeds(200),
+        "edit": edit_seeds(),
         "reader": reader_seeds(),
         "stream": stream_seeds(),
         "decode": decode_seeds(),

@@ -352,7 +352,7 @@ TEST(Walking, GoesBackAndUp) {
 }
 
 TEST(FieldNames, AreFoundByType) {
-  kv_jpx_field_info info;
+  kv_jpx_field_info info = {};
   EXPECT_EQ(kv_jpx_find_field(code("ihdr"), "HEIGHT", &info), JPX_OK);
   EXPECT_EQ(info.key, uint32_t{JPX_FIELD_IHDR_HEIGHT});
   EXPECT_EQ(kv_jpx_find_field(code("zzzz"), "DATA", &info), JPX_OK);
