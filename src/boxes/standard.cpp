@@ -160,7 +160,9 @@ bool stood_there(Environment* env, BoxIndex* index, Stream* input, Box* box, uin
   bs_pop_read_limit(env, input);
   uint64_t stood;
   const bool stands = read->get_int_field(read, key, index_of_entry, &stood) == JPX_OK;
-  index_discard(env, index, read);
+  index_forget(index, read);  // so that no one takes its end for a change of the tree
+  read->destroy(read, env);
+  JPX_SafeFreeInternal(env, read);
   return stands && stood == value;
 }
 
