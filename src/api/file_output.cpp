@@ -2,6 +2,7 @@
 #include "api/file_output.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "output_file.h"
 
@@ -48,6 +49,8 @@ uint32_t write_and_complete(Environment* env, FileOutput* output) {
     file->is_changed = file->is_changed || file->staged < 0;
     if (output->refusal != JPX_OK) return output->refusal;
     if (file->staged < 0) return JPX_OK;
+    // What people keep must not become an empty file when the power fails after the renaming.
+    if (fsync(file->staged) != 0) return JPX_ERR_FILE_IO;
   } else if (file->staged >= 0) {
     const uint32_t refusal = finish_output_writer(env, writer);
     if (refusal != JPX_OK) return refusal;
