@@ -44,7 +44,7 @@ SHAPES = {
     "long list": lambda n: bytes(box("asoc", box("nlst", b"\0\0\0\1" * n))),
 }
 
-EDITED = ["--force", "-o", "out"]
+EDITED = ["-o", "out"]
 
 
 def commands(boxes):

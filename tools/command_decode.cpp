@@ -149,8 +149,18 @@ ContextPointer load_codestream(const Document& document, const std::vector<const
   const std::string file = file_of_codestream(document, *codestreams[wanted]);
   ContextPointer context = make_context(document.label());
   const int32_t code = kv_jpx_set_input_image(context.get(), file.data(), file.size());
-  if (code != JPX_OK) throw library_failure(document.label(), code, kNothingDecoded);
+  if (code != JPX_OK) throw library_failure(document.label(), context.get(), kNothingDecoded);
   return context;
+}
+
+// The file as strict readers take it, by whose fields pictures are composed; null for one that they
+// do not take, or only without its codestreams.
+ContextPointer load_strictly(const Document& document) {
+  ContextPointer context = make_context(document.label());
+  uint32_t count = 0;
+  if (document.load_into(context.get()) != JPX_OK) return nullptr;
+  kv_jpx_get_box_count_by_type(context.get(), kCodestreamType, &count);
+  return count > 0 ? std::move(context) : nullptr;
 }
 
 // What the library composes by: the first image header.
@@ -223,11 +233,7 @@ void set_effort(kv_jpx_context* context, const DecodeRequest& request) {
 
 LibraryBlock decode(const Document& document, kv_jpx_context* context) {
   const Progress progress("kvjpx: decoding " + document.label());
-  void* data = nullptr;
-  uint64_t length = 0;
-  const int32_t code = kv_jpx_get_output_image(context, &data, &length);
-  if (code != JPX_OK) throw library_failure(document.label(), code, kNothingDecoded);
-  return LibraryBlock(context, data, length);
+  return output_of(context, document.label(), kNothingDecoded);
 }
 
 std::string allowed_words(const DecodeRequest& request) {
@@ -244,7 +250,7 @@ void check_result(const Document& document, const LibraryBlock& picture, const F
                   const DecodeRequest& request) {
   const DecodingRecord& record = decoding_record();
   if (record.stopped_by == KV_J2K_ERR_MEMORY) {
-    throw library_failure(document.label(), JPX_ERR_MEMORY, kNothingDecoded);
+    throw Failure(kInputOutput, document.label() + ": not enough memory");
   }
   if (record.stopped_by == KV_J2K_ERR_LIMIT) {
     throw nothing_decoded(document,
@@ -281,9 +287,10 @@ void decode_picture(const DecodeRequest& request, const Target& target) {
   const Document document(request.file);
   const std::vector<const Box*> codestreams = find_codestreams(document);
   if (codestreams.empty()) throw nothing_decoded(document, "the file has no codestream");
-  const ContextPointer single =
-      request.codestream ? load_codestream(document, codestreams, *request.codestream) : nullptr;
-  kv_jpx_context* const context = single ? single.get() : document.context();
+  const ContextPointer own = request.codestream
+                                 ? load_codestream(document, codestreams, *request.codestream)
+                                 : load_strictly(document);
+  kv_jpx_context* const context = own ? own.get() : document.context();
   const DecodingLimit limit = limit_cost(document, request, set_region(document, context, region));
   set_effort(context, request);
   load_codec(limit);

@@ -4,45 +4,32 @@
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
-#include "save.h"
 
 namespace kvjpx_tool {
 namespace {
 
-// Where the library puts a new box, relative to the box with this identifier.
-struct Placement {
-  enum Relation : int32_t { kBefore = 0, kAfter = 1, kFirstChild = 2 };
-
-  uint32_t reference;
-  Relation relation;
-  // The container that the new box will stand in, for messages.
-  const Box* parent;
-};
-
-Placement place_into(const Document& document, const Box& container) {
-  if (!container.is_container) {
-    throw Failure(kEditRefused, document.place(container) + ": not a container of boxes");
+// The container that the new box is to stand in.
+const Box& find_parent(const Document& document, const AddRequest& request, const Box& reference) {
+  if (request.place == AddRequest::Place::kInto) {
+    if (reference.is_container) return reference;
+    throw Failure(kEditRefused, document.place(reference) + ": not a container of boxes");
   }
-  // People expect a new box at the end of its container.
-  if (container.children.empty()) return {container.id, Placement::kFirstChild, &container};
-  return {container.children.back()->id, Placement::kAfter, &container};
+  if (!reference.is_root()) return *reference.parent;
+  throw Failure(kEditRefused, document.place(reference) + ": nothing can stand beside the file");
 }
 
-Placement place_beside(const Document& document, const Box& sibling, bool is_before) {
-  if (sibling.is_root()) {
-    throw Failure(kEditRefused, document.place(sibling) + ": nothing can stand beside the file");
+int32_t add_to_library(const Document& document, uint32_t type, AddRequest::Place place,
+                       const Box& reference, uint32_t* id) {
+  if (place == AddRequest::Place::kInto) {
+    return kv_jpx_append_box(document.context(), type, reference.id, id);
   }
-  const Box& parent = *sibling.parent;
-  if (!is_before) return {sibling.id, Placement::kAfter, &parent};
-  const bool is_first = parent.children.front().get() == &sibling;
-  if (is_first) return {parent.id, Placement::kFirstChild, &parent};
-  return {sibling.id, Placement::kBefore, &parent};
-}
-
-Placement choose_placement(const Document& document, const AddRequest& request) {
-  const Box& reference = document.find(*request.reference);
-  if (request.place == AddRequest::Place::kInto) return place_into(document, reference);
-  return place_beside(document, reference, request.place == AddRequest::Place::kBefore);
+  const bool is_before = place == AddRequest::Place::kBefore;
+  if (is_before && reference.parent->children.front().get() == &reference) {
+    return kv_jpx_add_box(document.context(), type, reference.parent->id, KV_JPX_PLACE_FIRST_CHILD,
+                          id);
+  }
+  return kv_jpx_add_box(document.context(), type, reference.id,
+                        is_before ? KV_JPX_PLACE_BEFORE : KV_JPX_PLACE_AFTER, id);
 }
 
 void set_payload(const Document& document, uint32_t id, const std::string& payload_file,
@@ -55,7 +42,7 @@ void set_payload(const Document& document, uint32_t id, const std::string& paylo
     throw Failure(kEditRefused,
                   place + ": a box of this type takes no --payload; change its fields with 'set'");
   }
-  if (code != JPX_OK) throw library_failure(place, code, kEditRefused);
+  if (code != JPX_OK) throw library_failure(place, document.context(), kEditRefused);
 }
 
 // A box has a smaller identifier than what follows it in the file.
@@ -76,27 +63,24 @@ void add_box(const AddRequest& request, const Target& target) {
   check_takes_binary(target);
   const uint32_t type = parse_type(request.type, kUsage);
   const Document document(request.file);
-  check_is_complete(document, target);
-  const Placement placement = choose_placement(document, request);
-  const std::string place =
-      document.place(*placement.parent) + ": new box '" + type_name(type) + "'";
+  const Box& reference = document.find(*request.reference);
+  const Box& parent = find_parent(document, request, reference);
+  const std::string place = document.place(parent) + ": new box '" + type_name(type) + "'";
 
   uint32_t id = KV_JPX_ROOT;
-  const int32_t code =
-      kv_jpx_add_box(document.context(), type, placement.reference, placement.relation, &id);
+  const int32_t code = add_to_library(document, type, request.place, reference, &id);
   if (code == JPX_ERR_INVALID_ARGUMENT) {
     throw Failure(kEditRefused, place + ": boxes would be nested more than 256 deep");
   }
-  if (code != JPX_OK) throw library_failure(place, code, kEditRefused);
+  if (code != JPX_OK) throw library_failure(place, document.context(), kEditRefused);
   if (request.payload_file) set_payload(document, id, *request.payload_file, place);
-  save(document, target);
+  document.save(target);
 }
 
 void remove_boxes(const std::string& file, const std::vector<std::string>& paths,
                   const Target& target) {
   check_takes_binary(target);
   const Document document(file);
-  check_is_complete(document, target);
   // All paths mean the file as it was given, so they are resolved before anything goes.
   std::vector<const Box*> boxes;
   for (const std::string& path : paths) {
@@ -109,16 +93,16 @@ void remove_boxes(const std::string& file, const std::vector<std::string>& paths
   for (const Box* box : boxes) {
     if (goes_with_container(*box, boxes)) continue;
     const int32_t code = kv_jpx_delete_box(document.context(), box->id);
-    if (code != JPX_OK) throw library_failure(document.place(*box), code, kEditRefused);
+    if (code != JPX_OK) {
+      throw library_failure(document.place(*box), document.context(), kEditRefused);
+    }
   }
-  save(document, target);
+  document.save(target);
 }
 
 void copy_file(const std::string& file, const Target& target) {
   check_takes_binary(target);
-  const Document document(file);
-  check_is_complete(document, target);
-  save(document, target);
+  Document(file, Document::Content::kAnything).save(target);
 }
 
 }  // namespace kvjpx_tool

@@ -2,7 +2,6 @@
 #include "commands.h"
 #include "document.h"
 #include "field.h"
-#include "save.h"
 
 namespace kvjpx_tool {
 
@@ -29,7 +28,6 @@ void set_fields(const std::string& file, const std::vector<std::string>& assignm
                 const Target& target) {
   check_takes_binary(target);
   const Document document(file);
-  check_is_complete(document, target);
   for (const std::string& assignment : assignments) {
     // A box type may hold '=' only in its escaped form, so the first one begins the value.
     const size_t equals = assignment.find('=');
@@ -38,7 +36,7 @@ void set_fields(const std::string& file, const std::vector<std::string>& assignm
     }
     Field::find(document, assignment.substr(0, equals)).set(assignment.substr(equals + 1));
   }
-  save(document, target);
+  document.save(target);
 }
 
 }  // namespace kvjpx_tool

@@ -1,5 +1,6 @@
 // ls, print and extract: what a file holds.
 #include <algorithm>
+#include <utility>
 
 #include "box_path.h"
 #include "commands.h"
@@ -13,7 +14,7 @@ namespace {
 class Table {
  public:
   static constexpr size_t kNumberColumns = 3;
-  static constexpr size_t kColumns = 5;
+  static constexpr size_t kColumns = 6;
   using Row = std::string[kColumns];
 
   void add(const Row& row) {
@@ -28,14 +29,9 @@ class Table {
     for (size_t i = 0; i < cells_.size(); ++i) {
       const size_t column = i % kColumns;
       const std::string blanks(widths_[column] - cells_[i].size(), ' ');
-      if (column < kNumberColumns) lines += blanks;
-      lines += cells_[i];
-      if (column + 1 == kColumns) {
-        lines += "\n";
-        continue;
-      }
-      if (column >= kNumberColumns) lines += blanks;
+      lines += column < kNumberColumns ? blanks + cells_[i] : cells_[i] + blanks;
       lines += "  ";
+      if (column + 1 == kColumns) lines.replace(lines.find_last_not_of(' ') + 1, lines.npos, "\n");
     }
     return lines;
   }
@@ -45,14 +41,29 @@ class Table {
   size_t widths_[kColumns] = {};
 };
 
-std::string listing_of(const std::string& file) {
-  const Document document(file);
-  Table table;
-  for_each_box(document.root(), [&](const Box& box) {
-    table.add({std::to_string(box.begin), std::to_string(box.end - box.begin),
-               "#" + std::to_string(box.id), path_of(box), type_name(box.type)});
-  });
-  return table.text();
+std::string marks_of(const Box& box) {
+  constexpr std::pair<uint32_t, const char*> kMarks[] = {
+      {KV_JPX_BOX_MALFORMED, "malformed"}, {KV_JPX_BOX_MISPLACED, "misplaced"},
+      {KV_JPX_BOX_CUT_SHORT, "cut short"}, {KV_JPX_BOX_OPEN_ENDED, "open-ended"},
+      {KV_JPX_BOX_LONG_HEADER, "64-bit"},
+  };
+  std::string marks;
+  for (const auto& [flag, word] : kMarks) {
+    if ((box.flags & flag) != 0) marks += (marks.empty() ? "" : ", ") + std::string(word);
+  }
+  return marks;
+}
+
+void list_content(const Box& container, Table& table) {
+  for (const auto& box : container.children) {
+    table.add({std::to_string(box->begin), std::to_string(box->end - box->begin),
+               "#" + std::to_string(box->id), path_of(*box), type_name(box->type), marks_of(*box)});
+    list_content(*box, table);
+  }
+  if (container.tail_length == 0) return;
+  table.add({std::to_string(container.end - container.tail_length),
+             std::to_string(container.tail_length), "-", "-", "-",
+             "no box, in " + path_of(container)});
 }
 
 }  // namespace
@@ -61,14 +72,16 @@ ExitCode list_boxes(const std::vector<std::string>& files) {
   ExitCode result = kDone;
   for (const std::string& file : files) {
     if (files.size() > 1) print_text((&file == &files[0] ? "" : "\n") + file + ":\n");
-    std::string listing;
     try {
-      listing = listing_of(file);
+      const Document document(file, Document::Content::kAnything);
+      Table table;
+      list_content(document.root(), table);
+      print_text(table.text());
+      document.check_has_boxes();
     } catch (const Failure& failure) {
       report(failure.what());
       if (result == kDone) result = failure.exit_code();
     }
-    print_text(listing);
   }
   return result;
 }
@@ -79,7 +92,7 @@ void print_box(const std::string& file, const std::string& path) {
   // The library prints through the same stdio stream, so the order of output is kept.
   int32_t code = JPX_OK;
   print_filtered([&] { code = kv_jpx_print_box(document.context(), box.id); });
-  if (code != JPX_OK) throw library_failure(document.place(box), code, kNoSuchPlace);
+  if (code != JPX_OK) throw library_failure(document.place(box), document.context(), kNoSuchPlace);
 }
 
 void extract_payload(const std::string& file, const std::string& path, const Target& target) {

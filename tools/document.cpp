@@ -1,5 +1,7 @@
-// Loads and renders a file.
+// Loads and saves a file.
 #include "document.h"
+
+#include <algorithm>
 
 #include "box_path.h"
 #include "failure.h"
@@ -7,15 +9,34 @@
 namespace kvjpx_tool {
 namespace {
 
-constexpr std::string_view kSignatureType = "jP  ";
+// By what other files begin with.
+struct Foreign {
+  size_t position;
+  std::string_view mark;
+  const char* name;
+};
+constexpr Foreign kForeign[] = {
+    {0, "\xFF\x4F\xFF\x51", "a bare JPEG 2000 codestream without boxes around it"},
+    {0, "\x89PNG", "a PNG picture"},
+    {0, "\xFF\xD8\xFF", "a JPEG picture"},
+    {0, "GIF8", "a GIF picture"},
+    {0, std::string_view("II*\0", 4), "a TIFF picture"},
+    {0, std::string_view("MM\0*", 4), "a TIFF picture"},
+    {8, "WEBP", "a WebP picture"},
+    {0, "%PDF-", "a PDF document"},
+};
 
-// What the file is instead of a JPX, as far as that is worth telling.
+// What the file is instead, as far as that shows.
 std::string describe_foreign_file(std::string_view bytes) {
-  if (bytes.empty()) return "the file is empty";
-  if (bytes.substr(0, 4) == "\xFF\x4F\xFF\x51") {
-    return "a bare JPEG 2000 codestream without boxes around it";
+  if (bytes.empty()) return "; the file is empty";
+  for (const Foreign& foreign : kForeign) {
+    const std::string_view rest = bytes.substr(std::min(foreign.position, bytes.size()));
+    if (rest.substr(0, foreign.mark.size()) == foreign.mark) {
+      return std::string("; it seems to be ") + foreign.name;
+    }
   }
-  return "no signature box";
+  if (is_text(bytes.substr(0, 4096))) return "; it seems to be text";
+  return bytes.substr(0, 2) == "BM" ? "; it seems to be a BMP picture" : "";
 }
 
 }  // namespace
@@ -23,60 +44,71 @@ std::string describe_foreign_file(std::string_view bytes) {
 ContextPointer make_context(const std::string& label) {
   kv_jpx_context* context = nullptr;
   const int32_t code = kv_jpx_create(&context);
-  if (code != JPX_OK) throw library_failure(label, code, kInputOutput);
+  if (code != JPX_OK) throw Failure(kInputOutput, label + ": not enough memory");
   return ContextPointer(context);
 }
 
-bool has_signature(std::string_view bytes) {
-  return bytes.size() >= 8 && bytes.substr(4, 4) == kSignatureType;
+Document::Document(const std::string& name, Content wanted)
+    : file_(name), context_(make_context(label())) {
+  kv_jpx_set_keep_everything(context(), 1);
+  if (load_into(context()) != JPX_OK) throw library_failure(label(), context(), kInputOutput);
+  tree_ = read_box_tree(context());
+  if (wanted == Content::kBoxes) check_has_boxes();
 }
 
-Document::Document(const std::string& name) : file_(name, has_signature) {
-  if (!has_signature(bytes())) {
-    throw Failure(kNotJpx, label() + ": not a JPX: " + describe_foreign_file(bytes()));
-  }
-  context_ = make_context(label());
-  load();
-  tree_ = read_box_tree(context(), bytes(), label());
-  tell_refused_boxes();
+int32_t Document::load_into(kv_jpx_context* context) const {
+  return file_.is_mapped() ? kv_jpx_set_input_image_mapped(context, file_.name().c_str())
+                           : kv_jpx_set_input_image(context, bytes().data(), bytes().size());
 }
 
-void Document::load() {
-  const int32_t code = file_.is_mapped()
-                           ? kv_jpx_set_input_image_mapped(context(), file_.name().c_str())
-                           : kv_jpx_set_input_image(context(), bytes().data(), bytes().size());
-  if (code == JPX_OK) return;
-  if (code == JPX_ERR_INVALID_ARGUMENT) {
-    throw Failure(kNotJpx, label() + ": boxes are nested more than 256 deep");
-  }
-  throw library_failure(label(), code, kNotJpx);
-}
-
-// Such boxes are in no tree and so in no output: whoever edits the file has to know.
-void Document::tell_refused_boxes() const {
-  for (const RefusedBox& box : tree_->refused) {
-    const std::string rest =
-        box.container->is_root()
-            ? "it is left out with the rest of the file"
-            : "it is left out, and what follows it is taken to follow " + path_of(*box.container);
-    report(label() + ": note: the box '" + type_name(box.type) + "' at offset " +
-           std::to_string(box.offset) + " is not supported in " + path_of(*box.container) + ": " +
-           rest);
-  }
+void Document::check_has_boxes() const {
+  if (!root().children.empty()) return;
+  throw Failure(kNotJpx, label() + ": not a JPX: no box can be read at offset 0" +
+                             describe_foreign_file(bytes()));
 }
 
 const Box& Document::find(const std::string& path) const {
   return resolve_path(*tree_, path, label());
 }
 
-std::string Document::place(const Box& box) const { return label() + ": " + path_of(box); }
+std::string Document::place(const Box& box) const {
+  const std::string offset = box.is_root() ? "" : ":" + std::to_string(box.begin);
+  return label() + offset + ": " + path_of(box);
+}
 
-LibraryBlock Document::output() const {
+void Document::save(const Target& target) const {
+  if (target.is_stdout()) {
+    write_result(target, output_of(context(), label(), kEditRefused).bytes());
+  } else {
+    fill_file(target.name, [&] { write_to(target.name); });
+  }
+  tell_torn_fragments();
+}
+
+void Document::write_to(const std::string& name) const {
+  const int32_t code = kv_jpx_get_output_image_file(context(), name.c_str());
+  if (code == JPX_ERR_OPEN_FILE || code == JPX_ERR_FILE_IO) {
+    throw system_failure(name, "cannot write");
+  }
+  if (code != JPX_OK) throw library_failure(label(), context(), kEditRefused);
+}
+
+// Fragments of codestreams are named by their position in the file. They follow the bytes there,
+// but for those that the edit has changed or removed.
+void Document::tell_torn_fragments() const {
+  kv_jpx_finding finding = {};
+  finding.size = sizeof finding;
+  for (uint32_t i = 0; kv_jpx_get_finding(context(), i, &finding) == JPX_OK; ++i) {
+    if (finding.kind == KV_JPX_FINDING_FRAGMENT) report(label() + ": note: " + finding.text);
+  }
+}
+
+LibraryBlock output_of(kv_jpx_context* context, const std::string& label, ExitCode refusal) {
   void* data = nullptr;
   uint64_t length = 0;
-  const int32_t code = kv_jpx_get_output_image(context(), &data, &length);
-  if (code != JPX_OK) throw library_failure(label(), code, kEditRefused);
-  return LibraryBlock(context(), data, length);
+  const int32_t code = kv_jpx_get_output_image(context, &data, &length);
+  if (code != JPX_OK) throw library_failure(label, context, refusal);
+  return LibraryBlock(context, data, length);
 }
 
 }  // namespace kvjpx_tool

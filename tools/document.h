@@ -1,5 +1,5 @@
-// A JPX file that a command works on: its bytes, the library's context that has it loaded, and the
-// tree of its boxes as they were when it was loaded.
+// A file that a command works on: its bytes, the library's context that has it loaded so that
+// nothing in it is lost, and the tree of its boxes as they were when it was loaded.
 #ifndef KVJPX_TOOLS_DOCUMENT_H_
 #define KVJPX_TOOLS_DOCUMENT_H_
 
@@ -8,8 +8,10 @@
 #include <string_view>
 
 #include "box_tree.h"
+#include "failure.h"
 #include "input_file.h"
 #include "kvjpx.h"
+#include "output.h"
 
 namespace kvjpx_tool {
 
@@ -43,35 +45,43 @@ using ContextPointer = std::unique_ptr<kv_jpx_context, ContextDeleter>;
 // A context without a file; `label` names the file in messages.
 ContextPointer make_context(const std::string& label);
 
-// Whether a file begins with a signature box, as every JPX does.
-bool has_signature(std::string_view bytes);
-
 class Document {
  public:
-  // Loads a file ("-" is standard input); throws a Failure when it is not a readable JPX.
-  explicit Document(const std::string& name);
+  enum class Content { kBoxes, kAnything };
+
+  // Loads a file ("-" is standard input); throws a Failure when it is not of the kind that is
+  // wanted, which boxes make it.
+  explicit Document(const std::string& name, Content wanted = Content::kBoxes);
 
   const std::string& label() const { return file_.label(); }
   std::string_view bytes() const { return file_.bytes(); }
   kv_jpx_context* context() const { return context_.get(); }
   const Box& root() const { return tree_->root; }
-  const BoxTree& tree() const { return *tree_; }
+
+  // Loads the file into a context, in the way that is set there; the library's result.
+  int32_t load_into(kv_jpx_context* context) const;
+
+  // Throws a Failure that tells what else the file seems to be when it has not one box.
+  void check_has_boxes() const;
 
   const Box& find(const std::string& path) const;
-  // "file: path", for messages.
+  // "file:offset: path", for messages.
   std::string place(const Box& box) const;
 
-  // The library's output in its present setting: the file itself, or a decoded picture.
-  LibraryBlock output() const;
+  // Writes the edited file to the target.
+  void save(const Target& target) const;
 
  private:
-  void load();
-  void tell_refused_boxes() const;
+  void write_to(const std::string& name) const;
+  void tell_torn_fragments() const;
 
   InputFile file_;
   ContextPointer context_;
   std::unique_ptr<BoxTree> tree_;
 };
+
+// The output of a context in its present setting: the file itself, or a decoded picture.
+LibraryBlock output_of(kv_jpx_context* context, const std::string& label, ExitCode refusal);
 
 }  // namespace kvjpx_tool
 

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "kvjpx_errors.h"
 #include "terminal.h"
 
 namespace kvjpx_tool {
@@ -20,39 +19,22 @@ Failure system_failure(const std::string& place, const std::string& what) {
                                                      : std::strerror(errno)));
 }
 
-std::string library_reason(int32_t code) {
-  switch (code) {
+Failure library_failure(const std::string& place, kv_jpx_context* context, ExitCode refusal) {
+  kv_jpx_error_info error = {};
+  error.size = sizeof error;
+  kv_jpx_get_last_error(context, &error);
+  switch (error.code) {
     case JPX_ERR_MEMORY:
-      return "not enough memory";
-    case JPX_ERR_INVALID_ARGUMENT:
-      return "the value is out of range";
-    case JPX_ERR_NO_SUCH_FIELD:
-      return "the box has no such field in its present state, or the index is out of range";
-    case JPX_ERR_BUFFER_TOO_SMALL:
-      return "a box holds more bytes than its length says";
-    case JPX_ERR_CANNOT_MAKE_BOX:
-      return "a box of this type may not stand there";
-    case JPX_ERR_BAD_SIGNATURE:
-      return "the signature box does not hold the JPEG 2000 signature";
+      return Failure(kInputOutput, place + ": not enough memory");
     case JPX_ERR_READ_PAST_END:
-      return "the file ends inside a box, or a box reaches past the end of its container";
+      // A file that has been loaded was complete then.
+      return Failure(kInputOutput, place + ": the file was shortened while it was read");
     case JPX_ERR_OPEN_FILE:
-      return "the file cannot be opened";
     case JPX_ERR_FILE_IO:
-      return "reading the file failed";
-    default:
-      return "unexpected result " + std::to_string(code) + " of the library";
+    case JPX_ERR_INTERNAL:
+      refusal = kInputOutput;
   }
-}
-
-Failure library_failure(const std::string& place, int32_t code, ExitCode refusal) {
-  // A file that has been loaded was complete then.
-  if (code == JPX_ERR_READ_PAST_END && refusal != kNotJpx) {
-    return Failure(kInputOutput, place + ": the file was shortened while it was read");
-  }
-  const bool out_of_means = code == JPX_ERR_MEMORY || code == JPX_ERR_OPEN_FILE ||
-                            code == JPX_ERR_FILE_IO || code == JPX_ERR_INTERNAL;
-  return Failure(out_of_means ? kInputOutput : refusal, place + ": " + library_reason(code));
+  return Failure(refusal, place + ": " + error.text);
 }
 
 void report(const std::string& message) {

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "kvjpx.h"
+
 namespace kvjpx_tool {
 
 // Documented in the program's help; scripts rely on the numbers.
@@ -33,12 +35,9 @@ class Failure : public std::runtime_error {
 // A failed system call: "<place>: <what>: <the system's reason>".
 Failure system_failure(const std::string& place, const std::string& what);
 
-// Words for a result code of the library, whatever the call.
-std::string library_reason(int32_t code);
-
-// A failed library call. `refusal` is the exit code for what the library judges; short memory and
-// unreadable files have their own.
-Failure library_failure(const std::string& place, int32_t code, ExitCode refusal);
+// What the context's last call failed for, in the library's words. `refusal` is the exit code for
+// what the library judges; short memory and unreadable files have their own.
+Failure library_failure(const std::string& place, kv_jpx_context* context, ExitCode refusal);
 
 // Writes "kvjpx: <message>" to standard error.
 void report(const std::string& message);

@@ -116,17 +116,6 @@ uint64_t largest_number(const kv_jpx_field_info& info) {
   return ~uint64_t{0} >> (64 - 8 * std::min(info.width, 8u));
 }
 
-// Whether `stored` is the number `value`, of which a negative one loses its leading bits; nothing
-// else may be lost.
-bool is_number(uint64_t stored, uint64_t value, const kv_jpx_field_info& info) {
-  return stored == value || (takes_sign(info) && stored == (value & largest_number(info)));
-}
-
-bool is_known_brand(uint64_t code) {
-  return code == KV_JPX_TYPE('j', 'p', '2', ' ') || code == KV_JPX_TYPE('j', 'p', 'x', ' ') ||
-         code == KV_JPX_TYPE('j', 'p', 'x', 'b');
-}
-
 }  // namespace
 
 Field Field::find(const Document& document, const std::string& address) {
@@ -187,7 +176,7 @@ uint64_t Field::count() const {
   uint64_t entries = 0;
   const int32_t code =
       kv_jpx_get_box_field_count(document_.context(), box_.id, info_.key, &entries, nullptr);
-  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
   return entries;
 }
 
@@ -195,7 +184,7 @@ uint64_t Field::integer(uint64_t index) const {
   uint64_t value = 0;
   const int32_t code =
       kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &value);
-  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
   return value;
 }
 
@@ -205,15 +194,13 @@ std::string Field::all_bytes() const {
   void* data = nullptr;
   const int32_t code =
       kv_jpx_get_box_field_buffer(document_.context(), box_.id, info_.key, &entries, &size, &data);
-  if (code != JPX_OK) throw library_failure(place(), code, kNoSuchPlace);
+  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
   return std::string(LibraryBlock(document_.context(), data, entries * size).bytes());
 }
 
 std::string Field::entry_bytes(uint64_t index) const {
   const std::string bytes = all_bytes();
-  const uint64_t entries = repeats() ? count() : 1;
-  check_index(entries);
-  const size_t size = bytes.size() / entries;
+  const size_t size = bytes.size() / check_index();
   return bytes.substr(index * size, size);
 }
 
@@ -237,16 +224,22 @@ void Field::set_integer(const std::string& text) const {
   if (!value) throw Failure(kEditRefused, place() + ": '" + text + "' is not a number");
   check_range(*value, text);
   const uint64_t index = index_.value_or(0);
-  const uint64_t entries = repeats() ? count() : 1;
-  if (info_.key == JPX_FIELD_OPCT_Cv) {
-    set_chroma_key(index, *value);
-  } else if (repeats() && index == entries) {
-    append_integer(*value, text);
-  } else {
-    // Behind the end, the library would append an entry and put the value there.
-    if (index > entries) check_index(entries);
-    replace_integer(index, *value, text);
+  const bool appends = repeats() && index == count();
+  if (!appends) {
+    // Behind the end, the library would append an entry, too.
+    check_index();
+    // Files hold values that no edit could give them; keeping such a value is no edit.
+    if (integer(index) == *value) return;
   }
+  const int32_t code =
+      kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key, index, *value);
+  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
+  // Bits of some values are dropped; a negative one, which the field takes, may lose those in
+  // front.
+  const uint64_t held = integer(index);
+  if (held == *value || text[0] == '-') return;
+  throw Failure(kEditRefused, place() + ": value " + text +
+                                  " is out of range: the field would hold " + std::to_string(held));
 }
 
 void Field::check_range(uint64_t value, const std::string& text) const {
@@ -260,69 +253,9 @@ void Field::check_range(uint64_t value, const std::string& text) const {
                                   std::to_string(largest));
 }
 
-void Field::append_integer(uint64_t value, const std::string& text) const {
-  const uint64_t entries = count();
-  const int32_t code =
-      kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key, entries, value);
-  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
-  // Some lists take a value behind their end and forget it.
-  if (count() != entries + 1) {
-    throw Failure(kEditRefused,
-                  place() + ": no entry can be appended; entries: " + std::to_string(entries));
-  }
-  if (is_number(integer(entries), value, info_)) return;
-  // A list may keep its entries in an order of its own.
-  for (uint64_t i = 0; i <= entries; ++i) {
-    if (is_number(integer(i), value, info_)) return;
-  }
-  throw Failure(kEditRefused, place() + ": value " + text + " is out of range");
-}
-
-void Field::replace_integer(uint64_t index, uint64_t value, const std::string& text) const {
-  // Files hold values that no edit could give them; keeping such a value is no edit.
-  if (integer(index) == value) return;
-  const int32_t code = kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key,
-                                                set_position(index, value), value);
-  // The field itself is asked what came of it: a change of opct.OTyp is answered with "no such
-  // field" though it is made, and other changes with success though bits of the value are lost.
-  uint64_t held = 0;
-  const int32_t get_code =
-      kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &held);
-  if (get_code == JPX_OK && is_number(held, value, info_)) return;
-  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
-  throw Failure(kEditRefused, place() + ": value " + text +
-                                  " is out of range: the field would hold " + std::to_string(held));
-}
-
-// The library's own way of setting one value mixes up value and index, so all are set together.
-void Field::set_chroma_key(uint64_t index, uint64_t value) const {
-  if (value > 0xFF) {
-    throw Failure(kEditRefused, place() + ": value " + std::to_string(value) +
-                                    " is out of range: the file has one byte for it");
-  }
-  const int64_t entry = static_cast<int64_t>(value);
-  set_entry(index, std::string(reinterpret_cast<const char*>(&entry), sizeof entry));
-}
-
-// The compatibility list of a file is read with the three known brands in front, which are there or
-// not, but changed by the position among the others.
-uint64_t Field::set_position(uint64_t index, uint64_t value) const {
-  if (info_.key != JPX_FIELD_FTYP_CL) return index;
-  if (is_known_brand(integer(index)) || is_known_brand(value)) {
-    throw Failure(kEditRefused, place() +
-                                    ": a known brand neither gives nor takes another's place; "
-                                    "append with index " +
-                                    std::to_string(count()));
-  }
-  uint64_t known = 0;
-  while (is_known_brand(integer(known))) ++known;
-  return index - known;
-}
-
 // Sets one entry among the others, or one more at the end.
 void Field::set_entry(uint64_t index, const std::string& bytes) const {
-  const uint64_t entries = repeats() ? count() : 1;
-  if (index > entries) check_index(entries);
+  if (!repeats() || index != count()) check_index();
   if (bytes.size() != info_.width) {
     throw Failure(kEditRefused, place() + ": an entry has " + std::to_string(info_.width) +
                                     " bytes, not " + std::to_string(bytes.size()));
@@ -351,13 +284,15 @@ Failure Field::refusal(int32_t code, const std::string& out_of_range) const {
   if (code == JPX_ERR_INVALID_ARGUMENT) {
     return Failure(kEditRefused, place() + ": " + out_of_range);
   }
-  return library_failure(place(), code,
+  return library_failure(place(), document_.context(),
                          code == JPX_ERR_NO_SUCH_FIELD ? kNoSuchPlace : kEditRefused);
 }
 
-// Called with the index that the user gave; without one the first entry is meant.
-void Field::check_index(uint64_t entries) const {
-  if (index_.value_or(0) < entries) return;
+// Judges the index that the user gave; without one the first entry is meant. Returns how many
+// entries there are.
+uint64_t Field::check_index() const {
+  const uint64_t entries = repeats() ? count() : 1;
+  if (index_.value_or(0) < entries) return entries;
   throw Failure(kNoSuchPlace,
                 place() + ": the index is out of range; entries: " + std::to_string(entries));
 }

@@ -47,16 +47,12 @@ class Field {
 
   void set_integer(const std::string& text) const;
   void check_range(uint64_t value, const std::string& text) const;
-  void append_integer(uint64_t value, const std::string& text) const;
-  void replace_integer(uint64_t index, uint64_t value, const std::string& text) const;
-  void set_chroma_key(uint64_t index, uint64_t value) const;
   void set_entry(uint64_t index, const std::string& bytes) const;
   void set_all_bytes(const std::string& bytes) const;
-  uint64_t set_position(uint64_t index, uint64_t value) const;
 
   std::string place() const;
   Failure refusal(int32_t code, const std::string& out_of_range) const;
-  void check_index(uint64_t entries) const;
+  uint64_t check_index() const;
 
   const Document& document_;
   const Box& box_;

@@ -18,8 +18,6 @@
 namespace kvjpx_tool {
 namespace {
 
-// As much of a file as can be judged by.
-constexpr size_t kBeginning = 4096;
 constexpr size_t kMebibyte = size_t{1} << 20;
 
 // What an input may hold before it is taken for one without an end, as devices can be and pipes.
@@ -47,10 +45,10 @@ void end_by_shortened_file(int signal, siginfo_t* info, void*) {
 
 }  // namespace
 
-InputFile::InputFile(const std::string& name, Judge* is_wanted)
+InputFile::InputFile(const std::string& name)
     : name_(name), label_(name == "-" ? "standard input" : name) {
   if (name == "-") {
-    read_whole(STDIN_FILENO, is_wanted);
+    read_whole(STDIN_FILENO);
     return;
   }
   const Descriptor file(open(name.c_str(), O_RDONLY | O_CLOEXEC));
@@ -59,11 +57,8 @@ InputFile::InputFile(const std::string& name, Judge* is_wanted)
     throw system_failure(label_, "cannot open");
   }
   // Files without a size can have content all the same, those of /proc do.
-  if (S_ISREG(status.st_mode) && status.st_size > 0) {
-    map(file.get(), static_cast<size_t>(status.st_size));
-  } else {
-    read_whole(file.get(), is_wanted);
-  }
+  const bool has_size = S_ISREG(status.st_mode) && status.st_size > 0;
+  if (!has_size || !map(file.get(), static_cast<size_t>(status.st_size))) read_whole(file.get());
 }
 
 InputFile::~InputFile() {
@@ -72,15 +67,16 @@ InputFile::~InputFile() {
   munmap(const_cast<char*>(bytes_.data()), bytes_.size());
 }
 
-void InputFile::map(int descriptor, size_t size) {
+bool InputFile::map(int descriptor, size_t size) {
   void* address = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
-  if (address == MAP_FAILED) throw system_failure(label_, "cannot map");
+  if (address == MAP_FAILED) return false;
   is_mapped_ = true;
   bytes_ = std::string_view(static_cast<const char*>(address), size);
   shortened_message_ =
       "kvjpx: " + text_for(STDERR_FILENO, label_) + ": the file was shortened while it was read\n";
   outer_ = last_mapped;
   last_mapped = this;
+  return true;
 }
 
 const InputFile* InputFile::mapped_around(const InputFile* file, const void* address) {
@@ -92,10 +88,10 @@ const InputFile* InputFile::mapped_around(const InputFile* file, const void* add
   return file;
 }
 
-void InputFile::read_whole(int descriptor, Judge* is_wanted) {
+void InputFile::read_whole(int descriptor) {
   const size_t largest = largest_size(descriptor);
   char piece[65536];
-  while (contents_.size() < kBeginning || !is_wanted || is_wanted(contents_)) {
+  for (;;) {
     if (contents_.size() > largest) {
       throw Failure(kInputOutput, label_ + ": does not end within " +
                                       std::to_string(largest / kMebibyte) +

@@ -9,13 +9,9 @@ namespace kvjpx_tool {
 
 class InputFile {
  public:
-  // Tells by the first bytes of a file whether it is wanted.
-  using Judge = bool(std::string_view beginning);
-
-  // Regular files that have a size are mapped; pipes, devices and standard input ("-") are read
-  // whole, or, when `is_wanted` turns them down, in part. Throws a Failure when one does not seem
-  // to end.
-  explicit InputFile(const std::string& name, Judge* is_wanted = nullptr);
+  // Regular files that have a size are mapped where the system can; pipes, devices and standard
+  // input ("-") are read whole. Throws a Failure when one does not seem to end.
+  explicit InputFile(const std::string& name);
   ~InputFile();
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
@@ -27,13 +23,13 @@ class InputFile {
   std::string_view bytes() const { return bytes_; }
 
   // For the handler of SIGBUS: the mapped file, `file` or one opened before it, that the address
-  // lies in. The library has a mapping of its own of the file that was opened first.
+  // lies in. The library has mappings of its own of the file that was opened first.
   static const InputFile* mapped_around(const InputFile* file, const void* address);
   const std::string& shortened_message() const { return shortened_message_; }
 
  private:
-  void map(int descriptor, size_t size);
-  void read_whole(int descriptor, Judge* is_wanted);
+  bool map(int descriptor, size_t size);
+  void read_whole(int descriptor);
 
   std::string name_;
   std::string label_;

@@ -23,14 +23,16 @@ type; without [i] the first), or #17 for an identifier; / is the file itself. Bl
 at the end of a type may be left out; unusual characters are written %XX. 'kvjpx ls'
 prints every path.
 FILE and OUT may be - for standard input and output. OUT may be FILE itself: outputs
-are written beside their target and renamed when complete. Palettes, cross-references
-and data references are always written complete, with their true lengths.
+are written beside their target and renamed when complete. Edits change what they name,
+the lengths of the boxes around it and the positions of moved fragments; every other
+byte stays as it is, in damaged files, too. Messages about a box begin with FILE:OFFSET:
+and its path.
 
 Exit codes:
   0  done
   2  wrong usage
   3  a file cannot be opened, read or written
-  4  not a readable JPX
+  4  not a JPX: the file has no box
   5  no such path or field
   6  an edit is refused; nothing is written
   7  nothing could be decoded
@@ -97,31 +99,26 @@ class CommandLine {
     return command;
   }
 
-  void take_file(CLI::App* command) {
-    command->add_option("FILE", file_, "JPX or JP2 file; - is standard input")
+  void take_file(CLI::App* command, std::string& file) {
+    command->add_option("FILE", file, "JPX or JP2 file; - is standard input")
         ->required()
         ->type_name("");
   }
 
-  void take_path(CLI::App* command, const std::string& description) {
-    command->add_option("PATH", path_, description)->required()->type_name("");
-  }
-
-  CLI::Option* take_target(CLI::App* command, const std::string& also_forced = "") {
-    command->add_flag("--force", target_.force,
-                      "Write binary data even to a terminal" + also_forced);
+  CLI::Option* take_target(CLI::App* command) {
+    command->add_flag("--force", target_.force, "Write binary data even to a terminal");
     return command->add_option("-o,--output", target_.name, "Output file; - is standard output")
         ->type_name("OUT");
   }
 
-  void take_edited_target(CLI::App* command) {
-    take_target(command, ", and a lossy or unreadable result")->required();
-  }
-
   void add_ls() {
-    CLI::App* ls =
-        command("ls", "List boxes: offset, total length, identifier, path, type",
-                "  kvjpx ls photo.jpx\n  kvjpx ls *.jp2", [this] { return list_boxes(files_); });
+    CLI::App* ls = command(
+        "ls", "List boxes: offset, total length, identifier, path, type",
+        "  kvjpx ls photo.jpx\n  kvjpx ls *.jp2\n"
+        "Behind the type stands what is odd about a box: malformed, misplaced, cut short,\n"
+        "open-ended (it has no length) or 64-bit (it has a long one). Bytes that belong to\n"
+        "no box have a line of their own.",
+        [this] { return list_boxes(files_); });
     ls->add_option("FILE", files_, "JPX or JP2 files; - is standard input")
         ->required()
         ->type_name("");
@@ -133,7 +130,7 @@ class CommandLine {
                                 print_box(file_, path_.empty() ? "/" : path_);
                                 return kDone;
                               });
-    take_file(print);
+    take_file(print, file_);
     print->add_option("PATH", path_, "Box to describe; without it, the whole file")->type_name("");
   }
 
@@ -152,7 +149,7 @@ class CommandLine {
                   get_field(request);
                   return kDone;
                 });
-    take_file(get);
+    take_file(get, file_);
     get->add_option("PATH.FIELD", path_, "Field, PATH.FIELD[i] for one entry; PATH for all")
         ->required()
         ->type_name("");
@@ -172,9 +169,9 @@ class CommandLine {
                   set_fields(file_, items_, target_);
                   return kDone;
                 });
-    take_file(set);
+    take_file(set, file_);
     set->add_option("PATH.FIELD=VALUE", items_, "What to change")->required()->type_name("");
-    take_edited_target(set);
+    take_target(set)->required();
   }
 
   void add_add() {
@@ -185,9 +182,7 @@ class CommandLine {
                               add_box(add_, target_);
                               return kDone;
                             });
-    add->add_option("FILE", add_.file, "JPX or JP2 file; - is standard input")
-        ->required()
-        ->type_name("");
+    take_file(add, add_.file);
     add->add_option("TYPE", add_.type, "Four-character type; trailing blanks may be left out")
         ->required()
         ->type_name("");
@@ -201,7 +196,7 @@ class CommandLine {
     before->excludes(after);
     add->add_option("--payload", add_.payload_file, "File with the payload; - is standard input")
         ->type_name("F");
-    take_edited_target(add);
+    take_target(add)->required();
   }
 
   CLI::Option* add_place(CLI::App* add, const std::string& name, AddRequest::Place place,
@@ -219,9 +214,9 @@ class CommandLine {
                              remove_boxes(file_, items_, target_);
                              return kDone;
                            });
-    take_file(rm);
+    take_file(rm, file_);
     rm->add_option("PATH", items_, "Boxes to remove")->required()->type_name("");
-    take_edited_target(rm);
+    take_target(rm)->required();
   }
 
   void add_extract() {
@@ -233,19 +228,19 @@ class CommandLine {
                   extract_payload(file_, path_, target_);
                   return kDone;
                 });
-    take_file(extract);
-    take_path(extract, "Box whose payload is wanted");
+    take_file(extract, file_);
+    extract->add_option("PATH", path_, "Box whose payload is wanted")->required()->type_name("");
     take_target(extract);
   }
 
   void add_copy() {
-    CLI::App* copy = command("copy", "Read a file and write it again, box by box",
+    CLI::App* copy = command("copy", "Read a file and write it again, byte for byte",
                              "  kvjpx copy photo.jpx -o copy.jpx", [this] {
                                copy_file(file_, target_);
                                return kDone;
                              });
-    take_file(copy);
-    take_edited_target(copy);
+    take_file(copy, file_);
+    take_target(copy)->required();
   }
 
   void add_decode() {
@@ -258,9 +253,7 @@ class CommandLine {
                   decode_picture(decode_, target_);
                   return kDone;
                 });
-    decode->add_option("FILE", decode_.file, "JPX or JP2 file; - is standard input")
-        ->required()
-        ->type_name("");
+    take_file(decode, decode_.file);
     decode
         ->add_option("--format", decode_.format,
                      "One of " + decode_formats() + "; without it, by the ending of OUT")

@@ -21,13 +21,6 @@ namespace {
 
 const char kStdoutLabel[] = "standard output";
 
-// Control characters other than white space mark binary data (and could drive the terminal).
-bool is_text(std::string_view bytes) {
-  return std::none_of(bytes.begin(), bytes.end(), [](unsigned char c) {
-    return (c < ' ' && c != '\n' && c != '\r' && c != '\t') || c == 0x7F;
-  });
-}
-
 // Holds back every signal until the file stands or what was made for it is gone again. (Those that
 // tell of a fault in the program itself are not held back by this.)
 class SignalsHeld {
@@ -78,19 +71,9 @@ std::optional<struct stat> status_of(const std::string& path) {
 }
 
 void write_stdout(std::string_view bytes) {
-  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) {
+  if (!bytes.empty() && std::fwrite(bytes.data(), bytes.size(), 1, stdout) != 1) {
     throw system_failure(kStdoutLabel, "cannot write");
   }
-}
-
-void write_file(const std::string& name, std::string_view bytes) {
-  // A limit on file sizes is told like any other failed write.
-  std::signal(SIGXFSZ, SIG_IGN);
-  // Opening and filling a pipe may take for ever.
-  const std::optional<struct stat> status = status_of(name);
-  std::optional<SignalsHeld> held;
-  if (!status || S_ISREG(status->st_mode)) held.emplace();
-  OutputFile(name).write(bytes);
 }
 
 bool is_terminal(const Target& target) {
@@ -121,7 +104,23 @@ void write_result(const Target& target, std::string_view bytes) {
     write_stdout(bytes);
     return;
   }
-  write_file(target.name, bytes);
+  fill_file(target.name, [&] { OutputFile(target.name).write(bytes); });
+}
+
+void fill_file(const std::string& name, const std::function<void()>& fill) {
+  // A limit on file sizes is told like any other failed write.
+  std::signal(SIGXFSZ, SIG_IGN);
+  // Opening and filling a pipe may take for ever.
+  const std::optional<struct stat> status = status_of(name);
+  std::optional<SignalsHeld> held;
+  if (!status || S_ISREG(status->st_mode)) held.emplace();
+  fill();
+}
+
+bool is_text(std::string_view bytes) {
+  return std::none_of(bytes.begin(), bytes.end(), [](unsigned char c) {
+    return (c < ' ' && c != '\n' && c != '\r' && c != '\t') || c == 0x7F;
+  });
 }
 
 void finish_stdout() {

@@ -2,6 +2,7 @@
 #ifndef KVJPX_TOOLS_OUTPUT_H_
 #define KVJPX_TOOLS_OUTPUT_H_
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,7 @@ namespace kvjpx_tool {
 // A target as given on the command line.
 struct Target {
   std::string name = "-";  // "-" is standard output
-  bool force = false;      // do what is otherwise refused for the user's good
+  bool force = false;      // binary data may go to a terminal
 
   bool is_stdout() const { return name == "-"; }
 };
@@ -25,6 +26,14 @@ void check_takes_binary(const Target& target);
 // leaves the old file as it was; an existing file keeps its permissions. Devices and pipes, and
 // files that cannot be replaced, are written directly. Binary bytes are kept from a terminal.
 void write_result(const Target& target, std::string_view bytes);
+
+// Runs `fill`, which makes and writes a file of this name, so that neither a signal nor a limit on
+// file sizes ends it half-way.
+void fill_file(const std::string& name, const std::function<void()>& fill);
+
+// Whether bytes are free of control characters other than white space, which mark binary data (and
+// could drive a terminal).
+bool is_text(std::string_view bytes);
 
 // Makes sure that everything printed has arrived; throws a Failure when not.
 void finish_stdout();

@@ -96,7 +96,8 @@ class Transcript : public testing::TestWithParam<Scenario> {
     fs::current_path(folder_);
     const std::string program = fs::path(KVJPX_PROGRAM).parent_path();
     setenv("PATH", (program + ":/usr/bin:/bin").c_str(), 1);
-    setenv("SAMPLES", KVJPX_SAMPLES, 1);
+    setenv("SAMPLES", KVJPX_SOURCES "/samples", 1);
+    setenv("FUZZ", KVJPX_SOURCES "/fuzz", 1);
     setenv("CODEC", KVJPX_CODEC, 1);
     setenv("FAILING_CODEC", KVJPX_FAILING_CODEC, 1);
 #ifdef __SANITIZE_ADDRESS__
