@@ -154,6 +154,9 @@ TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
   EXPECT_EQ(document.set(1, JPX_FIELD_NLST_AN, 3, 1), JPX_OK);
   EXPECT_EQ(document.set_bytes(2, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
   EXPECT_EQ(document.written(), asoc(xl_box("nlst", be32(1) + be32(3) + "?") + box("free", "new")));
+  KeptDocument followed(asoc(open_ended_box("lbl ", "l")) + "tail");
+  EXPECT_EQ(followed.set_bytes(1, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
+  EXPECT_EQ(followed.written(), asoc(box("lbl ", "new")) + "tail");
 }
 
 std::string fragments(std::initializer_list<std::array<uint64_t, 3>> list) {
@@ -165,7 +168,7 @@ std::string fragments(std::initializer_list<std::array<uint64_t, 3>> list) {
 }
 
 TEST(Keeping, LetsFragmentsFollowTheirBytes) {
-  const std::string data = box("mdat", "abcdef");  // its content begins at 82
+  const std::string data = box("mdat", "abcdef") + "tail";  // its content begins at 82
   const auto list = [](uint64_t first, uint64_t last) {
     return fragments({{first, 3, 0}, {83, 3, 1}, {84, 90, 0}, {last, 2, 0}});
   };
@@ -177,16 +180,18 @@ TEST(Keeping, LetsFragmentsFollowTheirBytes) {
   EXPECT_EQ(document.value(1, JPX_FIELD_FLST_OFF), 82u) << "the field stays";
   EXPECT_EQ(document.set(1, JPX_FIELD_FLST_OFF, 85), JPX_OK);
   EXPECT_EQ(document.written(), box("free") + list(93, 94) + data) << "of changed lists, too";
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 1, &finding), JPX_ERR_INVALID_ARGUMENT);
   document.set_bytes(2, JPX_FIELD_JP2C_DATA, "xyz");
   for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(document.written(), box("free") + list(85, 86) + box("mdat", "xyz"));
+    EXPECT_EQ(document.written(), box("free") + list(85, 86) + box("mdat", "xyz") + "tail");
   }
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 1, &finding), JPX_OK);
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_OK);
+  EXPECT_EQ(finding.kind, KV_JPX_FINDING_TRAILING);
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 2, &finding), JPX_OK);
   EXPECT_EQ(finding.kind, KV_JPX_FINDING_FRAGMENT);
   EXPECT_STREQ(finding.text,
                "box 'flst' at offset 8 has a fragment at offset 86, of 2 bytes, that have changed");
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 2, &finding), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(kv_jpx_get_finding(document.get(), 3, &finding), JPX_ERR_INVALID_ARGUMENT);
 }
 
 TEST(Keeping, GrowsHeadersAtFourGibibytes) {
