@@ -1225,7 +1225,8 @@ class document {
   static result<document> create(reading mode = reading::keep_everything) {
     return read(byte_view(), mode);
   }
-  /** Takes over a context that was made otherwise, with an allocator of one's own, say. */
+  /** Takes over a context that was made otherwise, with an allocator of one's own, say, and
+   *  destroys it in the end. */
   static document adopt(kv_jpx_context* context) { return document(context); }
 
   /** For functions of kvjpx.h; the document keeps it. */
@@ -1289,9 +1290,9 @@ class document {
 
   template <class SetInput>
   static result<document> load(reading mode, const SetInput& set_input) {
-    kv_jpx_context* context = nullptr;
+    document made(nullptr);
+    kv_jpx_context*& context = made.state_->context;
     if (const int32_t code = kv_jpx_create(&context)) return detail::last_error(nullptr, code);
-    document made(context);
     kv_jpx_set_keep_everything(context, mode == reading::keep_everything);
     if (const int32_t code = set_input(context)) return detail::last_error(context, code);
     return made;

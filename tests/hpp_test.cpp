@@ -111,6 +111,12 @@ TEST(Hpp, BoxesAreAddedAndRemovedWhileTheyAreGoneOver) {
     depths += i->type().name() + std::to_string(i.depth()) + " ";
   }
   EXPECT_EQ(depths, "asoc0 asoc1 lbl2 lbl1 asoc0 lbl1 ");
+  std::string met_below;
+  for (kvjpx::box here : nested.boxes()) {
+    met_below += here.path() + " ";
+    if (here.path() == "asoc[0]/asoc") here.remove().value();  // with its content
+  }
+  EXPECT_EQ(met_below, "asoc[0] asoc[0]/asoc asoc[0]/lbl asoc[1] asoc[1]/lbl ");
   for (kvjpx::box label : nested.boxes("lbl")) EXPECT_TRUE(label.remove());
   EXPECT_EQ(nested.first("lbl"), kvjpx::box());
   for (kvjpx::box here : nested.boxes("asoc")) EXPECT_TRUE(here.remove());
