@@ -860,7 +860,7 @@ class child_iterator {
     if (!stand_on(next_)) stand_on(passed_ ? passed_.next() : container_.first_child());
     return *this;
   }
-  child_iterator operator++(int) {
+  child_iterator operator++(int) {  // NOLINT(cert-dcl21-cpp)
     child_iterator old = *this;
     ++*this;
     return old;
@@ -925,7 +925,7 @@ class walk_iterator {
     if (!enter(**this)) leave();
     return *this;
   }
-  walk_iterator operator++(int) {
+  walk_iterator operator++(int) {  // NOLINT(cert-dcl21-cpp)
     walk_iterator old = *this;
     ++*this;
     return old;
@@ -991,7 +991,7 @@ class type_iterator {
     current_ = code == JPX_OK && id != KV_JPX_ROOT ? box(document_, id) : box();
     return *this;
   }
-  type_iterator operator++(int) {
+  type_iterator operator++(int) {  // NOLINT(cert-dcl21-cpp)
     const type_iterator old = *this;
     ++*this;
     return old;
@@ -1065,6 +1065,11 @@ inline std::string step_text(type box_type, uint64_t index, bool is_only) {
   return box_type.name() + (is_only ? "" : "[" + std::to_string(index) + "]");
 }
 
+inline void prepend_step(std::string& path, const std::string& step) {
+  if (!path.empty()) path.insert(0, 1, '/');
+  path.insert(0, step);
+}
+
 // Goes from `start` along a path; child(box, type, index) finds a box in another.
 template <class Child>
 result<box> follow_path(box start, const detail::state* document, std::string_view path,
@@ -1114,8 +1119,7 @@ inline std::string box::path() const {
     for (box other = place.next(); is_only && other; other = other.next()) {
       is_only = other.type() != type;
     }
-    const std::string step = detail::step_text(type, index, is_only);
-    path = path.empty() ? step : step + "/" + path;
+    detail::prepend_step(path, detail::step_text(type, index, is_only));
   }
   return path.empty() ? "/" : path;
 }
@@ -1151,7 +1155,7 @@ class finding_iterator {
     load();
     return *this;
   }
-  finding_iterator operator++(int) {
+  finding_iterator operator++(int) {  // NOLINT(cert-dcl21-cpp)
     finding_iterator old = *this;
     ++*this;
     return old;
@@ -1330,9 +1334,8 @@ class box_paths {
       const entry& found = entries_[place_of_[id]];
       const size_t behind = place_of_[id] + size_t{1};
       const bool is_last = behind == entries_.size() || found < entries_[behind];
-      const std::string step =
-          detail::step_text(type(found.box_type), found.index, found.index == 0 && is_last);
-      path = path.empty() ? step : step + "/" + path;
+      const bool is_only = found.index == 0 && is_last;
+      detail::prepend_step(path, detail::step_text(type(found.box_type), found.index, is_only));
       id = found.parent;
     }
     return path;

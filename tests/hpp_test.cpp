@@ -49,6 +49,7 @@ TEST(Hpp, TypesHavePrintableNames) {
   for (const char* bad : {"", "abcde", "a%2", "%g0", "%-1", "abc%20d"}) {
     EXPECT_FALSE(type::parse(bad)) << bad;
   }
+  EXPECT_FALSE(type::parse(std::string_view("%411").substr(0, 2)));
 }
 
 TEST(Hpp, FieldsAreReadChangedAndWritten) {
@@ -101,7 +102,7 @@ TEST(Hpp, BoxesAreAddedAndRemovedWhileTheyAreGoneOver) {
   EXPECT_FALSE(root.add_before("new"));
   for (kvjpx::box here : root.children()) EXPECT_TRUE(here.remove());
   EXPECT_EQ(root.children().begin(), root.children().end());
-  EXPECT_TRUE(root.append("x") && root.add_first("free"));
+  EXPECT_EQ(root.append("x")->add_after("free")->type(), type("free"));
 
   // Among them the box with identifier 0, and in containers that go.
   document nested = read_file(box("asoc", box("asoc", box("lbl ", "1")) + box("lbl ", "2")) +
@@ -139,7 +140,7 @@ TEST(Hpp, PathsLeadToTheirBoxes) {
   EXPECT_EQ(file.find("/").value(), file.root());
   EXPECT_EQ(file.root().path() + paths.path(file.root()), "//");
   for (const char* bad :
-       {"ihdr", "asoc[2]", "asoc[1", "asoc[]", "#99", "#-1", "asoc/#3", "asocs"}) {
+       {"ihdr", "asoc[2]", "asoc[1)", "asoc[1x]", "asoc[]", "#99", "#-1", "asoc/#3", "asocs"}) {
     EXPECT_EQ(file.find(bad).code(), JPX_ERR_INVALID_ARGUMENT) << bad;
     EXPECT_EQ(paths.find(bad).error().text(), file.find(bad).error().text());
   }
