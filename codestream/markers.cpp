@@ -173,8 +173,9 @@ size_t component_width(const Knowledge& known) { return known.components() < 257
 
 uint32_t component_number(SegmentReader& in, Knowledge& known, const char* name) {
   const uint32_t component = in.number(name, component_width(known));
-  if (known.components() > 0) {
-    in.require_at_most(known.components() - 1, ProblemKind::kComponentIndex);
+  if (known.components() > 0 && component >= known.components()) {
+    in.problem(ProblemKind::kComponentIndex, known.components() - 1, component);
+    in.ignore();
   }
   note_once(in, known, component, ProblemKind::kDuplicate, component);
   return component;

@@ -425,6 +425,7 @@ void Walk::end_tile_part(uint64_t offset, bool is_whole) {
     compare_with_tlm(offset, length);
     return;
   }
+  const bool was_lost = is_lost_;
   resume(data);
   const uint64_t next = position_;
   const bool is_found = next < size_;
@@ -438,8 +439,12 @@ void Walk::end_tile_part(uint64_t offset, bool is_whole) {
       report(ProblemKind::kPsotTooSmall, offset + 6, kSot, next - offset, length);
   } else if (is_found && next < end) {
     report(ProblemKind::kPsotTooLarge, offset + 6, kSot, next - offset, length);
-  } else {
+  } else if (is_found || search_budget_ == 0) {
     report(ProblemKind::kStrayBytes, end, kSot, 0, next - end);
+  } else {
+    // All that is left stands where EOC should.
+    position_ = end;
+    is_lost_ = was_lost;
   }
 }
 
@@ -504,7 +509,7 @@ void Walk::read_end() {
   check_coverage();
   summary.has_eoc = marker_at(position_) == kEoc;
   if (!summary.has_eoc) {
-    if (!is_cut_) report(ProblemKind::kNoEoc, position_, kEoc, kEoc, 0);
+    if (!is_cut_) report(ProblemKind::kNoEoc, position_, kEoc, kEoc, left());
     return;
   }
   take_marker(kEoc);
