@@ -648,7 +648,7 @@ void SegmentReader::add_text(const char* name, const std::string& text) {
 }
 
 std::string SegmentReader::rest() {
-  const std::string result(position_, end_);
+  std::string result(position_, end_);
   value_offset_ = segment_.offset + 4 + static_cast<size_t>(position_ - begin_);
   position_ = end_;
   return result;

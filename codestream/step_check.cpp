@@ -32,6 +32,7 @@ std::vector<std::pair<const Style*, int64_t>> all_styles(const std::map<uint32_t
                                                          const std::optional<Style>& all,
                                                          size_t components) {
   std::vector<std::pair<const Style*, int64_t>> styles;
+  styles.reserve(own.size() + 1);
   for (const auto& [component, style] : own) styles.emplace_back(&style, component);
   if (all && own.size() < components) styles.emplace_back(&*all, kNone);
   return styles;
