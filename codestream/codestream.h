@@ -133,6 +133,7 @@ struct Segment {
   X(kPsotTooSmall, "psot-small", "the tile-part is shorter than its header")                    \
   X(kPsotTooLarge, "psot-large", "the next tile-part begins before this one's end")             \
   X(kPsotPastEnd, "psot-past-end", "the tile-part is longer than the bytes that are left")      \
+  X(kPsotZero, "psot-zero", "the length of a tile-part that is not the last is left open")      \
   X(kStrayBytes, "stray-bytes", "bytes stand between two tile-parts, or Psot is too small")     \
   X(kMissingTiles, "missing-tiles", "tiles have no tile-part (first of them)")                  \
   X(kMissingTileParts, "missing-tile-parts", "a tile has fewer tile-parts than TNsot (tile)")   \

@@ -72,7 +72,7 @@ class Walk {
   void read_tile_part();
   void note_tile_part(uint64_t offset);
   void end_tile_part(uint64_t offset, bool is_whole);
-  uint64_t end_of_last_tile_part();
+  uint64_t end_of_open_tile_part();
   void check_packet_lengths(uint64_t data, uint64_t end);
   void compare_with_tlm(uint64_t offset, uint64_t length);
   // The next SOT segment or EOC; size_ if there is none within the budget.
@@ -412,7 +412,10 @@ void Walk::end_tile_part(uint64_t offset, bool is_whole) {
   const uint64_t data = position_;
   const uint64_t length = known_.tile_part.length;
   if (length == 0) {
-    position_ = end_of_last_tile_part();
+    position_ = end_of_open_tile_part();
+    if (marker_at(position_) == kSot) {
+      report(ProblemKind::kPsotZero, offset + 6, kSot, position_ - offset, 0);
+    }
     if (is_whole) check_packet_lengths(data, position_);
     compare_with_tlm(offset, position_ - offset);
     return;
@@ -448,8 +451,13 @@ void Walk::end_tile_part(uint64_t offset, bool is_whole) {
   }
 }
 
-uint64_t Walk::end_of_last_tile_part() {
-  return std::max(position_, ends_with_eoc() ? size_ - kMarkerSize : size_);
+// Where Psot is 0, for the data goes on up to EOC. In a large tile-part only the budget is looked
+// through, and the end of the codestream believed.
+uint64_t Walk::end_of_open_tile_part() {
+  const bool was_lost = is_lost_;
+  const uint64_t end = search(position_);
+  is_lost_ = was_lost || is_unreadable_;
+  return std::max(position_, end);
 }
 
 void Walk::check_packet_lengths(uint64_t data, uint64_t end) {
