@@ -15,6 +15,7 @@ int32_t kv_jpx_get_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t 
     if (out == nullptr) return JPX_ERR_INVALID_ARGUMENT;
     Box* const box = find_box(live, id);
     if (box == nullptr) return JPX_ERR_INVALID_ARGUMENT;
+    note_place(live, box);
     return box->get_int_field(box, key, index, out);
   });
 }
