@@ -508,6 +508,16 @@ KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data,
  */
 KV_JPX_API int32_t kv_jpx_get_output_image_file(kv_jpx_context* context, const char* path);
 
+/**
+ * Writes the JPX file to an open descriptor, from its present position on and in order: to a pipe,
+ * a socket, or a file that the caller manages. Where everything is kept, it takes memory for the
+ * boxes only. The descriptor must not be of the input, and stays the caller's.
+ *
+ * Returns 0; 8; 102 when the system refuses a part of it; (ending) 5, 18 or 999 as
+ * kv_jpx_get_output_image.
+ */
+KV_JPX_API int32_t kv_jpx_write_jpx(kv_jpx_context* context, int32_t descriptor);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,6 +1,8 @@
 // Loads and saves a file.
 #include "document.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "box_path.h"
@@ -77,16 +79,20 @@ std::string Document::place(const Box& box) const {
 }
 
 void Document::save(const Target& target) const {
-  if (target.is_stdout()) {
+  if (target.is_stdout() && isatty(STDOUT_FILENO) == 0) {
+    finish_stdout();
+    check_written(kv_jpx_write_jpx(context(), STDOUT_FILENO), "standard output");
+  } else if (target.is_stdout()) {
     write_result(target, output_of(context(), label(), kEditRefused).bytes());
   } else {
-    fill_file(target.name, [&] { write_to(target.name); });
+    fill_file(target.name, [&] {
+      check_written(kv_jpx_get_output_image_file(context(), target.name.c_str()), target.name);
+    });
   }
   tell_torn_fragments();
 }
 
-void Document::write_to(const std::string& name) const {
-  const int32_t code = kv_jpx_get_output_image_file(context(), name.c_str());
+void Document::check_written(int32_t code, const std::string& name) const {
   if (code == JPX_ERR_OPEN_FILE || code == JPX_ERR_FILE_IO) {
     throw system_failure(name, "cannot write");
   }

@@ -72,7 +72,7 @@ class Document {
   void save(const Target& target) const;
 
  private:
-  void write_to(const std::string& name) const;
+  void check_written(int32_t code, const std::string& name) const;
   void tell_torn_fragments() const;
 
   InputFile file_;

@@ -1,5 +1,8 @@
 // Public functions: choosing the output and delivering the JPX file written from the tree. Decoded
 // images are in decoding.cpp.
+#include <errno.h>
+#include <unistd.h>
+
 #include "api/decoding.h"
 #include "api/file_output.h"
 #include "box/kept_writer.h"
@@ -90,10 +93,46 @@ int32_t write_to_file(Context& context, const char* path) {
   return finish_output(env, output);
 }
 
+bool write_all(int32_t descriptor, const void* bytes, uint64_t length) {
+  const auto* next = static_cast<const uint8_t*>(bytes);
+  while (length != 0) {
+    constexpr uint64_t kTransferLimit = 0x40000000;
+    const ssize_t written =
+        write(descriptor, next, length < kTransferLimit ? length : kTransferLimit);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    next += written;
+    length -= static_cast<uint64_t>(written);
+  }
+  return true;
+}
+
+int32_t write_to_descriptor(Context& context, int32_t descriptor) {
+  Environment* const env = &context.environment;
+  uint64_t length;
+  bool is_written;
+  if (keeps_everything(context)) {
+    KeptOutput* content = plan_kept_output(env, context.index, context.input, &length);
+    is_written = write_kept_to_file(content, descriptor);
+    end_kept_output(content);
+  } else {
+    void* bytes = nullptr;
+    write_to_memory(context, &bytes, &length);
+    is_written = write_all(descriptor, bytes, length);
+    release(env, bytes);
+  }
+  return is_written ? JPX_OK : JPX_ERR_FILE_IO;
+}
+
 }  // namespace
 }  // namespace kvjpx
 
 using namespace kvjpx;
+
+int32_t kv_jpx_write_jpx(kv_jpx_context* context, int32_t descriptor) {
+  return guarded_with_input(
+      context, [&](Context& live) -> int32_t { return write_to_descriptor(live, descriptor); });
+}
 
 int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type) {
   return guarded(context, [&](Context& live) -> int32_t {
