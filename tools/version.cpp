@@ -21,7 +21,7 @@ std::string codec_version() {
   if (!codec) return "not found";
   const auto get =
       reinterpret_cast<decltype(&kv_j2k_get_version_text)>(dlsym(codec, "kv_j2k_get_version_text"));
-  const std::string version = get ? get() : "version unknown";
+  std::string version = get ? get() : "version unknown";
   dlclose(codec);
   return version;
 }

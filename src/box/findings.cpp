@@ -16,6 +16,7 @@ struct Text {
 __attribute__((format(printf, 2, 3))) void append(Text* text, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see va_start
   const int length = vsnprintf(text->place, text->room, format, arguments);
   va_end(arguments);
   if (length < 0 || text->room == 0) return;

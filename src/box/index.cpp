@@ -20,8 +20,8 @@ void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
   const uint32_t chunk = id / kChunk;
   if (chunk >= index->chunk_capacity) {
     const uint32_t capacity = chunk + chunk / 2 + 1;
-    index->chunks = static_cast<BoxEntry**>(
-        reallocate(env, index->chunks, size_t{capacity} * sizeof(BoxEntry*)));
+    index->chunks =
+        static_cast<BoxEntry**>(reallocate(env, index->chunks, size_t{capacity} * sizeof(void*)));
     index->chunk_capacity = capacity;
   }
   while (index->chunk_count <= chunk) {

@@ -248,7 +248,7 @@ int32_t set_standard_channel_count(const Field& field, Box* box, Environment* en
 
 // A number of either sign that fits so many bytes, as they are; false for others.
 bool take_bytes(uint64_t* value, uint32_t width) {
-  const uint64_t written = UINT64_MAX >> (64 - 8 * width);
+  const uint64_t written = width == 0 ? 0 : UINT64_MAX >> (64 - 8 * width);
   if (*value > written && *value < ~(written >> 1)) return false;
   *value &= written;
   return true;
