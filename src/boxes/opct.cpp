@@ -277,7 +277,7 @@ int32_t set_standard_values(const Field&, Box* box, Environment* env, const Buff
     return JPX_ERR_INVALID_ARGUMENT;
   }
   const uint64_t count = values_of(box)->count;
-  uint64_t numbers[UINT8_MAX];
+  uint64_t numbers[UINT8_MAX] = {};
   if (size != 0) memcpy(numbers, source.data, size);
   set_channels(env, box, source.count);
   for (uint64_t i = 0; i < source.count; ++i) {
