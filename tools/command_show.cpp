@@ -68,22 +68,15 @@ void list_content(const Box& container, Table& table) {
 
 }  // namespace
 
-ExitCode list_boxes(const std::vector<std::string>& files) {
-  ExitCode result = kDone;
-  for (const std::string& file : files) {
-    if (files.size() > 1) print_text((&file == &files[0] ? "" : "\n") + file + ":\n");
-    try {
-      const Document document(file, Document::Content::kAnything);
-      Table table;
-      list_content(document.root(), table);
-      print_text(table.text());
-      document.check_has_boxes();
-    } catch (const Failure& failure) {
-      report(failure.what());
-      if (result == kDone) result = failure.exit_code();
-    }
-  }
-  return result;
+ExitCode list_boxes(const FileList& files) {
+  return read_files(files, Form::kHeadings, [](const std::string& file, std::ostream& out) {
+    const Document document(file, Document::Content::kAnything);
+    Table table;
+    list_content(document.root(), table);
+    out << table.text();
+    document.check_has_boxes();
+    return kDone;
+  });
 }
 
 void print_box(const std::string& file, const std::string& path) {

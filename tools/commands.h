@@ -8,12 +8,13 @@
 #include <vector>
 
 #include "failure.h"
+#include "many.h"
 #include "output.h"
 
 namespace kvjpx_tool {
 
-// ls: one line a box. Goes on with the other files when one fails, and tells the first failure.
-ExitCode list_boxes(const std::vector<std::string>& files);
+// ls: one line a box.
+ExitCode list_boxes(const FileList& files);
 
 // print: the library's description of a box.
 void print_box(const std::string& file, const std::string& path);

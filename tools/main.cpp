@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "input_file.h"
+#include "many.h"
 #include "output.h"
 #include "version.h"
 
@@ -28,7 +29,7 @@ the lengths of the boxes around it and the positions of moved fragments; every o
 byte stays as it is, in damaged files, too. Messages about a box begin with FILE:OFFSET:
 and its path.
 
-Exit codes:
+Exit codes, of several files the highest:
   0  done
   2  wrong usage
   3  a file cannot be opened, read or written
@@ -43,7 +44,9 @@ Examples:
   kvjpx set photo.jpx jp2h/ihdr.IPR=1 -o changed.jpx
   kvjpx decode photo.jpx -o photo.png)";
 
-// All commands and their options; holds what the command line gave.
+// The table of commands: a function add_<name>() is a row of it, with the name, the summary, the
+// examples, the function to run, and the arguments and options. What the words FILE, PATH, OUT and F
+// stand for is the same in all rows. Holds what the command line gave.
 class CommandLine {
  public:
   CommandLine() : app_(kDescription, "kvjpx") {
@@ -105,6 +108,25 @@ class CommandLine {
         ->type_name("");
   }
 
+  // For commands that read any number of files, with read_files().
+  void take_files(CLI::App* command) {
+    command->add_option("FILE", files_.names, "JPX or JP2 files; - is standard input")
+        ->type_name("");
+    command->add_flag("-r,--recursive", files_.is_recursive,
+                      "Take the JPX and JP2 files in a directory and in those below it");
+    command
+        ->add_option("--files-from", files_.names_file,
+                     "File with the names of files, one a line; - is standard input")
+        ->type_name("F");
+    command->add_flag("-0,--null", files_.names_end_with_null,
+                      "The names in that file end with a zero byte, as find -print0 writes them");
+    command
+        ->add_option("-j,--jobs", files_.jobs,
+                     "Read N files at a time; 0 for as many as there are processors")
+        ->check(CLI::Range(0, 1024))
+        ->type_name("N");
+  }
+
   CLI::Option* take_target(CLI::App* command) {
     command->add_flag("--force", target_.force, "Write binary data even to a terminal");
     return command->add_option("-o,--output", target_.name, "Output file; - is standard output")
@@ -114,14 +136,12 @@ class CommandLine {
   void add_ls() {
     CLI::App* ls = command(
         "ls", "List boxes: offset, total length, identifier, path, type",
-        "  kvjpx ls photo.jpx\n  kvjpx ls *.jp2\n"
+        "  kvjpx ls photo.jpx\n  kvjpx ls --jobs 4 --recursive archive\n"
         "Behind the type stands what is odd about a box: malformed, misplaced, cut short,\n"
         "open-ended (it has no length) or 64-bit (it has a long one). Bytes that belong to\n"
         "no box have a line of their own.",
         [this] { return list_boxes(files_); });
-    ls->add_option("FILE", files_, "JPX or JP2 files; - is standard input")
-        ->required()
-        ->type_name("");
+    take_files(ls);
   }
 
   void add_print() {
@@ -287,7 +307,7 @@ class CommandLine {
 
   std::string file_;
   std::string path_;
-  std::vector<std::string> files_;
+  FileList files_;
   std::vector<std::string> items_;
   Target target_;
   CLI::Option* has_target_ = nullptr;
