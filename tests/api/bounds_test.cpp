@@ -22,10 +22,10 @@ size_t bounded_peak(const std::string& file, int32_t code = JPX_OK) {
   SCOPED_TRACE(file.substr(0, 40));
   TestContext context;
   EXPECT_EQ(context.load(file), code);
-  EXPECT_LE(context.allocator().peak(), 67 * file.size() + 24576);
+  EXPECT_LE(context.allocator().peak_bytes(), 67 * file.size() + 24576);
   EXPECT_LE(context.allocator().traffic(), 73 * file.size() + 24576);
   EXPECT_LE(context.allocator().allocations(), file.size() / 2 + 2 * kDeepest);
-  return context.allocator().peak();
+  return context.allocator().peak_bytes();
 }
 
 std::string repeated(size_t count, const std::string& part) {

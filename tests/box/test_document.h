@@ -115,11 +115,6 @@ class BoxUnderTest : public TestDocument {
   }
   std::string content() { return TestDocument::content(id); }
   uint64_t content_length() { return TestDocument::content_length(id); }
-  // The content once the field, which must take it, has the value.
-  std::string content_after(uint32_t key, uint64_t value, uint64_t index = 0) {
-    EXPECT_EQ(set(key, value, index), JPX_OK);
-    return content();
-  }
   std::string printed() { return TestDocument::printed(id); }
 
   const uint32_t id;

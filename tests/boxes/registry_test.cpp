@@ -143,6 +143,10 @@ TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
     EXPECT_EQ(box.get_code(0x12345678), 4);
     EXPECT_EQ(box.set(0x12345678, 1), 4);
     EXPECT_EQ(kv_jpx_get_box_field_count(box.get(), box.id, 0x12345678, nullptr, nullptr), 4);
+    EXPECT_EQ(box.set_bytes(0x12345678, "x"), 4);
+    void* data = nullptr;
+    EXPECT_EQ(kv_jpx_get_box_field_buffer(box.get(), box.id, 0x12345678, nullptr, nullptr, &data),
+              4);
     uint32_t width = 0;
     const int32_t code = kv_jpx_get_box_field_count(box.get(), box.id, info.key, nullptr, &width);
     EXPECT_TRUE(code == JPX_OK ? width == info.width : type == "colr");  // of another method

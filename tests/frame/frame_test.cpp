@@ -2,6 +2,7 @@
 // and the version.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -37,49 +38,36 @@ class Tracker : public ::testing::Test {
 };
 
 TEST_F(Tracker, ListsLiveBlocksInTheOrderOfTheirAllocation) {
-  void* const a = take(1);
+  const std::string data = pattern(200);
   EXPECT_EQ(take(0), nullptr);
   EXPECT_EQ(JPX_SafeCallocInternal(env, 0, nullptr, nullptr), nullptr);
-  void* const b = JPX_SafeMallocFunc(env, 200, nullptr, nullptr);
+  EXPECT_EQ(reallocate(env, nullptr, 0), nullptr);
+  void* a = memcpy(reallocate(env, nullptr, 6), data.data(), 6);
+  void* const b = memcpy(JPX_SafeMallocFunc(env, 200, nullptr, nullptr), data.data(), 200);
   void* const c = JPX_SafeCallocInternal(env, 3, nullptr, nullptr);
-  EXPECT_EQ(blocks(), (std::vector<void*>{a, b, c}));
+  EXPECT_EQ(memcmp(c, "\0\0", 3), 0);
   EXPECT_EQ(header_of(b)->size, 200u);
   EXPECT_EQ(header_of(b)->marker, 0x2FF8FD44u);
-  EXPECT_EQ(memcmp(c, "\0\0", 3), 0);
-  JPX_SafeFreeInternal(env, b);
-  EXPECT_EQ(blocks(), (std::vector<void*>{a, c}));
-}
+  EXPECT_EQ(blocks(), (std::vector<void*>{a, b, c}));
+  for (const size_t size : {4000, 6, 3}) {
+    a = reallocate(env, a, size);
+    EXPECT_EQ(memcmp(a, data.data(), std::min<size_t>(size, 6)), 0);
+  }
+  JPX_SafeFreeInternal(env, c);
+  EXPECT_EQ(blocks(), (std::vector<void*>{b, a}));
+  EXPECT_EQ(reallocate(env, a, 0), nullptr);
 
-TEST_F(Tracker, ReallocKeepsTheBytesThatFit) {
-  EXPECT_EQ(reallocate(env, nullptr, 0), nullptr);
-  void* block = memcpy(reallocate(env, nullptr, 6), "frame", 6);
-  block = reallocate(env, block, 4000);
-  EXPECT_STREQ(static_cast<char*>(block), "frame");
-  block = reallocate(env, block, 3);
-  EXPECT_EQ(memcmp(block, "fra", 3), 0);
-  EXPECT_EQ(blocks(), std::vector<void*>{block});
-  EXPECT_EQ(reallocate(env, block, 0), nullptr);
+  // Its own are handed out, with and without the header's place, and foreign ones taken in.
+  JPX_TrackeRemove(env, b);
+  EXPECT_EQ(header_of(b)->marker, 0x0AE631FFu);
   EXPECT_TRUE(blocks().empty());
-}
-
-TEST_F(Tracker, AdoptsForeignBlocksAndHandsOutItsOwn) {
-  const std::string data = pattern(100);
-  auto& allocator = context.allocator();
-  void* const adopted =
-      static_cast<BlockHeader*>(CheckingAllocator::allocate(&allocator, 100 + 32)) + 1;
-  JPX_TrackerAdd(env, adopted, nullptr, nullptr, 100);
-  void* const removed = take(100);
-  void* const released = memcpy(take(100), data.data(), 100);
-
-  JPX_TrackeRemove(env, removed);
-  EXPECT_EQ(header_of(removed)->marker, 0x0AE631FFu);
-  void* const moved = JPX_TrackeRelease(env, released);
-  EXPECT_EQ(moved, header_of(released));
-  EXPECT_EQ(memcmp(moved, data.data(), 100), 0);
-  EXPECT_EQ(blocks(), std::vector<void*>{adopted});
-  JPX_SafeFreeInternal(env, adopted);
-  CheckingAllocator::release(&allocator, header_of(removed));
-  CheckingAllocator::release(&allocator, moved);
+  JPX_TrackerAdd(env, b, nullptr, nullptr, 200);
+  EXPECT_EQ(blocks(), std::vector<void*>{b});
+  void* const moved = JPX_TrackeRelease(env, b);
+  EXPECT_EQ(moved, header_of(b));
+  EXPECT_EQ(memcmp(moved, data.data(), 200), 0);
+  EXPECT_TRUE(blocks().empty());
+  CheckingAllocator::release(&context.allocator(), moved);
 }
 
 TEST_F(Tracker, RefusesBlocksThatAreNotLive) {
@@ -128,6 +116,7 @@ TEST_F(Tracker, IsSpentByAnErrorExit) {
 
 TEST_F(Tracker, StopsReleasingAtADamagedHeader) {
   auto& allocator = context.allocator();
+  allocator.keep_released();
   BlockHeader* const before = header_of(take(1));
   BlockHeader* const damaged = header_of(take(1));
   BlockHeader* const tail = env->tail;
@@ -199,17 +188,6 @@ TEST(CallersAllocator, GetsEverythingBackInTheOrderOfAllocation) {
   EXPECT_EQ(released, expected);
 }
 
-TEST(CallersAllocator, ServesOnlyWhenBothFunctionsAreGiven) {
-  kv_jpx_context* contexts[2] = {};
-  kv_jpx_create_with_memory_manager(&contexts[0], nullptr, CheckingAllocator::allocate, nullptr);
-  kv_jpx_create_with_memory_manager(&contexts[1], nullptr, nullptr, CheckingAllocator::release);
-  for (kv_jpx_context* context : contexts) {
-    EXPECT_EQ(kv_jpx_free(context, allocate(environment_of(context), 10)), JPX_OK);
-    EXPECT_EQ(kv_jpx_destroy(context), JPX_OK);
-  }
-  JPX_KovraFree(nullptr, JPX_KovraMalloc(nullptr, 10));
-}
-
 TEST(Context, IsNotMadeWhenAnyAllocationFails) {
   // The record, its memory manager and two sentinels.
   for (const size_t failing : {1, 2, 3, 4, 0}) {
@@ -224,6 +202,16 @@ TEST(Context, IsNotMadeWhenAnyAllocationFails) {
   }
   EXPECT_EQ(kv_jpx_create(nullptr), JPX_ERR_MEMORY);
   EXPECT_EQ(kv_jpx_create_with_memory_manager(nullptr, nullptr, nullptr, nullptr), JPX_ERR_MEMORY);
+  // Half an allocator is none.
+  for (const bool has_first : {true, false}) {
+    kv_jpx_context* context = nullptr;
+    kv_jpx_create_with_memory_manager(&context, nullptr,
+                                      has_first ? CheckingAllocator::allocate : nullptr,
+                                      has_first ? nullptr : CheckingAllocator::release);
+    EXPECT_EQ(kv_jpx_free(context, allocate(environment_of(context), 10)), JPX_OK);
+    EXPECT_EQ(kv_jpx_destroy(context), JPX_OK);
+  }
+  JPX_KovraFree(nullptr, JPX_KovraMalloc(nullptr, 10));
 }
 
 TEST(Context, TellsItsVersion) {
