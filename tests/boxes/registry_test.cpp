@@ -160,18 +160,5 @@ TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
   }
 }
 
-TEST(RepeatingFields, KeepWhatTheyHoldWhileTheyGrow) {
-  const std::pair<const char*, uint32_t> fields[] = {
-      {"bpcc", JPX_FIELD_BPCC_BPC},  {"cmap", JPX_FIELD_CMAP_CMP}, {"cdef", JPX_FIELD_CDEF_Asoc},
-      {"rreq", JPX_FIELD_RREQ_SF},   {"rreq", JPX_FIELD_RREQ_VM},  {"creg", JPX_FIELD_CREG_YO},
-      {"inst", JPX_FIELD_INST_LIFE}, {"flst", JPX_FIELD_FLST_OFF}, {"roid", JPX_FIELD_ROID_RLCX}};
-  for (const auto& [type, key] : fields) {
-    BoxUnderTest box(type, rule_of(type).payload);
-    for (int i = 0; i < 300; ++i) ASSERT_EQ(box.set(key, i % 7 + 1, 10000), JPX_OK) << type;
-    for (uint64_t i = 0; i < 300; ++i) ASSERT_EQ(box.value(key, 2 + i), i % 7 + 1) << type;
-    EXPECT_EQ(box.content().size(), box.content_length()) << type;
-  }
-}
-
 }  // namespace
 }  // namespace kvjpx::test
