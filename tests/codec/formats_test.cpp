@@ -101,7 +101,7 @@ TEST(Formats, AreUnderstoodByOthers) {
   }
 }
 
-// As other programs have read them.
+// As Netpbm has read them, which knows no opacity of BMP.
 TEST(Formats, ThatTheCodecWritesItselfAreTheGoldenOnes) {
   std::ostringstream written;
   for (const int32_t type : {KV_J2K_OUTPUT_BMP, KV_J2K_OUTPUT_PNM}) {
