@@ -110,24 +110,21 @@ TEST(OutputType, IsOneOfAFixedList) {
 TEST(Output, FillsABufferOfTheCaller) {
   const std::string file = jp2_file() + box("xml ", "<x/>");
   TestDocument document(file);
-  std::string buffer(file.size() + 10, '#');
+  const std::string untouched(file.size() + 10, '#');
+  std::string buffer = untouched;
   void* data = buffer.data();
-  uint64_t length = file.size() - 1;
-  EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), 5);
-  EXPECT_EQ(length, file.size());
-  EXPECT_EQ(buffer, std::string(buffer.size(), '#'));
   const size_t blocks = document.allocator().live_blocks();
-  for (const uint64_t room : {file.size(), file.size() + 10}) {
-    length = room;
-    EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), JPX_OK);
+  for (const uint64_t room : {file.size() - 1, file.size(), file.size() + 10}) {
+    uint64_t length = room;
+    const bool is_enough = room >= file.size();
+    EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), is_enough ? JPX_OK : 5);
     EXPECT_EQ(length, file.size());
-    EXPECT_EQ(buffer, file + std::string(10, '#'));
+    EXPECT_EQ(buffer, is_enough ? file + std::string(10, '#') : untouched);
     EXPECT_EQ(document.allocator().live_blocks(), blocks);
   }
+  uint64_t length = 0;
   EXPECT_EQ(kv_jpx_get_output_image(document.get(), nullptr, &length), 3);
   EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, nullptr), 3);
-  EXPECT_EQ(kv_jpx_get_output_image(TestContext().get(), &data, &length), 8);
-  EXPECT_EQ(kv_jpx_get_output_image_file(TestContext().get(), TempFile().path()), 8);
 }
 
 // A palette with many more columns than entries writes more than its length promises.
