@@ -148,27 +148,24 @@ TEST_F(Tracker, TablesOfRowsCountElementsIn32Bits) {
 }
 
 TEST(CallersAllocator, GetsTheReservedArgumentsBehindItsOwn) {
-  struct Seen {
-    void* arguments[2];
-    static void* allocate(void* user_data, size_t size, void* third, void* fourth) {
-      *static_cast<Seen*>(user_data) = {{third, fourth}};
-      return malloc(size);
-    }
-  } seen = {};
-  TestContext context;
-  Environment* const env = context.env();
-  const MemoryManager original = *env->manager;
-  env->manager->user_data = &seen;
-  env->manager->allocate =
-      reinterpret_cast<void* (*)(void*, size_t)>(reinterpret_cast<void (*)()>(&Seen::allocate));
-  env->manager->release = [](void*, void* block) { free(block); };
+  static const void* seen[2];
+  void* (*const allocate)(void*, size_t, void*, void*) = [](void*, size_t size, void* third,
+                                                            void* fourth) {
+    seen[0] = third;
+    seen[1] = fourth;
+    return malloc(size);
+  };
+  kv_jpx_context* context = nullptr;
+  kv_jpx_create_with_memory_manager(
+      &context, nullptr,
+      reinterpret_cast<void* (*)(void*, size_t)>(reinterpret_cast<void (*)()>(allocate)),
+      [](void*, void* block) { free(block); });
   int third = 0, fourth = 0;
-  void* block = JPX_SafeCallocInternal(env, 8, &third, &fourth);
-  EXPECT_TRUE(seen.arguments[0] == &third && seen.arguments[1] == &fourth);
-  block = JPX_SafeReallocInternal(env, block, 9, &fourth, &third);
-  EXPECT_TRUE(seen.arguments[0] == &fourth && seen.arguments[1] == &third);
-  JPX_SafeFreeInternal(env, block);
-  *env->manager = original;
+  void* block = JPX_SafeCallocInternal(environment_of(context), 8, &third, &fourth);
+  EXPECT_TRUE(seen[0] == &third && seen[1] == &fourth);
+  block = JPX_SafeReallocInternal(environment_of(context), block, 9, &fourth, &third);
+  EXPECT_TRUE(seen[0] == &fourth && seen[1] == &third);
+  EXPECT_EQ(kv_jpx_destroy(context), JPX_OK);
 }
 
 TEST(Context, IsNotMadeWhenAnyAllocationFails) {
