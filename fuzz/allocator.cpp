@@ -16,9 +16,7 @@ struct alignas(std::max_align_t) Prefix {
   bool is_live;
 };
 
-Prefix* prefix_of(const void* block) {
-  return static_cast<Prefix*>(const_cast<void*>(block)) - 1;
-}
+Prefix* prefix_of(const void* block) { return static_cast<Prefix*>(const_cast<void*>(block)) - 1; }
 
 }  // namespace
 

@@ -1,5 +1,5 @@
-// The allocator that contexts under test and fuzzed ones work with: it counts what is live and fails
-// where it is told to.
+// The allocator that contexts under test and fuzzed ones work with: it counts what is live and
+// fails where it is told to.
 #ifndef KVJPX_FUZZ_ALLOCATOR_H_
 #define KVJPX_FUZZ_ALLOCATOR_H_
 

@@ -34,11 +34,6 @@ std::string repeated(size_t count, const std::string& part) {
   return result;
 }
 
-std::string tower(size_t height, std::string content = {}) {
-  while (height-- > 0) content = box("asoc", content);
-  return content;
-}
-
 // The table of docs/memory.md; opaque boxes and containers stand for all of their kind.
 TEST(Bounds, AnEmptyBoxCostsWhatTheDocumentSays) {
   const std::pair<const char*, size_t> costs[] = {
@@ -94,8 +89,8 @@ TEST(Bounds, HoldForFilesMadeToBeBad) {
   bounded_peak(be32(1) + "xml " + be64(uint64_t{1} << 63) + numbers, JPX_ERR_READ_PAST_END);
   // Lengths smaller than a header mean empty boxes, and do not stop the parse from moving on.
   bounded_peak(repeated(5000, be32(2) + "xml "));
-  bounded_peak(repeated(50, tower(kDeepest)));
-  bounded_peak(tower(kDeepest) + tower(kDeepest + 1), JPX_ERR_INVALID_ARGUMENT);
+  bounded_peak(repeated(50, nested("asoc", kDeepest)));
+  bounded_peak(nested("asoc", kDeepest) + nested("asoc", kDeepest + 1), JPX_ERR_INVALID_ARGUMENT);
   // Containers that all reach to the end of the file.
   bounded_peak(repeated(kDeepest, be32(0) + "asoc"));
   bounded_peak(repeated(100000, be32(0) + "asoc"), JPX_ERR_INVALID_ARGUMENT);
@@ -103,7 +98,7 @@ TEST(Bounds, HoldForFilesMadeToBeBad) {
   // may be read twice for that.
   const std::string refused = box("ihdr") + box("xml ");
   bounded_peak(box("jpch", repeated(5000, box("jpch", refused))));
-  bounded_peak(tower(kDeepest, repeated(2000, refused)));
+  bounded_peak(nested("asoc", kDeepest, repeated(2000, refused)));
 }
 
 }  // namespace

@@ -170,8 +170,7 @@ TEST_F(DecodingTest, CallersBuffer) {
 }
 
 TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
-  const std::string file =
-      composition({3, 2, 1}, {{2, 2, 1, 1}, {2, 2, 2, 2}}, {{0, 0}, {1, 0}});
+  const std::string file = composition({3, 2, 1}, {{2, 2, 1, 1}, {2, 2, 2, 2}}, {{0, 0}, {1, 0}});
   bool has_failed = true;
   for (size_t n = 1; has_failed; ++n) {
     TestContext context;

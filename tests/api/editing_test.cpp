@@ -161,7 +161,8 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
   Environment* const env = document.env();
   Box* const root = document.record(KV_JPX_ROOT);
   // The answer to a question, held against the box that it should be about.
-  const auto expect_found = [](int32_t code, uint32_t found, const Box* box, uint32_t Box::*member) {
+  const auto expect_found = [](int32_t code, uint32_t found, const Box* box,
+                               uint32_t Box::*member) {
     EXPECT_EQ(code, box != nullptr ? JPX_OK : 3);
     EXPECT_TRUE(box == nullptr || found == box->*member);
   };

@@ -164,8 +164,10 @@ TEST(FileOutput, OfManySmallBoxesTakesFewWrites) {
   TestContext context;
   ASSERT_EQ(context.load(file), JPX_OK);
   const std::pair<const char*, int32_t> places[] = {
-      {"/nonexistent/file", JPX_ERR_OPEN_FILE}, {nullptr, JPX_ERR_OPEN_FILE},
-      {"/", JPX_ERR_OPEN_FILE},                 {"/dev/full", JPX_ERR_FILE_IO},
+      {"/nonexistent/file", JPX_ERR_OPEN_FILE},
+      {nullptr, JPX_ERR_OPEN_FILE},
+      {"/", JPX_ERR_OPEN_FILE},
+      {"/dev/full", JPX_ERR_FILE_IO},
       {target.path(), JPX_OK}};  // what was refused has cost nothing
   for (const auto& [path, code] : places) {
     fail_system_call(kWrite, 10);

@@ -69,8 +69,10 @@ TEST(Input, MayBeCutShortMeanwhile) {
     file.resize(4096);
     void* data = nullptr;
     uint64_t length = 0;
-    const int32_t code = is_rendered ? kv_jpx_get_output_image(document.get(), &data, &length)
-                                     : kv_jpx_get_box_field_buffer(document.get(), 4, JPX_FIELD_JP2C_DATA, nullptr, nullptr, &data);
+    const int32_t code = is_rendered
+                             ? kv_jpx_get_output_image(document.get(), &data, &length)
+                             : kv_jpx_get_box_field_buffer(document.get(), 4, JPX_FIELD_JP2C_DATA,
+                                                           nullptr, nullptr, &data);
     EXPECT_EQ(code, JPX_ERR_READ_PAST_END);
   }
 }

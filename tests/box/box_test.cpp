@@ -89,7 +89,8 @@ TEST(BasicBox, ReadsItsPayloadAgainAndAgain) {
   const uint32_t empty = document.add("free", 0, kPlaceAfter);
   EXPECT_EQ(document.count(empty, JPX_FIELD_JP2C_DATA), std::make_pair(uint64_t{0}, 1u));
   EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), empty, &length, &data), JPX_ERR_NO_SUCH_FIELD);
-  EXPECT_EQ(document.written(), box("xml ", "3 times four") + box("free") + box("jp2c", "to the end"));
+  EXPECT_EQ(document.written(),
+            box("xml ", "3 times four") + box("free") + box("jp2c", "to the end"));
 }
 
 }  // namespace

@@ -14,18 +14,10 @@ const std::string kUuid = pattern(16);
 
 int32_t load_code(const std::string& file) { return TestContext().load(file); }
 
-std::string nested(const char* type, int depth, const std::string& innermost = {},
-                   const std::string& fixed_part = {}) {
-  std::string result = innermost;
-  for (; depth > 0; --depth) result = box(type, fixed_part + result);
-  return result;
-}
-
 TEST(Parser, TakesEveryHeaderForm) {
   TestDocument document(box("asoc", xl_box("bbbb") + box("cccc", "c")) +
                         open_ended_box("dddd", "rest"));
-  EXPECT_EQ(document.written(),
-            box("asoc", box("bbbb") + box("cccc", "c")) + box("dddd", "rest"));
+  EXPECT_EQ(document.written(), box("asoc", box("bbbb") + box("cccc", "c")) + box("dddd", "rest"));
   EXPECT_EQ(TestDocument(open_ended_box("jp2h", image_header_box())).tree(), "jp2h(ihdr)");
   // A length below that of the header stands for an empty box.
   const std::string long_form = be32(1) + "aaaa";

@@ -10,6 +10,7 @@
 
 #include "box/box.h"
 #include "support/bytes.h"
+#include "support/files.h"
 #include "support/test_context.h"
 
 namespace kvjpx::test {
@@ -66,9 +67,6 @@ class TestDocument : public TestContext {
   // The whole file, written to memory.
   std::string written();
 };
-
-// The file's bytes; the path is relative to the repository, where the tests run.
-std::string file_contents(const std::string& path);
 
 // What the format promises of every box type that the library knows, and a small box of each.
 constexpr char kInRoot[] = "";

@@ -56,6 +56,7 @@ TEST(PrintOut, OfVariantsAreTheGoldenOnes) {
 
 TEST(Rewriting, KeepsAFileOfExactBoxesByteForByte) {
   const std::string file = file_contents("samples/exact.jpx");
+  EXPECT_FALSE(file.empty());
   EXPECT_EQ(TestDocument(file).written(), file);
 }
 

@@ -20,9 +20,9 @@ TEST(BoxTypes, AreMadeInTheirParentsAndNowhereElse) {
     uint32_t next_id = 12;
     const auto try_in = [&](uint32_t reference, const std::string& parent, int32_t placement) {
       uint32_t id = KV_JPX_ROOT;
-      const bool is_allowed = std::any_of(
-          rule.parents.begin(), rule.parents.end(),
-          [&](const std::string& each) { return each == parent || each == kAnywhere; });
+      const bool is_allowed =
+          std::any_of(rule.parents.begin(), rule.parents.end(),
+                      [&](const std::string& each) { return each == parent || each == kAnywhere; });
       ASSERT_EQ(kv_jpx_add_box(document.get(), type_code(rule.type), reference, placement, &id),
                 is_allowed ? JPX_OK : JPX_ERR_CANNOT_MAKE_BOX)
           << rule.type << " in '" << parent << "'";

@@ -10,7 +10,6 @@
 // clang-format on
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 
 #include "support/files.h"
@@ -111,9 +110,7 @@ TEST(Formats, ThatTheCodecWritesItselfAreTheGoldenOnes) {
       written << '\n';
     }
   }
-  std::ostringstream golden;
-  golden << std::ifstream("tests/golden/pictures.txt").rdbuf();
-  EXPECT_EQ(written.str(), golden.str());
+  EXPECT_EQ(written.str(), kvjpx::test::file_contents("tests/golden/pictures.txt"));
 }
 
 TEST(Formats, JpegThatNeedsMoreThanOneBuffer) {

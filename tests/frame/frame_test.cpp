@@ -179,6 +179,7 @@ TEST(Context, IsNotMadeWhenAnyAllocationFails) {
               failing != 0 ? JPX_ERR_MEMORY : JPX_OK);
     EXPECT_EQ(context == nullptr, failing != 0);
     kv_jpx_destroy(context);
+    EXPECT_EQ(allocator.live_blocks(), 0u);
   }
   EXPECT_EQ(kv_jpx_create(nullptr), JPX_ERR_MEMORY);
   EXPECT_EQ(kv_jpx_create_with_memory_manager(nullptr, nullptr, nullptr, nullptr), JPX_ERR_MEMORY);

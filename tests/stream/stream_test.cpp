@@ -302,7 +302,9 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
   using Open = Stream*(Environment*, const char*);
   Open* const nothing = [](Environment*, const char*) -> Stream* { return nullptr; };
   Open* const reader = bs_reader_from_mmap;
-  Open* const bounded = [](auto* e, auto*) { return bs_writer_to_buffer(e, allocate(e, 100), 100); };
+  Open* const bounded = [](auto* e, auto*) {
+    return bs_writer_to_buffer(e, allocate(e, 100), 100);
+  };
   Open* const stepless = [](auto* e, auto*) { return bs_writer_to_buffer(e, nullptr, 0); };
   Open* const shrunk = [](auto* e, auto* path) {
     Stream* const stream = bs_reader_from_mmap(e, path);
@@ -314,10 +316,13 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
     Open* from;
     uint64_t count;
     int code;
-  } copies[] = {{nothing, reader, 0, JPX_ERR_INTERNAL},   {bounded, nothing, 0, JPX_ERR_INTERNAL},
-                {reader, reader, 0, JPX_ERR_INTERNAL},    {bounded, bounded, 0, JPX_ERR_INTERNAL},
+  } copies[] = {{nothing, reader, 0, JPX_ERR_INTERNAL},
+                {bounded, nothing, 0, JPX_ERR_INTERNAL},
+                {reader, reader, 0, JPX_ERR_INTERNAL},
+                {bounded, bounded, 0, JPX_ERR_INTERNAL},
                 {stepless, reader, 1, JPX_ERR_INTERNAL},  // it would never end
-                {stepless, reader, 0, 0},                 {bounded, shrunk, 100, JPX_ERR_READ_PAST_END}};
+                {stepless, reader, 0, 0},
+                {bounded, shrunk, 100, JPX_ERR_READ_PAST_END}};
   for (const auto& copy : copies) {
     EXPECT_EQ(code_of([&](Environment* e) {
                 Stream* const source = copy.from(e, from.path());
