@@ -131,21 +131,16 @@ TEST(Adding, PutsBoxesWhereItIsTold) {
 
 TEST(Adding, RefusesImpossiblePlaces) {
   TestDocument document(jp2_file() + box("asoc", box("lbl ")));
+  const auto add = [&](const char* type, uint32_t reference, int32_t placement) {
+    return kv_jpx_add_box(document.get(), type_code(type), reference, placement, nullptr);
+  };
   const std::string before = document.tree();
-  const struct {
-    const char* type;
-    uint32_t reference;
-    int32_t placement;
-    int32_t code;
-  } rows[] = {{"none", 0, kPlaceBefore, 3},  // in front of a first child
-              {"none", document.find("lbl "), kPlaceBefore, 3},
-              {"none", document.find("ihdr"), kPlaceFirst, 3},  // not a container
-              {"none", KV_JPX_ROOT, kPlaceBefore, 3},
-              {"asoc", KV_JPX_ROOT, kPlaceAfter, 3},
-              {"ihdr", document.find("ftyp"), kPlaceAfter, 6}};
-  for (const auto& [type, reference, placement, code] : rows) {
-    EXPECT_EQ(kv_jpx_add_box(document.get(), type_code(type), reference, placement, nullptr), code);
-  }
+  EXPECT_EQ(add("none", 0, kPlaceBefore), 3) << "in front of a first child";
+  EXPECT_EQ(add("none", document.find("lbl "), kPlaceBefore), 3);
+  EXPECT_EQ(add("none", document.find("ihdr"), kPlaceFirst), 3) << "not a container";
+  EXPECT_EQ(add("none", KV_JPX_ROOT, kPlaceBefore), 3);
+  EXPECT_EQ(add("asoc", KV_JPX_ROOT, kPlaceAfter), 3);
+  EXPECT_EQ(add("ihdr", document.find("ftyp"), kPlaceAfter), 6);
   EXPECT_EQ(kv_jpx_delete_box(document.get(), KV_JPX_ROOT), 3);
   EXPECT_EQ(document.tree(), before);
   EXPECT_EQ(document.add("ihdr", document.find("ihdr"), kPlaceAfter), 6u)

@@ -215,21 +215,18 @@ TEST(Context, TellsItsVersion) {
 TEST(Context, KeepsItsSettings) {
   TestContext context;
   const kv_jpx_context& record = *context.get();
-  EXPECT_EQ(record.output_type, 74);
-  const auto expect_levels = [&](int16_t resolution, int32_t flag, int16_t quality) {
-    EXPECT_EQ(record.resolution_level, resolution);
-    EXPECT_EQ(record.resolution_flag, flag);
-    EXPECT_EQ(record.quality_level, quality);
+  const auto has = [&](int16_t resolution, int32_t flag, int16_t quality, int32_t type) {
+    return record.resolution_level == resolution && record.resolution_flag == flag &&
+           record.quality_level == quality && record.output_type == type;
   };
-  expect_levels(-1, 0, 1);
+  EXPECT_TRUE(has(-1, 0, 1, 74));
   EXPECT_EQ(kv_jpx_set_input_jpx_resolution_level(context.get(), 32767, -2), JPX_OK);
   EXPECT_EQ(kv_jpx_set_input_jpx_quality_level(context.get(), 9), JPX_OK);
   for (const int16_t level : {0, -5, -32768}) {
     EXPECT_EQ(kv_jpx_set_input_jpx_resolution_level(context.get(), level, 5), 3);
     EXPECT_EQ(kv_jpx_set_input_jpx_quality_level(context.get(), level), 3);
   }
-  expect_levels(32767, -2, 9);
-
+  EXPECT_TRUE(has(32767, -2, 9, 74));
   EXPECT_EQ(kv_jpx_set_input_jpx_region_level(context.get(), 1, ~uint64_t{0}, 3, 4), JPX_OK);
   const uint64_t region[] = {1, 3, ~uint64_t{0}, 4};  // where hosts find it in the record
   EXPECT_EQ(memcmp(&record.region_left, region, sizeof(region)), 0);
