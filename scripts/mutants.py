@@ -25,9 +25,9 @@ import time
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("src", "common", "codec", "tools")
-PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what mutants go into; test programs load or run them
+PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what test programs load or run
 TESTS = {"kvjpx_tests": ("src", "common"), "codec_test": ("codec",), "kvjpx_tool_tests": FOLDERS}
-REPLAYS = {f"kvjpx_fuzz_replay_{name}": name for name in ("load", "edit", "fields", "stream")}
+REPLAYS = {f"kvjpx_fuzz_replay_{name}": name for name in ("load", "edit", "fields", "reader", "stream", "decode")}
 
 SWAPS = [pair for a, b in (("==", "!="), ("<", "<="), (">", ">="), ("&&", "||"), ("+", "-"), ("<<", ">>"),
                            ("&", "|"), ("+=", "-="), ("*", "/")) for pair in ((a, b), (b, a))]
@@ -121,11 +121,11 @@ class Worker:
         self.put(path, "".join(lines).encode())
         folder = path.split("/")[0]
         try:
-            if self.build(*PRODUCTS) != 0:
+            if self.build(*PRODUCTS, *TESTS) != 0:
                 return "not built"
             if any(self.run(test, self.seconds[test]) for test, seen in TESTS.items() if folder in seen):
                 return "killed"
-            is_linked = folder in TESTS["kvjpx_tests"] and self.build(*REPLAYS) == 0
+            is_linked = folder != "tools" and self.build(*REPLAYS) == 0
             is_killed = is_linked and any(self.run(test, self.seconds[test]) for test in REPLAYS)
             return "killed" if is_killed else "survived"
         finally:

@@ -60,7 +60,9 @@ struct Box {
 };
 static_assert(offsetof(Box, id) == 8 && offsetof(Box, parent) == 16,
               "the record's layout is part of the interface");
-static_assert(sizeof(void*) != 8 || (offsetof(Box, length) == 40 && offsetof(Box, print) == 72),
+static_assert(sizeof(void*) != 8 ||
+                  (offsetof(Box, length) == 40 && offsetof(Box, print) == 72 &&
+                   offsetof(Box, find_by_id) == 96 && offsetof(Box, get_buffer_field) == 144),
               "the record's layout is part of the interface");
 
 // The operations that a box type brings, in the order of jpx_make_box.

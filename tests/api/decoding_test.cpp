@@ -1,10 +1,11 @@
 // Decoding: what the codec is asked for, how codestreams are composed, and that nothing is written
 // outside the image or left behind, whatever the codec does.
-#include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "api/recording_codec.h"
+#include "support/bytes.h"
 #include "support/test_context.h"
 
 namespace kvjpx::test {
@@ -12,64 +13,53 @@ namespace {
 
 constexpr int32_t kPng = 68;
 
-std::string header(uint32_t width, uint32_t height, uint32_t components) {
-  return box("jp2h",
-             box("ihdr", be32(height) + be32(width) + be16(components) + bytes({7, 7, 0, 0})));
-}
+struct Size {
+  uint32_t width, height, components;
+};
 
 // A file of pictures placed by pairs of offsets.
 using Place = std::pair<uint32_t, uint32_t>;
-std::string composition(const std::string& jp2h, const std::vector<Place>& places,
-                        const std::vector<std::string>& pictures) {
+std::string composition(const Size& size, const std::vector<Picture>& pictures,
+                        const std::vector<Place>& places = {}) {
   std::string instructions = be16(1) + be16(0) + be32(0);
   for (const auto& [x, y] : places) instructions += be32(x) + be32(y);
-  std::string file = signature_box() + jp2h;
+  std::string file = signature_box();
+  file += box("jp2h", box("ihdr", be32(size.height) + be32(size.width) + be16(size.components) +
+                                      bytes({7, 7, 0, 0})));
   if (!places.empty()) file += box("comp", box("inst", instructions));
-  for (const std::string& picture : pictures) file += box("jp2c", picture);
+  for (const Picture& each : pictures) file += box("jp2c", picture(each));
   return file;
-}
-
-// A file of one picture of this size.
-std::string single(uint32_t width, uint32_t height, uint32_t components, uint32_t value) {
-  return composition(header(width, height, components), {},
-                     {picture(width, height, components, value)});
 }
 
 class DecodingTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    reset_codec();
-    ASSERT_EQ(kv_jpx_set_output_type(context_.get(), kPng), JPX_OK);
+  DecodingTest() {
+    codec() = {};
+    kv_jpx_set_output_type(context_.get(), kPng);
   }
-  void TearDown() override {
-    EXPECT_EQ(codec().instances, 0);
-    EXPECT_EQ(codec().blocks, 0);
-  }
+  ~DecodingTest() override { EXPECT_EQ(codec().instances + codec().blocks, 0); }
 
-  // A file of one picture of this size.
-  void load(uint32_t width, uint32_t height, uint32_t components, uint32_t value) {
-    load(single(width, height, components, value));
-  }
   void load(const std::string& file) { ASSERT_EQ(context_.load(file), JPX_OK); }
+
+  int32_t result_of_decode(std::string* image) {
+    codec().calls.clear();
+    void* data = nullptr;
+    uint64_t length = 0;
+    const int32_t code = kv_jpx_get_output_image(context_.get(), &data, &length);
+    if (data == nullptr) return code;
+    image->assign(static_cast<const char*>(data), length);
+    EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
+    return code;
+  }
 
   // Decodes into memory; the stand-in's final output is the composed image itself.
   std::string decode() {
-    void* data = nullptr;
-    uint64_t length = 0;
-    EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
-    const std::string image(static_cast<const char*>(data), length);
-    if (data != nullptr) {
-      EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
-    }
+    std::string image;
+    EXPECT_EQ(result_of_decode(&image), JPX_OK);
     return image;
   }
-
-  std::string decode_part(const std::string& file, const std::array<uint64_t, 4>& region,
-                          int16_t level = 1, int32_t flag = 0) {
+  std::string decoded(const std::string& file) {
     load(file);
-    kv_jpx_set_input_jpx_region_level(context_.get(), region[0], region[1], region[2], region[3]);
-    kv_jpx_set_input_jpx_resolution_level(context_.get(), level, flag);
-    codec().calls.clear();
     return decode();
   }
 
@@ -77,12 +67,12 @@ class DecodingTest : public ::testing::Test {
 };
 
 TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
-  load(6, 4, 2, 10);
+  load(composition({6, 4, 2}, {{6, 4, 2, 10}}));
   kv_jpx_set_input_jpx_region_level(context_.get(), 2, 2, 0, 0);
   kv_jpx_set_input_jpx_resolution_level(context_.get(), 2, 9);
   kv_jpx_set_input_jpx_quality_level(context_.get(), 3);
-  EXPECT_EQ(decode(), std::string(2, 10) + std::string(2, 11));
-  const std::vector<std::string> expected = {
+  EXPECT_EQ(decode(), std::string(4, 10));
+  std::vector<std::string> expected = {
       "create",    "input 8",    "tile 1",     "region 2 2 6 4", "resolution 2 9",
       "quality 3", "type 64",    "output 0 0", "free 1",         "raw 1 2 2 24 0",
       "type 68",   "output 1 0", "output 1 4", "destroy"};
@@ -90,124 +80,97 @@ TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
 
   codec().calls.clear();
   EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "a.png"), JPX_OK);
-  const std::vector<std::string> file_calls = {"type 68", "file a.png", "destroy"};
-  EXPECT_EQ(std::vector<std::string>(codec().calls.end() - 3, codec().calls.end()), file_calls);
-}
-
-TEST_F(DecodingTest, Parts) {
-  // Levels below two are not handed on.
-  EXPECT_EQ(decode_part(single(2, 2, 1, 5), {}), std::string(4, 5));
-  EXPECT_EQ(codec().calls[4], "type 64");
-  // An image area that ends before the region is not decoded.
-  const std::string left = composition(header(8, 4, 1), {}, {picture(8, 6, 1, 9, 3, 1)});
-  EXPECT_EQ(decode_part(left, {5, 0, 0, 0}), std::string(3 * 4, 0));
-  EXPECT_EQ(codec().calls[3], "free 0");
-  decode_part(composition(header(8, 4, 1), {}, {picture(9, 4, 1, 9, 0, 3)}), {0, 1, 0, 0});
-  EXPECT_EQ(codec().calls[3], "free 0");
-  // A left beyond the image wraps the width around, to more than there is memory for.
-  context_.allocator().set_largest_block(1 << 20);
-  kv_jpx_set_input_jpx_region_level(context_.get(), 9, 0, 0, 0);
-  void* data = nullptr;
-  uint64_t length = 0;
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_MEMORY);
-  EXPECT_EQ(data, nullptr);
+  expected.resize(11);
+  expected.insert(expected.end(), {"file a.png", "destroy"});
+  EXPECT_EQ(codec().calls, expected);
 }
 
 TEST_F(DecodingTest, Compositions) {
-  const auto decoded = [this](const std::string& jp2h, const std::vector<Place>& places,
-                              const std::vector<std::string>& pictures) {
-    return decode_part(composition(jp2h, places, pictures), {});
-  };
   // Later instructions overwrite earlier ones; missing ones place at the corner.
-  EXPECT_EQ(decoded(header(4, 3, 1), {{0, 0}, {2, 1}}, {picture(4, 3, 1, 1), picture(2, 2, 1, 7)}),
+  EXPECT_EQ(decoded(composition({4, 3, 1}, {{4, 3, 1, 1}, {2, 2, 1, 7}}, {{0, 0}, {2, 1}})),
             bytes({1, 1, 1, 1, 1, 1, 7, 7, 1, 1, 7, 7}));
-  const std::string small = header(2, 1, 1);
-  EXPECT_EQ(decoded(small, {}, {picture(2, 1, 1, 4), picture(1, 1, 1, 6)}), bytes({6, 4}));
+  EXPECT_EQ(decoded(composition({2, 1, 1}, {{2, 1, 1, 4}, {1, 1, 1, 6}})), bytes({6, 4}));
+  EXPECT_EQ(codec().calls[4], "type 64") << "levels below two are not handed on";
   // An instruction that is skipped leaves its codestream to the next. One right on the edge is not
   // skipped: it uses up its codestream without showing it.
-  const std::vector<std::string> two = {picture(2, 1, 1, 4), picture(2, 1, 1, 6)};
-  EXPECT_EQ(decoded(small, {{50, 0}, {0, 0}}, two), bytes({4, 4}));
+  const std::vector<Picture> two = {{2, 1, 1, 4}, {2, 1, 1, 6}};
+  EXPECT_EQ(decoded(composition({2, 1, 1}, two, {{50, 0}, {0, 0}})), bytes({4, 4}));
   EXPECT_EQ(codec().calls[1], "free 0");
-  EXPECT_EQ(decoded(small, {{2, 0}, {0, 0}}, two), bytes({6, 6}));
+  EXPECT_EQ(decoded(composition({2, 1, 1}, two, {{2, 0}, {0, 0}})), bytes({6, 6}));
   // A codestream with more columns, rows and planes than the image header promised is clipped. The
   // final conversion reads three planes; the two that the header did not promise are empty.
-  decoded(header(3, 2, 1), {{1, 1}, {0, 0}}, {picture(9, 9, 3, 4), picture(9, 9, 3, 8)});
-  EXPECT_EQ(codec().final_image, std::string(6, 8) + std::string(12, 0));
+  EXPECT_EQ(decoded(composition({3, 2, 1}, {{9, 9, 3, 4}, {9, 9, 3, 8}}, {{1, 1}, {0, 0}})),
+            std::string(6, 8) + std::string(12, 0));
   // Without a codestream the codec hears of as many components as the header promised.
-  EXPECT_EQ(decoded(header(1, 2, 3), {}, {}), std::string(6, 0));
+  EXPECT_EQ(decoded(composition({1, 2, 3}, {})), std::string(6, 0));
   EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
+  // An image area that ends before the region is not decoded.
+  kv_jpx_set_input_jpx_region_level(context_.get(), 5, 0, 0, 0);
+  EXPECT_EQ(decoded(composition({8, 4, 1}, {{8, 6, 1, 9, 3, 1}})), std::string(3 * 4, 0));
+  EXPECT_EQ(codec().calls[3], "free 0");
+  // A left beyond the image wraps the width around, to more than there is memory for.
+  kv_jpx_set_input_jpx_region_level(context_.get(), 9, 0, 0, 0);
+  std::string none;
+  context_.allocator().set_largest_block(1 << 20);
+  EXPECT_EQ(result_of_decode(&none), JPX_ERR_MEMORY);
 }
 
 TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
-  load(composition(header(2, 1, 1), {}, {picture(2, 1, 1, 4)}));
+  load(composition({2, 1, 1}, {{2, 1, 1, 4}}));
   // Each is put in front of those before it.
   for (uint8_t value = 5; value < 12; ++value) {
     uint32_t id;
-    const std::string later = picture(1, 1, 1, value);
+    const std::string later = picture({1, 1, 1, value});
     EXPECT_EQ(kv_jpx_add_box(context_.get(), type_code("jp2c"), 0, 1, &id), JPX_OK);
-    EXPECT_EQ(kv_jpx_set_box_field_buffer(context_.get(), id, JPX_FIELD_JP2C_DATA, later.size(), 1,
-                                          later.data()),
-              JPX_OK);
+    kv_jpx_set_box_field_buffer(context_.get(), id, JPX_FIELD_JP2C_DATA, later.size(), 1,
+                                later.data());
     EXPECT_EQ(decode(), bytes({value, 4}));
   }
 }
 
 TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
-  load(2, 2, 1, 5);
+  load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
   codec().answer = 1;  // every verdict is ignored; what is delivered counts
   EXPECT_EQ(decode(), std::string(4, 5));
-  codec().largest_delivery = 3;
+  codec().delivery = 3;
   EXPECT_EQ(decode(), bytes({5, 5, 5, 0}));
   codec().tells_no_size = true;
   EXPECT_EQ(decode(), std::string(4, 0));
-  codec().tells_no_size = false;
-  codec().delivers_nothing = true;
-  EXPECT_EQ(decode(), "");
-  codec().create_fails = true;
-  codec().calls.clear();
-  EXPECT_EQ(decode(), "");
-  EXPECT_EQ(codec().calls, std::vector<std::string>{"create"});
-}
-
-TEST_F(DecodingTest, FileTroubleIsTheOnlyVerdictPassedOn) {
-  load(2, 2, 1, 5);
+  // Only trouble with files is passed on.
   for (const int32_t answer : {JPX_ERR_OPEN_FILE, JPX_ERR_FILE_IO, JPX_ERR_INVALID_ARGUMENT}) {
     codec().file_answer = answer;
     EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"),
               answer == JPX_ERR_INVALID_ARGUMENT ? JPX_OK : answer);
   }
+  codec().delivers_nothing = true;
+  EXPECT_EQ(decode(), "");
+  codec().create_fails = true;
+  EXPECT_EQ(decode(), "");
+  EXPECT_EQ(codec().calls, std::vector<std::string>{"create"});
 }
 
 TEST_F(DecodingTest, CallersBuffer) {
-  load(2, 2, 1, 5);
-  char own[4];
-  void* data = own;
-  uint64_t length = 0;
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
-  EXPECT_EQ(length, 1u);
-  EXPECT_EQ(codec().instances, 0);
-  // A buffer with a length is given up for a new one, so it must come from the context.
-  const size_t blocks = context_.allocator().live_blocks();
-  data = JPX_SafeMallocInternal(context_.env(), 1, nullptr, nullptr);
-  length = 1;
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
-  EXPECT_EQ(length, 4u);
-  EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
-  EXPECT_EQ(context_.allocator().live_blocks(), blocks);
-}
-
-TEST_F(DecodingTest, NothingToDecode) {
   void* data = nullptr;
   uint64_t length = 0;
   EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_NO_INPUT);
   // The file variant goes on without an input, with zeros for what it finds nothing of.
   EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), JPX_OK);
   EXPECT_EQ(codec().calls[1], "raw 0 0 0 24 0");
+  load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
+  data = &length;
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(length, 1u);
+  // A buffer with a length is given up for a new one, so it must come from the context.
+  const size_t blocks = context_.allocator().live_blocks();
+  data = JPX_SafeMallocInternal(context_.env(), 1, nullptr, nullptr);
+  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
+  EXPECT_EQ(length, 4u);
+  EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
+  EXPECT_EQ(context_.allocator().live_blocks(), blocks);
 }
 
 TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
-  const std::string file =
-      composition(header(3, 2, 1), {{0, 0}, {1, 0}}, {picture(2, 2, 1, 1), picture(2, 2, 2, 2)});
+  const std::string file = composition({3, 2, 1}, {{2, 2, 1, 1}, {2, 2, 2, 2}}, {{0, 0}, {1, 0}});
   bool has_failed = true;
   for (size_t n = 1; has_failed; ++n) {
     TestContext context;

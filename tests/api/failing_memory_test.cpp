@@ -17,7 +17,6 @@ struct Scenario {
   std::string name;
   std::string file;  // loaded before memory gets short
   Act act;           // gives 1 if any of its calls does
-  bool allocates = true;
 };
 
 // Fails the nth allocation of the scenario; false when it has fewer.
@@ -46,7 +45,7 @@ void run(const Scenario& scenario) {
   const size_t descriptors = open_descriptors();
   size_t failures = 0;
   while (fails_at(scenario, failures + 1)) ++failures;
-  EXPECT_EQ(failures != 0, scenario.allocates) << scenario.name;
+  EXPECT_NE(failures, 0u) << scenario.name;
   EXPECT_EQ(open_descriptors(), descriptors) << scenario.name;
 }
 
@@ -122,14 +121,10 @@ TEST(FailingMemory, WhileFieldsAreUsed) {
   }
 }
 
-TEST(FailingMemory, WhileBoxesAreAddedAndDeleted) {
+TEST(FailingMemory, WhileBoxesAreAdded) {
   for (const TypeRule& rule : type_rules()) {
     run({"add " + rule.type, in_parents(rule.type, box("lbl ")),
          [&](TestDocument& document) { return add_beside_label(document, rule.type, nullptr); }});
-    const auto destroy = [&](TestDocument& document) {
-      return kv_jpx_delete_box(document.get(), document.find(rule.type));
-    };
-    run({"delete", in_parents(rule.type, box(rule.type, rule.payload)), destroy, false});
   }
 }
 

@@ -1,5 +1,5 @@
-// A stand-in for libkvj2k that the test program brings: it writes down every call and decodes
-// payloads of its own making, see picture().
+// A stand-in for libkvj2k that the test program brings: it writes down every call, and its
+// codestreams are Pictures.
 #ifndef KVJPX_TESTS_API_RECORDING_CODEC_H_
 #define KVJPX_TESTS_API_RECORDING_CODEC_H_
 
@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "support/bytes.h"
-
 namespace kvjpx::test {
 
-// A "codestream": extent on the grid, image offset, components, and a value from which every sample
-// is made (plane p has value + p).
-inline std::string picture(uint32_t width, uint32_t height, uint32_t components, uint32_t value,
-                           uint32_t x_offset = 0, uint32_t y_offset = 0) {
-  return be16(width) + be16(height) + be8(components) + be8(value) + be8(x_offset) + be8(y_offset);
+// Whatever is asked for is delivered as samples of the one value.
+struct Picture {
+  uint16_t width = 0, height = 0;
+  uint8_t components = 0, value = 0, x_offset = 0, y_offset = 0;
+};
+inline std::string picture(const Picture& picture) {
+  return std::string(reinterpret_cast<const char*>(&picture), sizeof(picture));
 }
 
 struct RecordingCodec {
@@ -23,8 +23,8 @@ struct RecordingCodec {
   bool create_fails = false;
   bool delivers_nothing = false;
   bool tells_no_size = false;
-  uint32_t largest_delivery = 0xFFFFFFFF;  // raw planes are cut to so many bytes
-  int32_t answer = 0;                      // of every call but create
+  uint32_t delivery = 1000;  // samples
+  int32_t answer = 0;        // of every call but create
   int32_t file_answer = 0;
 
   // What it saw.
@@ -34,9 +34,8 @@ struct RecordingCodec {
   int blocks = 0;           // handed out and not freed
 };
 
-// The one that all calls go to; replaced by reset_codec.
+// The one that all calls go to.
 RecordingCodec& codec();
-void reset_codec();
 
 }  // namespace kvjpx::test
 

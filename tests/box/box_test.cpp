@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "box/basic.h"
 #include "box/super.h"
@@ -15,88 +13,27 @@
 namespace kvjpx::test {
 namespace {
 
-// A box of any length, for sizes that no test can hold. It renders its length's low byte.
-uint64_t fake_length;
-uint64_t give_fake_length(Box*) { return fake_length; }
-void render_mark(Box*, Environment* env, Stream* stream) {
-  bs_write_1_byte(env, stream, fake_length);
-}
-void print_nothing(Box*) {}
-
-Box* make_fake_box(Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  return jpx_make_box(env, sizeof(SuperBox) + 16, kParsed, type, parent, id, give_fake_length,
-                      render_mark, print_nothing, jpx_generic_destroy, jpx_generic_find_by_id,
-                      jpx_generic_find_by_type, jpx_generic_set_int_field,
-                      jpx_generic_get_int_field, jpx_generic_get_field_count,
-                      jpx_generic_set_buffer_field, jpx_generic_get_buffer_field);
-}
-
-template <class T>
-T at_offset(const Box* box, size_t offset) {
-  T value;
-  memcpy(&value, reinterpret_cast<const char*>(box) + offset, sizeof(value));
-  return value;
-}
-
-TEST(BoxRecord, HasItsFieldsWhereHostsLookForThem) {
-  if (sizeof(void*) != 8) GTEST_SKIP() << "hosts know the layout of 64-bit platforms only";
-  TestContext context;
-  Box parent = {};
-  const Box* const box = make_fake_box(context.env(), code("fake"), &parent, 42);
-  EXPECT_EQ(at_offset<uint32_t>(box, 0), 3u);
-  EXPECT_EQ(at_offset<uint32_t>(box, 4), 0x66616B65u);
-  EXPECT_EQ(at_offset<uint32_t>(box, 8), 42u);
-  const auto address = [](auto* function) { return reinterpret_cast<const void*>(function); };
-  // clang-format off
-  const void* const expected[] = {
-      &parent, nullptr, nullptr,
-      address(give_fake_length), address(jpx_box_length),
-      address(render_mark), address(jpx_box_render),
-      address(print_nothing),
-      address(jpx_box_destroy), address(jpx_generic_destroy),
-      address(jpx_generic_find_by_id), address(jpx_generic_find_by_type),
-      address(jpx_generic_set_int_field), address(jpx_generic_get_int_field),
-      address(jpx_generic_get_field_count),
-      address(jpx_generic_set_buffer_field), address(jpx_generic_get_buffer_field)};
-  // clang-format on
-  for (size_t i = 0; i < std::size(expected); ++i) {
-    EXPECT_EQ(at_offset<const void*>(box, 16 + 8 * i), expected[i]) << "pointer " << i;
-  }
-  for (size_t i = sizeof(Box); i < sizeof(SuperBox) + 16; ++i) {
-    EXPECT_EQ(at_offset<char>(box, i), 0) << "byte " << i;
-  }
-}
-
 TEST(BoxRecord, ChoosesTheHeaderByTheTotalLength) {
-  struct Case {
+  const struct {
     uint32_t type;
     uint64_t content;
-    uint64_t total;
     std::string header;
-  };
-  const Case cases[] = {
-      {code("fake"), 0, 8, be32(8) + "fake"},
-      {code("fake"), 0xFFFFFFF7, 0xFFFFFFFF, be32(0xFFFFFFFF) + "fake"},
-      {code("fake"), 0xFFFFFFF8, 0x100000008, be32(1) + "fake" + be64(0x100000008)},
-      {kRoot, 0xFFFFFFF8, 0xFFFFFFF8, ""},
-  };
-  for (const Case& expected : cases) {
+  } cases[] = {{code("fake"), 0, be32(8) + "fake"},
+               {code("fake"), 0xFFFFFFF7, be32(0xFFFFFFFF) + "fake"},
+               {code("fake"), 0xFFFFFFF8, be32(1) + "fake" + be64(0x100000008)},
+               {kRoot, 0xFFFFFFF8, ""}};
+  for (const auto& [type, content, header] : cases) {
     TestContext context;
-    fake_length = expected.content;
-    uint64_t total = 0;
+    Environment* const env = context.env();
+    Box* const box = jpx_make_unknown_box(env, type, nullptr, 1);
+    static_cast<BasicBox*>(box)->payload_length = content;  // without a source nothing is written
+    EXPECT_EQ(box->box_length(box), content + header.size());
+    char bytes[16];
     uint64_t written = 0;
-    char bytes[32];
-    const auto render = [&] {
-      Environment* const env = context.env();
-      Box* const box = make_fake_box(env, expected.type, nullptr, 1);
-      total = box->box_length(box);
-      Stream* const writer = bs_writer_to_buffer(env, bytes, sizeof(bytes));
-      box->box_render(box, env, writer);
-      bs_writer_get_buffer(env, writer, &written);
-    };
-    ASSERT_EQ(raised(context.env(), render), 0);
-    EXPECT_EQ(total, expected.total);
-    EXPECT_EQ(std::string(bytes, written), expected.header + be8(expected.content & 0xFF));
+    Stream* const writer = bs_writer_to_buffer(env, bytes, sizeof(bytes));
+    box->box_render(box, env, writer);
+    bs_writer_get_buffer(env, writer, &written);
+    EXPECT_EQ(std::string(bytes, written), header);
   }
 }
 
@@ -108,22 +45,15 @@ TEST(SiblingLinks, FollowInsertAndRemove) {
   parent.first_child = &a;
   a.next = &b;
   b.previous = &a;
-  const auto forwards = [&] {
-    std::vector<const Box*> boxes;
-    for (const Box* box = parent.first_child; box != nullptr; box = box->next) boxes.push_back(box);
-    return boxes;
-  };
   jpx_insert_box(&inserted, &a);
-  EXPECT_EQ(forwards(), std::vector<const Box*>({&a, &inserted, &b}));
-  EXPECT_EQ(inserted.previous, &a);
+  EXPECT_TRUE(a.next == &inserted && inserted.next == &b && inserted.previous == &a);
   EXPECT_EQ(b.previous, &a) << "the box behind keeps pointing at the one in front";
   b.previous = &inserted;
   jpx_remove_box(&inserted);
-  EXPECT_EQ(forwards(), std::vector<const Box*>({&a, &b}));
-  EXPECT_EQ(b.previous, &a);
+  EXPECT_TRUE(a.next == &b && b.previous == &a);
   EXPECT_EQ(inserted.next, &b) << "the removed box's own links stay";
   jpx_remove_box(&a);
-  EXPECT_EQ(b.previous, nullptr);
+  EXPECT_TRUE(parent.first_child == &b && b.previous == nullptr);
   jpx_remove_box(&b);
   EXPECT_EQ(parent.first_child, nullptr);
   jpx_insert_box(&inserted, &b);
@@ -154,18 +84,13 @@ TEST(BasicBox, ReadsItsPayloadAgainAndAgain) {
   // Only the product of count and element size matters.
   EXPECT_EQ(document.set_bytes(0, JPX_FIELD_JP2C_DATA, "3 times four", 4), JPX_OK);
   EXPECT_EQ(document.count(0, JPX_FIELD_JP2C_DATA), std::make_pair(uint64_t{12}, 1u));
-  EXPECT_EQ(document.set_bytes(0, JPX_FIELD_JP2C_DATA, "replaced"), JPX_OK);
-  EXPECT_EQ(document.written(), box("xml ", "replaced") + box("jp2c", "to the end"));
-}
-
-TEST(BasicBox, MadeEmptyHasNoSource) {
-  TestDocument document("");
-  const uint32_t id = document.add("xml ", KV_JPX_ROOT);
   void* data = nullptr;
   uint64_t length = 1;
-  EXPECT_EQ(document.count(id, JPX_FIELD_JP2C_DATA), std::make_pair(uint64_t{0}, 1u));
-  EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), id, &length, &data), JPX_ERR_NO_SUCH_FIELD);
-  EXPECT_EQ(document.written(), box("xml "));
+  const uint32_t empty = document.add("free", 0, kPlaceAfter);
+  EXPECT_EQ(document.count(empty, JPX_FIELD_JP2C_DATA), std::make_pair(uint64_t{0}, 1u));
+  EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), empty, &length, &data), JPX_ERR_NO_SUCH_FIELD);
+  EXPECT_EQ(document.written(),
+            box("xml ", "3 times four") + box("free") + box("jp2c", "to the end"));
 }
 
 }  // namespace

@@ -1,9 +1,6 @@
 // Loaded files under test (see test_document.h).
 #include "box/test_document.h"
 
-#include <fstream>
-#include <iterator>
-
 #include "box/super.h"
 #include "support/files.h"
 
@@ -110,12 +107,6 @@ std::string TestDocument::written() {
   uint64_t length = 0;
   EXPECT_EQ(kv_jpx_get_output_image(get(), &data, &length), JPX_OK);
   return take(data, length);
-}
-
-std::string file_contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  EXPECT_TRUE(file.good()) << path;
-  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 const std::vector<TypeRule>& type_rules() {

@@ -10,6 +10,7 @@
 
 #include "box/box.h"
 #include "support/bytes.h"
+#include "support/files.h"
 #include "support/test_context.h"
 
 namespace kvjpx::test {
@@ -67,9 +68,6 @@ class TestDocument : public TestContext {
   std::string written();
 };
 
-// The file's bytes; the path is relative to the repository, where the tests run.
-std::string file_contents(const std::string& path);
-
 // What the format promises of every box type that the library knows, and a small box of each.
 constexpr char kInRoot[] = "";
 constexpr char kAnywhere[] = "*";
@@ -115,11 +113,6 @@ class BoxUnderTest : public TestDocument {
   }
   std::string content() { return TestDocument::content(id); }
   uint64_t content_length() { return TestDocument::content_length(id); }
-  // The content once the field, which must take it, has the value.
-  std::string content_after(uint32_t key, uint64_t value, uint64_t index = 0) {
-    EXPECT_EQ(set(key, value, index), JPX_OK);
-    return content();
-  }
   std::string printed() { return TestDocument::printed(id); }
 
   const uint32_t id;

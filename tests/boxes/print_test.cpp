@@ -56,16 +56,8 @@ TEST(PrintOut, OfVariantsAreTheGoldenOnes) {
 
 TEST(Rewriting, KeepsAFileOfExactBoxesByteForByte) {
   const std::string file = file_contents("samples/exact.jpx");
+  EXPECT_FALSE(file.empty());
   EXPECT_EQ(TestDocument(file).written(), file);
-}
-
-TEST(Rewriting, SettlesAfterTheFirstTimeAndLosesNoField) {
-  for (const char* sample : {"rich.jpx", "long.jpx", "composed.jpx", "gradient.jp2"}) {
-    TestDocument original(file_contents(std::string("samples/") + sample));
-    TestDocument again(original.written());
-    EXPECT_EQ(again.written(), original.written()) << sample;
-    EXPECT_EQ(again.printed(KV_JPX_ROOT), original.printed(KV_JPX_ROOT)) << sample;
-  }
 }
 
 }  // namespace

@@ -3,12 +3,18 @@
 // A case starts with the type of a box and its payload: bytes (see support/bytes.h), "*" for
 // those of the type's sample, or "new" for a box that is made. Operations follow, on indented lines
 // too:
-//   KEY=N          a get gives the number N          KEY!C     it answers the code C
-//   KEY:N          a set of N is taken               KEY:N!C   it answers C, with 3 changing
-//   nothing KEY:=N         both: N is kept, in the field's low bytes KEY#N, KEY#N/W the count (and
-//   the width)         KEY#!C    its code KEY<B, KEY<W/B bytes are taken, in entries of W  KEY<B!C
-//   they are answered by C KEY>B          the bytes that the field holds =B, ~N         the payload
-//   as it is written, its length as the box tells it +TYPE          a box is added into this one
+//   KEY=N              a get gives the number N
+//   KEY!C              it answers the code C
+//   KEY:N              a set of N is taken
+//   KEY:N!C            it answers C, with 3 changing nothing
+//   KEY:=N             both: N is kept, in the field's low bytes
+//   KEY#N, KEY#N/W     the count (and the width)
+//   KEY#!C             its code
+//   KEY<B, KEY<W/B     bytes are taken, in entries of W
+//   KEY<B!C            they are answered by C
+//   KEY>B              the bytes that the field holds
+//   =B, ~N             the payload as it is written, its length as the box tells it
+//   +TYPE              a box is added into this one
 // "^" says that the file is written as it was read; it is for kept ones.
 // KEY may be a list, with an [index] for all; N may be a list where it is set. "@DATA" is the key
 // of opaque payloads, "?" one that no box has.

@@ -54,6 +54,13 @@ inline std::string open_ended_box(std::string_view type, std::string_view payloa
   return be32(0).append(type).append(payload);
 }
 
+// Boxes of a type in each other, around the content, which each starts with a fixed part.
+inline std::string nested(std::string_view type, size_t depth, std::string content = {},
+                          const std::string& fixed_part = {}) {
+  while (depth-- > 0) content = box(type, fixed_part + content);
+  return content;
+}
+
 // The three boxes that every JP2 file starts with; the image is 3 high, 5 wide and has 1 component.
 inline std::string signature_box() { return box("jP  ", be32(0x0D0A870A)); }
 inline std::string file_type_box() { return box("ftyp", "jp2 " + be32(0) + "jp2 "); }

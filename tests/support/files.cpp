@@ -8,10 +8,15 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace kvjpx::test {
 namespace fs = std::filesystem;
+
+std::string file_contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
 
 TempFile::TempFile(const std::string& contents)
     : path_((fs::temp_directory_path() / "kvjpx-test-XXXXXX").string()) {
@@ -22,12 +27,6 @@ TempFile::TempFile(const std::string& contents)
 }
 
 TempFile::~TempFile() { fs::remove(path_); }
-
-std::string TempFile::contents() const {
-  std::ostringstream contents;
-  contents << std::ifstream(path_, std::ios::binary).rdbuf();
-  return contents.str();
-}
 
 void TempFile::resize(size_t length) { fs::resize_file(path_, length); }
 

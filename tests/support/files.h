@@ -8,6 +8,9 @@
 
 namespace kvjpx::test {
 
+// The file's bytes; none of a file that is not there.
+std::string file_contents(const std::string& path);
+
 // A file of its own name, removed at the end.
 class TempFile {
  public:
@@ -17,7 +20,7 @@ class TempFile {
   ~TempFile();
 
   const char* path() const { return path_.c_str(); }
-  std::string contents() const;
+  std::string contents() const { return file_contents(path_); }
   void resize(size_t length);
 
  private:
