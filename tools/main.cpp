@@ -45,8 +45,8 @@ Examples:
   kvjpx decode photo.jpx -o photo.png)";
 
 // The table of commands: a function add_<name>() is a row of it, with the name, the summary, the
-// examples, the function to run, and the arguments and options. What the words FILE, PATH, OUT and F
-// stand for is the same in all rows. Holds what the command line gave.
+// examples, the function to run, and the arguments and options. What the words FILE, PATH, OUT and
+// F stand for is the same in all rows. Holds what the command line gave.
 class CommandLine {
  public:
   CommandLine() : app_(kDescription, "kvjpx") {
