@@ -22,12 +22,12 @@
 #define JPX_FIELD_JP2C_DATA 0xC5FC8727u
 
 /* ftyp: file type (ISO/IEC 15444-1, I.5.2; 15444-2, M.11). */
-/** Brand: four-character code of the specification that the file follows best, e.g. "jpx ". Any
+/** Brand: four-character code of the standard that the file follows best, e.g. "jpx ". Any
  * value. */
 #define JPX_FIELD_FTYP_BR 0x195C828Au
-/** Minor version of that specification; 0 in files of today. Any value. */
+/** Minor version of that standard; 0 in files of today. Any value. */
 #define JPX_FIELD_FTYP_MinV 0xE4D6F75Eu
-/** Compatibility list: four-character code of each specification that a reader may follow. "jp2 ",
+/** Compatibility list: four-character code of each standard that a reader may follow. "jp2 ",
  * "jpx " and "jpxb" stand in front, once each, whatever the order in the file. Any value. Kept: a
  * plain list in the order of the file. */
 #define JPX_FIELD_FTYP_CL 0x59703D72u
