@@ -5,6 +5,7 @@
 #include <optional>
 #include <sstream>
 
+#include "suggestion.h"
 #include "value.h"
 
 namespace kvjpx_tool {
@@ -47,11 +48,27 @@ Step parse_step(const std::string& text, const std::string& place) {
   return {step.type, *index};
 }
 
-const Box& find_child(const Box& parent, const Step& step, const std::string& place) {
+// A box of a type that `parent` has none of may stand there under a similar type, or elsewhere.
+std::string suggest(const BoxTree& tree, const Box& parent, uint32_t type) {
+  if (parent.find_child(type, 0)) return "";
+  Suggestion suggestion(type_name(type));
+  for (const Box* box : parent.children_by_type) {
+    if (box->index == 0) suggestion.consider(type_name(box->type));
+  }
+  if (!suggestion.text().empty()) return suggestion.text();
+  for (const Box* box : tree.boxes_by_id) {
+    if (box && box->type == type) return "; did you mean '" + path_of(*box) + "'?";
+  }
+  return "";
+}
+
+const Box& find_child(const BoxTree& tree, const Box& parent, const Step& step,
+                      const std::string& place) {
   if (const Box* child = parent.find_child(step.type, step.index)) return *child;
   std::string wanted = type_name(step.type);
   if (step.index > 0) wanted += "[" + std::to_string(step.index) + "]";
-  throw Failure(kNoSuchPlace, place + ": there is no box '" + wanted + "' in " + path_of(parent));
+  throw Failure(kNoSuchPlace, place + ": there is no box '" + wanted + "' in " + path_of(parent) +
+                                  suggest(tree, parent, step.type));
 }
 
 const Box& find_id(const BoxTree& tree, const std::string& digits, const std::string& place) {
@@ -107,7 +124,7 @@ const Box& resolve_path(const BoxTree& tree, const std::string& path, const std:
     if (box->is_root() && step[0] == '#') {
       box = &find_id(tree, step.substr(1), place);
     } else {
-      box = &find_child(*box, parse_step(step, place), place);
+      box = &find_child(tree, *box, parse_step(step, place), place);
     }
   }
   return *box;

@@ -44,7 +44,8 @@ const Format& choose_format(const DecodeRequest& request, const Target& target) 
   if (!request.format.empty()) {
     const Format* format = find_format(request.format);
     if (format) return *format;
-    throw Failure(kUsage, "--format " + request.format + ": unknown; one of " + decode_formats());
+    throw Failure(kUsage,
+                  "--format " + request.format + ": unknown; one of " + decode_formats(", "));
   }
   if (target.is_stdout()) throw Failure(kUsage, "standard output needs --format");
   const size_t dot = target.name.rfind('.');
@@ -52,7 +53,7 @@ const Format& choose_format(const DecodeRequest& request, const Target& target) 
       dot == std::string::npos ? nullptr : find_format(target.name.substr(dot + 1));
   if (format) return *format;
   throw Failure(kUsage, target.name + ": the name tells no format; use --format with one of " +
-                            decode_formats());
+                            decode_formats(", "));
 }
 
 struct Region {
@@ -273,10 +274,10 @@ void check_result(const Document& document, const LibraryBlock& picture, const F
 
 }  // namespace
 
-std::string decode_formats() {
+std::string decode_formats(const std::string& between) {
   std::string names;
   for (const Format& format : kFormats)
-    names += (names.empty() ? "" : ", ") + std::string(format.name);
+    names += (names.empty() ? "" : between) + std::string(format.name);
   return names;
 }
 

@@ -5,6 +5,7 @@
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
+#include "field.h"
 #include "terminal.h"
 
 namespace kvjpx_tool {
@@ -77,6 +78,24 @@ ExitCode list_boxes(const FileList& files) {
     document.check_has_boxes();
     return kDone;
   });
+}
+
+void list_words(const std::string& file, const std::string& word, bool with_fields) {
+  const Document document(file, Document::Content::kAnything);
+  std::string words;
+  const auto add = [&](const std::string& candidate) {
+    if (candidate.rfind(word, 0) == 0) words += candidate + "\n";
+  };
+  const size_t dot = word.find('.');
+  if (with_fields && dot != word.npos) {
+    for (const Field& field : Field::all_of(document, document.find(word.substr(0, dot)))) {
+      add(word.substr(0, dot + 1) + field.name());
+    }
+  } else {
+    for_each_box(document.root(),
+                 [&](const Box& box) { add(path_of(box) + (with_fields ? "." : "")); });
+  }
+  print_text(words);
 }
 
 void print_box(const std::string& file, const std::string& path) {

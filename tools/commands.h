@@ -16,6 +16,9 @@ namespace kvjpx_tool {
 // ls: one line a box.
 ExitCode list_boxes(const FileList& files);
 
+// complete: the paths that begin with a word; with fields, also the fields of the box before a dot.
+void list_words(const std::string& file, const std::string& word, bool with_fields);
+
 // print: the library's description of a box.
 void print_box(const std::string& file, const std::string& path);
 
@@ -67,8 +70,8 @@ struct DecodeRequest {
 // An RGB picture of 10,000 x 10,000 samples.
 constexpr uint64_t kDefaultDecodeLimit = 300;
 void decode_picture(const DecodeRequest& request, const Target& target);
-// The names that --format takes, for help texts.
-std::string decode_formats();
+// The names that --format takes, with something between them.
+std::string decode_formats(const std::string& between);
 
 }  // namespace kvjpx_tool
 

@@ -8,6 +8,7 @@
 #include "box_path.h"
 #include "failure.h"
 #include "input_file.h"
+#include "suggestion.h"
 #include "value.h"
 
 namespace kvjpx_tool {
@@ -61,11 +62,14 @@ kv_jpx_field_info find_field(const Document& document, const Box& box, const std
     }
   }
   std::string names;
+  Suggestion suggestion(name);
   for (const kv_jpx_field_info& info : live_fields(document, box)) {
     names += (names.empty() ? "" : ", ") + std::string(info.name);
+    suggestion.consider(info.name);
   }
   throw Failure(kNoSuchPlace, place + ": no such field; the box has " +
-                                  (names.empty() ? std::string("no fields") : names));
+                                  (names.empty() ? std::string("no fields") : names) +
+                                  suggestion.text());
 }
 
 // "PATH.FIELD[i]" in its parts.

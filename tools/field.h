@@ -19,6 +19,8 @@ class Field {
   // All fields that a box has in its present state and that can be read.
   static std::vector<Field> all_of(const Document& document, const Box& box);
 
+  std::string name() const { return info_.name; }
+
   // The value as text that `set` takes again. Entries of a repeating field without an index come
   // one a line, each line with its end.
   std::string text() const;

@@ -10,6 +10,8 @@
 #include "input_file.h"
 #include "many.h"
 #include "output.h"
+#include "reference.h"
+#include "suggestion.h"
 #include "version.h"
 
 namespace kvjpx_tool {
@@ -44,6 +46,9 @@ Examples:
   kvjpx set photo.jpx jp2h/ihdr.IPR=1 -o changed.jpx
   kvjpx decode photo.jpx -o photo.png)";
 
+// Hidden commands are for other programs.
+bool is_shown(const CLI::App* command) { return !command->get_group().empty(); }
+
 // The table of commands: a function add_<name>() is a row of it, with the name, the summary, the
 // examples, the function to run, and the arguments and options. What the words FILE, PATH, OUT and
 // F stand for is the same in all rows. Holds what the command line gave.
@@ -62,6 +67,8 @@ class CommandLine {
     add_extract();
     add_copy();
     add_decode();
+    add_reference();
+    add_complete();
   }
 
   ExitCode run(int argc, char** argv) {
@@ -90,14 +97,24 @@ class CommandLine {
     const std::vector<std::string> unknown = app_.remaining(true);
     if (unknown.empty()) return error.what();
     const std::vector<CLI::App*> command = app_.get_subcommands();
-    return "'" + unknown.front() + "' is " +
-           (command.empty() ? "no command" : "not expected by " + command.front()->get_name());
+    const std::string word = "'" + unknown.front() + "' is ";
+    Suggestion suggestion(unknown.front().substr(0, unknown.front().find('=')));
+    if (command.empty()) {
+      for (const CLI::App* known : app_.get_subcommands(is_shown)) {
+        suggestion.consider(known->get_name());
+      }
+      return word + "no command" + suggestion.text();
+    }
+    for (const CLI::Option* option : command.front()->get_options()) {
+      for (const std::string& name : option->get_lnames()) suggestion.consider("--" + name);
+    }
+    return word + "not expected by " + command.front()->get_name() + suggestion.text();
   }
 
   CLI::App* command(const std::string& name, const std::string& description,
                     const std::string& examples, const std::function<ExitCode()>& action) {
     CLI::App* command = app_.add_subcommand(name, description);
-    command->footer("Examples:\n" + examples + "\nPaths and exit codes: kvjpx --help");
+    command->footer("Examples:\n" + examples + kSeeProgramHelp);
     command->callback([this, action] { action_ = action; });
     return command;
   }
@@ -274,10 +291,8 @@ class CommandLine {
                   return kDone;
                 });
     take_file(decode, decode_.file);
-    decode
-        ->add_option("--format", decode_.format,
-                     "One of " + decode_formats() + "; without it, by the ending of OUT")
-        ->type_name("NAME");
+    decode->add_option("--format", decode_.format, "Without it, by the ending of OUT")
+        ->type_name(decode_formats("|"));
     decode
         ->add_option("--region", decode_.region,
                      "left,top,right,bottom in samples of the full-size image")
@@ -302,6 +317,37 @@ class CommandLine {
     take_target(decode)->required();
   }
 
+  // For the build, which installs what comes of it.
+  void add_reference() {
+    CLI::App* reference = command("reference", "Print the manual page, or completions for a shell",
+                                  "  kvjpx reference man | man -l -\n"
+                                  "  . <(kvjpx reference bash)",
+                                  [this] {
+                                    print_text(kvjpx_tool::reference(app_, items_.front()));
+                                    return kDone;
+                                  });
+    reference->group("");
+    reference->add_option("FORM", items_, "One of the forms")
+        ->required()
+        ->check(CLI::IsMember(reference_forms()))
+        ->expected(1);
+  }
+
+  // For the completions.
+  void add_complete() {
+    CLI::App* complete = command("complete", "Print the paths in a file, or the fields of a box",
+                                 "  kvjpx complete photo.jpx jp2\n"
+                                 "  kvjpx complete --fields photo.jpx jp2h/ihdr.",
+                                 [this] {
+                                   list_words(file_, path_, has_fields_);
+                                   return kDone;
+                                 });
+    complete->group("");
+    complete->add_flag("--fields", has_fields_, "Complete fields, too");
+    take_file(complete, file_);
+    complete->add_option("WORD", path_, "What the words begin with");
+  }
+
   CLI::App app_;
   std::function<ExitCode()> action_;
 
@@ -311,6 +357,7 @@ class CommandLine {
   std::vector<std::string> items_;
   Target target_;
   CLI::Option* has_target_ = nullptr;
+  bool has_fields_ = false;
   AddRequest add_;
   DecodeRequest decode_;
 };
