@@ -62,18 +62,33 @@ TEST(Input, IsARegularFileThatCanBeOpened) {
 }
 
 TEST(Input, MayBeCutShortMeanwhile) {
-  for (const bool is_rendered : {true, false}) {
-    TempFile file(jp2_file() + box("xml ", pattern(20000)));
-    TestDocument document;
-    EXPECT_EQ(kv_jpx_set_input_image_mapped(document.get(), file.path()), JPX_OK);
-    file.resize(4096);
-    void* data = nullptr;
-    uint64_t length = 0;
-    const int32_t code = is_rendered
-                             ? kv_jpx_get_output_image(document.get(), &data, &length)
-                             : kv_jpx_get_box_field_buffer(document.get(), 4, JPX_FIELD_JP2C_DATA,
-                                                           nullptr, nullptr, &data);
-    EXPECT_EQ(code, JPX_ERR_READ_PAST_END);
+  using Act = int32_t(TestDocument&, const char* path, void** data);
+  Act* const acts[] = {[](auto& document, auto*, auto** data) {
+                         uint64_t length = 0;
+                         return kv_jpx_get_output_image(document.get(), data, &length);
+                       },
+                       [](auto& document, auto* path, auto**) {
+                         return kv_jpx_get_output_image_file(document.get(), path);
+                       },
+                       [](auto& document, auto*, auto** data) {
+                         return kv_jpx_get_box_field_buffer(document.get(), 4, JPX_FIELD_JP2C_DATA,
+                                                            nullptr, nullptr, data);
+                       }};
+  for (Act* const act : acts) {
+    for (const bool is_kept : {false, true}) {
+      for (const bool is_changed : {false, true}) {
+        TempFile file(jp2_file() + box("xml ", pattern(200'000)));
+        const TempFile output("what was there");
+        TestDocument document;
+        kv_jpx_set_keep_everything(document.get(), is_kept);
+        ASSERT_EQ(kv_jpx_set_input_image_mapped(document.get(), file.path()), JPX_OK);
+        if (is_changed) document.add("free", 0, kPlaceAfter);
+        file.resize(100);
+        void* data = nullptr;
+        EXPECT_EQ(act(document, output.path(), &data), JPX_ERR_READ_PAST_END);
+        EXPECT_EQ(output.contents(), "what was there");
+      }
+    }
   }
 }
 
