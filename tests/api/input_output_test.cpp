@@ -35,21 +35,6 @@ TEST(Input, ReplacesTheOneBefore) {
   EXPECT_EQ(document.tree(), "");
 }
 
-TEST(Input, EmptyIsAnEmptyTree) {
-  const TempFile empty;
-  const TempFile target("old");
-  for (SetInput* const set_input : kSetInputs) {
-    TestDocument document;
-    EXPECT_EQ(set_input(document.get(), empty.path()), JPX_OK);
-    EXPECT_EQ(document.tree(), "");
-    EXPECT_EQ(document.written(), "");
-    EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), target.path()), JPX_OK);
-    EXPECT_EQ(target.contents(), "");
-    document.add("none", KV_JPX_ROOT);
-    EXPECT_EQ(document.written(), box("none"));
-  }
-}
-
 TEST(Input, IsARegularFileThatCanBeOpened) {
   const TempFile pipe;
   unlink(pipe.path());
@@ -90,18 +75,6 @@ TEST(Input, MayBeCutShortMeanwhile) {
       }
     }
   }
-}
-
-TEST(Input, MappedFilesOfAnySizeComeBackExactly) {
-  const std::string file =
-      jp2_file() + box("jp2c", pattern(5'000'000)) + box("jp2c", pattern(4'500'000));
-  const TempFile source(file);
-  const TempFile target;
-  TestDocument document;
-  ASSERT_EQ(kv_jpx_set_input_image_mapped(document.get(), source.path()), JPX_OK);
-  EXPECT_TRUE(document.written() == file);
-  EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), target.path()), JPX_OK);
-  EXPECT_TRUE(target.contents() == file);
 }
 
 TEST(OutputType, IsOneOfAFixedList) {
