@@ -61,6 +61,9 @@ TEST(Extent, TellsWhereABoxStands) {
       {asoc(cut_short_box("xml ", "a")) + front, 1, "16 8 8 1 0", true},
       {box("ihdr", "short"), 0, "40 0 8 5 0", true},
       {box("res ", front), 0, "32 0 8 10 0", false},
+      // A box that became opaque leaves no trace of what was read in it.
+      {box("dtbl", be16(5) + box("free") + "tail") + box("mdat", "x"), 0, "8 0 8 14 0", true},
+      {box("dtbl", be16(5) + box("free") + "tail") + box("mdat", "x"), 1, "0 22 8 1 0", true},
       {box("nlst", be32(1) + "?"), 0, "32 0 8 5 0", true},
       {front, 1, "code 3", false},
   };
