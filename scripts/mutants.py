@@ -26,7 +26,8 @@ import time
 TOP = pathlib.Path(__file__).resolve().parent.parent
 FOLDERS = ("src", "common", "codec", "tools")
 PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what test programs load or run
-TESTS = {"kvjpx_tests": ("src", "common"), "codec_test": ("codec",), "kvjpx_tool_tests": FOLDERS}
+TESTS = {"kvjpx_tests": ("src", "common"), "kvjpx_hpp_tests": ("src", "common"), "codec_test": ("codec",),
+         "kvjpx_tool_tests": FOLDERS}
 REPLAYS = {f"kvjpx_fuzz_replay_{name}": name for name in ("load", "edit", "fields", "reader", "stream", "decode")}
 
 SWAPS = [pair for a, b in (("==", "!="), ("<", "<="), (">", ">="), ("&&", "||"), ("+", "-"), ("<<", ">>"),
@@ -54,8 +55,8 @@ def mutants_of(path):
 
 
 def limit_resources():
-    resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
-    resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
+    resource.setrlimit(resource.RLIMIT_AS, (16 << 30, 16 << 30))  # tests map 4 GiB
+    resource.setrlimit(resource.RLIMIT_FSIZE, (5 << 30, 5 << 30))
 
 
 class Worker:

@@ -74,9 +74,6 @@ TEST(Hpp, FieldsAreReadChangedAndWritten) {
   EXPECT_TRUE(colour.set<colr::prec>(-2));
   EXPECT_EQ(colour.get<colr::prec>().value(), -2);
   EXPECT_EQ(colour.set<colr::prec>(128).code(), JPX_ERR_INVALID_ARGUMENT);
-  EXPECT_TRUE(colour.set<colr::meth>(KV_JPX_METH_VENDOR));
-  EXPECT_TRUE(colour.set_bytes<colr::uuid>(std::string(16, 'u')));
-  EXPECT_EQ(colour.bytes<colr::uuid>().value().text(), std::string(16, 'u'));
 
   const TempFile target;
   ASSERT_TRUE(file.save(target.path()));
@@ -107,17 +104,12 @@ TEST(Hpp, BoxesAreAddedAndRemovedWhileTheyAreGoneOver) {
   // Among them the box with identifier 0, and in containers that go.
   document nested = read_file(box("asoc", box("asoc", box("lbl ", "1")) + box("lbl ", "2")) +
                               box("asoc", box("lbl ", "3")));
-  std::string depths;
-  for (auto i = nested.boxes().begin(); i != walk_iterator(); ++i) {
-    depths += i->type().name() + std::to_string(i.depth()) + " ";
-  }
-  EXPECT_EQ(depths, "asoc0 asoc1 lbl2 lbl1 asoc0 lbl1 ");
   std::string met_below;
-  for (kvjpx::box here : nested.boxes()) {
-    met_below += here.path() + " ";
-    if (here.path() == "asoc[0]/asoc") here.remove().value();  // with its content
+  for (auto i = nested.boxes().begin(); i != walk_iterator(); ++i) {
+    met_below += i->path() + " " + std::to_string(i.depth()) + " ";
+    if (i->path() == "asoc[0]/asoc") i->remove().value();  // with its content
   }
-  EXPECT_EQ(met_below, "asoc[0] asoc[0]/asoc asoc[0]/lbl asoc[1] asoc[1]/lbl ");
+  EXPECT_EQ(met_below, "asoc[0] 0 asoc[0]/asoc 1 asoc[0]/lbl 1 asoc[1] 0 asoc[1]/lbl 1 ");
   for (kvjpx::box label : nested.boxes("lbl")) EXPECT_TRUE(label.remove());
   EXPECT_EQ(nested.first("lbl"), kvjpx::box());
   for (kvjpx::box here : nested.boxes("asoc")) EXPECT_TRUE(here.remove());
@@ -133,7 +125,6 @@ TEST(Hpp, PathsLeadToTheirBoxes) {
     EXPECT_EQ(paths.path(here), path);
     EXPECT_EQ(file.find(path).value(), here) << path;
     EXPECT_EQ(paths.find(path).value(), here) << path;
-    EXPECT_EQ(file.find("#" + std::to_string(here.id())).value(), here);
   }
   EXPECT_EQ(file.find("asoc[0x1]//lbl[1]/")->payload()->text(), "y");
   EXPECT_EQ(file.find("asoc[1]")->find("a%2fb%ff")->path(), "asoc[1]/a%2fb%ff");
@@ -181,7 +172,6 @@ TEST(Hpp, FailuresTellAllThatTheLibraryKnows) {
   EXPECT_EQ(refused.error().box_type(), type("xml"));
   EXPECT_NE(refused.error().text().find("at offset"), std::string::npos);
   EXPECT_THROW(refused.value(), error);
-  EXPECT_THROW(document::open("/nowhere/at/all").value(), error);
   EXPECT_EQ(width_without_exceptions(jp2_file()), 5u);
   EXPECT_DEATH(width_without_exceptions(box("free")), "kvjpx: jp2h/ihdr: there is no box 'jp2h'");
 

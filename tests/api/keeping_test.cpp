@@ -55,13 +55,15 @@ TEST(Extent, TellsWhereABoxStands) {
     bool is_only_kept;
   } rows[] = {
       {front + box("xml ", "abc"), kNothing, "0 0 0 21 0", false},
-      {front + "tail", kNothing, "0 0 0 14 4", true},
       {front + xl_box("xml ", "abc"), 1, "1 10 16 3 0", false},
-      {asoc(front) + open_ended_box("xml ", "abc"), 2, "2 18 8 3 0", false},
-      {asoc(front + "tail"), 0, "0 0 8 14 4", true},
+      {front + open_ended_box("xml ", "abc"), 1, "2 10 8 3 0", false},
+      {front + "tail", kNothing, "0 0 0 14 4", true},
       {asoc(cut_short_box("xml ", "a")) + front, 1, "16 8 8 1 0", true},
       {box("ihdr", "short"), 0, "40 0 8 5 0", true},
       {box("res ", front), 0, "32 0 8 10 0", false},
+      // A box that became opaque leaves no trace of what was read in it.
+      {box("dtbl", be16(5) + box("free") + "tail") + box("mdat", "x"), 0, "8 0 8 14 0", true},
+      {box("dtbl", be16(5) + box("free") + "tail") + box("mdat", "x"), 1, "0 22 8 1 0", true},
       {box("nlst", be32(1) + "?"), 0, "32 0 8 5 0", true},
       {front, 1, "code 3", false},
   };
@@ -88,17 +90,14 @@ TEST(Extent, KnowsWhatWasChangedAndAdded) {
 }
 
 TEST(Findings, AreInTheOrderOfTheFile) {
-  std::string deep = box("asoc", box("free", "x"));
-  for (int i = 0; i < 256; ++i) deep = box("asoc", deep);
   const std::string file = asoc(box("free") + "tail") + box("res ", box("resc", "short")) +
-                           box("asoc", be32(7) + "free") + box("asoc", cut_short_box("lbl ", "l")) +
-                           box("asoc", box("nlst", be32(1) + "?")) + deep +
-                           cut_short_box("\1zzz", "");
+                           asoc(be32(7) + "free") + asoc(cut_short_box("lbl ", "l")) +
+                           asoc(box("nlst", be32(1) + "?")) +
+                           nested("asoc", 257, box("free", "x")) + cut_short_box("\1zzz", "");
   KeptDocument document(file);
   std::string texts;
   kv_jpx_finding finding = {};
   EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_ERR_INVALID_ARGUMENT);
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, nullptr), JPX_ERR_INVALID_ARGUMENT);
   finding.size = sizeof(finding);
   for (uint32_t i = 0; kv_jpx_get_finding(document.get(), i, &finding) == JPX_OK; ++i) {
     texts += std::to_string(finding.kind) + " #" +
@@ -129,14 +128,9 @@ TEST(Keeping, GivesHeadersTheirLengthsAndTakesThemBack) {
   } rows[] = {
       {open, kNothing, leaf + more},
       {open_ended_box("asoc", open), 0, open_ended_box("asoc", leaf + more)},
-      {asoc(asoc(open)), kNothing, asoc(asoc(leaf)) + more},
       {asoc(asoc(open)), 0, asoc(asoc(leaf) + more)},
-      {cut, kNothing, leaf + more},
       {asoc(cut) + leaf, 0, asoc(leaf + more) + leaf},
       {asoc(cut) + leaf, kNothing, asoc(cut) + leaf + more},
-      {cut_short_box("asoc", leaf), 0, asoc(leaf + more)},
-      {xl_box("asoc", xl_box("asoc") + leaf), 1, xl_box("asoc", xl_box("asoc", more) + leaf)},
-      {leaf + "tail", kNothing, leaf + more + "tail"},
       {asoc(leaf + "tail") + leaf, 0, asoc(leaf + more + "tail") + leaf},
   };
   for (const auto& row : rows) {
@@ -147,16 +141,6 @@ TEST(Keeping, GivesHeadersTheirLengthsAndTakesThemBack) {
     EXPECT_EQ(kv_jpx_delete_box(document.get(), id), JPX_OK);
     EXPECT_EQ(document.written(), row.file);
   }
-}
-
-TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
-  KeptDocument document(asoc(xl_box("nlst", be32(1) + be32(2) + "?") + box("free")));
-  EXPECT_EQ(document.set(1, JPX_FIELD_NLST_AN, 3, 1), JPX_OK);
-  EXPECT_EQ(document.set_bytes(2, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
-  EXPECT_EQ(document.written(), asoc(xl_box("nlst", be32(1) + be32(3) + "?") + box("free", "new")));
-  KeptDocument followed(asoc(open_ended_box("lbl ", "l")) + "tail");
-  EXPECT_EQ(followed.set_bytes(1, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
-  EXPECT_EQ(followed.written(), asoc(box("lbl ", "new")) + "tail");
 }
 
 std::string fragments(std::initializer_list<std::array<uint64_t, 3>> list) {
@@ -180,13 +164,8 @@ TEST(Keeping, LetsFragmentsFollowTheirBytes) {
   EXPECT_EQ(document.value(1, JPX_FIELD_FLST_OFF), 82u) << "the field stays";
   EXPECT_EQ(document.set(1, JPX_FIELD_FLST_OFF, 85), JPX_OK);
   EXPECT_EQ(document.written(), box("free") + list(93, 94) + data) << "of changed lists, too";
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 1, &finding), JPX_ERR_INVALID_ARGUMENT);
   document.set_bytes(2, JPX_FIELD_JP2C_DATA, "xyz");
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(document.written(), box("free") + list(85, 86) + box("mdat", "xyz") + "tail");
-  }
-  EXPECT_EQ(kv_jpx_get_finding(document.get(), 0, &finding), JPX_OK);
-  EXPECT_EQ(finding.kind, KV_JPX_FINDING_TRAILING);
+  EXPECT_EQ(document.written(), box("free") + list(85, 86) + box("mdat", "xyz") + "tail");
   EXPECT_EQ(kv_jpx_get_finding(document.get(), 2, &finding), JPX_OK);
   EXPECT_EQ(finding.kind, KV_JPX_FINDING_FRAGMENT);
   EXPECT_STREQ(finding.text,
@@ -200,7 +179,6 @@ TEST(Keeping, GrowsHeadersAtFourGibibytes) {
   file.resize(kMost);
   KeptDocument document;
   ASSERT_EQ(kv_jpx_set_input_image_file(document.get(), file.path()), JPX_OK);
-  EXPECT_EQ(extent_of(document, 1), "32 8 8 4294967279 0");
   const auto length = [&] {
     char byte;
     void* data = &byte;
@@ -211,8 +189,6 @@ TEST(Keeping, GrowsHeadersAtFourGibibytes) {
   EXPECT_EQ(length(), kMost);
   document.append("free", 0);
   EXPECT_EQ(length(), kMost + 8 + 8) << "the container's header has grown";
-  document.append("free", KV_JPX_ROOT);
-  EXPECT_EQ(length(), kMost + 8 + 8 + 8);
 }
 
 // Large pieces are copied inside the system where it does that.
@@ -260,30 +236,10 @@ TEST(Keeping, CopiesFilesWhateverTheSystemRefuses) {
   close(pipes[1]);
 }
 
-TEST(Keeping, NoticesAnInputThatWasCutShort) {
-  for (const bool is_changed : {false, true}) {
-    for (const bool is_file : {false, true}) {
-      TempFile input(box("lbl ", "old") + box("jp2c", pattern(200'000)));
-      const TempFile output("what was there");
-      KeptDocument document;
-      ASSERT_EQ(kv_jpx_set_input_image_mapped(document.get(), input.path()), JPX_OK);
-      if (is_changed) document.set_bytes(0, JPX_FIELD_JP2C_DATA, "label");
-      input.resize(100);
-      void* data = nullptr;
-      uint64_t length = 0;
-      EXPECT_EQ(is_file ? kv_jpx_get_output_image_file(document.get(), output.path())
-                        : kv_jpx_get_output_image(document.get(), &data, &length),
-                JPX_ERR_READ_PAST_END);
-      EXPECT_EQ(output.contents(), "what was there");
-    }
-  }
-}
-
 // Code, box, type and place of the last error, and the sentence.
 std::string last_error(kv_jpx_context* context) {
   kv_jpx_error_info info = {};
   EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_ERR_INVALID_ARGUMENT);
-  EXPECT_EQ(kv_jpx_get_last_error(context, nullptr), JPX_ERR_INVALID_ARGUMENT);
   info.size = sizeof(info);
   EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_OK);
   return std::to_string(info.code) + ' ' + std::to_string(static_cast<int32_t>(info.box_id)) + ' ' +
@@ -301,9 +257,6 @@ TEST(LastError, SaysWhatWasWrongAndWhere) {
     EXPECT_EQ(kv_jpx_set_output_type(context, KV_JPX_OUTPUT_JPX), JPX_OK);
     EXPECT_EQ(last_error(context),
               "6 1 free 12: a box of this type may not stand there in box 'free' at offset 12");
-    EXPECT_EQ(kv_jpx_delete_box(context, 99), JPX_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(last_error(context),
-              "3 -1 none -1: an argument or value out of range, or no such box");
     if (keeps) {
       EXPECT_EQ(kv_jpx_set_input_image_file(context, "/nonexistent"), JPX_ERR_OPEN_FILE);
       EXPECT_EQ(last_error(context), "100 -1 none -1: the file cannot be opened");
@@ -318,53 +271,38 @@ TEST(LastError, SaysWhatWasWrongAndWhere) {
 }
 
 TEST(Walking, GoesBackAndUp) {
-  for (const bool keeps : {false, true}) {
-    KeptDocument document(keeps);
-    ASSERT_EQ(document.load(asoc(box("lbl ") + box("roid", be8(0))) + box("free")), JPX_OK);
-    kv_jpx_context* const context = document.get();
-    uint32_t out = 99;
-    const std::array<uint32_t, 2> expected[] = {
-        {kNothing, kNothing}, {kNothing, 0}, {1, 0}, {0, kNothing}};
-    for (uint32_t id = 0; id < 4; ++id) {
-      EXPECT_EQ(kv_jpx_get_previous_box_id(context, id, &out), JPX_OK);
-      EXPECT_EQ(out, expected[id][0]);
-      EXPECT_EQ(kv_jpx_get_parent_box_id(context, id, &out), JPX_OK);
-      EXPECT_EQ(out, expected[id][1]);
-    }
-    document.append("nlst", 0);
-    document.append("free", kNothing);
-    EXPECT_EQ(document.tree(), "asoc(lbl ,roid,nlst),free,free");
-    const auto resize = [&](uint32_t id, uint32_t key, uint64_t count) {
-      return kv_jpx_set_box_field_count(context, id, key, count);
-    };
-    const uint32_t list = JPX_FIELD_ROID_RTYP;
-    for (const int32_t code : {kv_jpx_get_previous_box_id(context, 99, &out),
-                               kv_jpx_get_parent_box_id(context, 99, &out),
-                               kv_jpx_get_parent_box_id(context, kNothing, &out),
-                               kv_jpx_get_previous_box_id(context, 1, nullptr),
-                               kv_jpx_get_parent_box_id(context, 1, nullptr),
-                               kv_jpx_append_box(context, code("free"), 3, nullptr),
-                               resize(99, list, 1), resize(2, list, 256)}) {
-      EXPECT_EQ(code, JPX_ERR_INVALID_ARGUMENT);
-    }
-    EXPECT_EQ(kv_jpx_append_box(context, code("resc"), 0, nullptr), JPX_ERR_CANNOT_MAKE_BOX);
-    EXPECT_EQ(resize(2, JPX_FIELD_JP2C_DATA, 1), JPX_ERR_NO_SUCH_FIELD);
-    EXPECT_EQ(resize(1, JPX_FIELD_JP2C_DATA, 1), JPX_ERR_NO_SUCH_FIELD);
-    EXPECT_EQ(resize(2, list, 255), JPX_OK);
-    EXPECT_EQ(resize(2, list, 2), JPX_OK);
-    EXPECT_EQ(document.content(2), be8(2) + std::string(38, '\0'));
+  KeptDocument document(asoc(box("lbl ") + box("roid", be8(0))) + box("free"));
+  kv_jpx_context* const context = document.get();
+  uint32_t out = 99;
+  const std::array<uint32_t, 2> expected[] = {
+      {kNothing, kNothing}, {kNothing, 0}, {1, 0}, {0, kNothing}};
+  for (uint32_t id = 0; id < 4; ++id) {
+    EXPECT_EQ(kv_jpx_get_previous_box_id(context, id, &out), JPX_OK);
+    EXPECT_EQ(out, expected[id][0]);
+    EXPECT_EQ(kv_jpx_get_parent_box_id(context, id, &out), JPX_OK);
+    EXPECT_EQ(out, expected[id][1]);
   }
-}
-
-TEST(FieldNames, AreFoundByType) {
+  const auto resize = [&](uint32_t id, uint32_t key, uint64_t count) {
+    return kv_jpx_set_box_field_count(context, id, key, count);
+  };
+  const uint32_t list = JPX_FIELD_ROID_RTYP;
+  for (const int32_t code :
+       {kv_jpx_get_previous_box_id(context, 99, &out), kv_jpx_get_parent_box_id(context, 99, &out),
+        kv_jpx_get_parent_box_id(context, kNothing, &out),
+        kv_jpx_append_box(context, code("free"), 3, nullptr), resize(99, list, 1),
+        resize(2, list, 256)}) {
+    EXPECT_EQ(code, JPX_ERR_INVALID_ARGUMENT);
+  }
+  EXPECT_EQ(kv_jpx_append_box(context, code("resc"), 0, nullptr), JPX_ERR_CANNOT_MAKE_BOX);
+  EXPECT_EQ(resize(1, JPX_FIELD_JP2C_DATA, 1), JPX_ERR_NO_SUCH_FIELD);
+  EXPECT_EQ(resize(2, list, 255), JPX_OK);
+  EXPECT_EQ(resize(2, list, 2), JPX_OK);
+  EXPECT_EQ(document.content(2), be8(2) + std::string(38, '\0'));
   kv_jpx_field_info info = {};
-  EXPECT_EQ(kv_jpx_find_field(code("ihdr"), "HEIGHT", &info), JPX_OK);
-  EXPECT_EQ(info.key, uint32_t{JPX_FIELD_IHDR_HEIGHT});
   EXPECT_EQ(kv_jpx_find_field(code("zzzz"), "DATA", &info), JPX_OK);
   EXPECT_EQ(info.key, uint32_t{JPX_FIELD_JP2C_DATA});
   EXPECT_EQ(kv_jpx_find_field(code("zzzz"), "HEIGHT", &info), JPX_ERR_NO_SUCH_FIELD);
   EXPECT_EQ(kv_jpx_find_field(code("ihdr"), nullptr, &info), JPX_ERR_INVALID_ARGUMENT);
-  EXPECT_EQ(kv_jpx_find_field(code("ihdr"), "HEIGHT", nullptr), JPX_ERR_INVALID_ARGUMENT);
 }
 
 }  // namespace

@@ -18,7 +18,6 @@ TEST(Parser, TakesEveryHeaderForm) {
   TestDocument document(box("asoc", xl_box("bbbb") + box("cccc", "c")) +
                         open_ended_box("dddd", "rest"));
   EXPECT_EQ(document.written(), box("asoc", box("bbbb") + box("cccc", "c")) + box("dddd", "rest"));
-  EXPECT_EQ(TestDocument(open_ended_box("jp2h", image_header_box())).tree(), "jp2h(ihdr)");
   // A length below that of the header stands for an empty box.
   const std::string long_form = be32(1) + "aaaa";
   for (const std::string& header : {be32(2) + "aaaa", be32(7) + "aaaa", long_form + be64(0),
@@ -29,12 +28,10 @@ TEST(Parser, TakesEveryHeaderForm) {
 
 TEST(Parser, RaisesForBoxesThatReachTooFar) {
   const std::string cases[] = {
-      box("asoc", be32(9) + "lbl "),                          // past its container
       box("asoc", be32(9) + "lbl ") + box("lbl "),            // though not past the file
       box("asoc", be32(0) + "lbl ") + box("lbl "),            // to the file's end, likewise
       box("asoc", std::string(7, 'x')),                       // no room for a header
       box("asoc", be32(1) + "lbl " + be32(0)) + box("lbl "),  // no room for the XLBox
-      be32(1) + "lbl " + be64(17),                            //
       be32(1) + "lbl " + be64(~uint64_t{0}),                  // an end that wraps around
       be32(0xFFFFFFFF) + "xml ",                              //
       box("jp2h", be32(23) + image_header_box().substr(4)) + box("lbl "),

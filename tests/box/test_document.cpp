@@ -21,12 +21,13 @@ std::string tree_below(const Box* parent) {
   return result;
 }
 
-const Box* find_below(const Box* parent, uint32_t type, int& nth) {
-  for (const Box* child = first_child_of(parent); child != nullptr; child = child->next) {
-    if (child->type == type && nth-- == 0) return child;
-    if (const Box* const deeper = find_below(child, type, nth)) return deeper;
+uint32_t find_below(const Box* parent, uint32_t type) {
+  uint32_t found = KV_JPX_ROOT;
+  for (const Box* box = first_child_of(parent); box != nullptr && found == KV_JPX_ROOT;
+       box = box->next) {
+    found = box->type == type ? box->id : find_below(box, type);
   }
-  return nullptr;
+  return found;
 }
 
 std::string first_parent(std::string_view type) {
@@ -38,9 +39,8 @@ std::string first_parent(std::string_view type) {
 
 std::string TestDocument::tree() { return tree_below(get()->root); }
 
-uint32_t TestDocument::find(std::string_view type, int nth) {
-  const Box* const found = find_below(get()->root, type_code(type), nth);
-  return found != nullptr ? found->id : KV_JPX_ROOT;
+uint32_t TestDocument::find(std::string_view type) {
+  return find_below(get()->root, type_code(type));
 }
 
 uint32_t TestDocument::add(std::string_view type, uint32_t reference, int32_t placement) {

@@ -30,8 +30,8 @@ class TestDocument : public TestContext {
   // All boxes by type, children in parentheses: "jP  ,ftyp,jp2h(ihdr,colr)".
   std::string tree();
 
-  // The nth box of a type in the order of the tree; KV_JPX_ROOT when there are fewer.
-  uint32_t find(std::string_view type, int nth = 0);
+  // The first box of a type in the order of the tree; KV_JPX_ROOT when there is none.
+  uint32_t find(std::string_view type);
 
   // Adds a box that must be taken.
   uint32_t add(std::string_view type, uint32_t reference, int32_t placement = kPlaceFirst);
@@ -106,7 +106,6 @@ class BoxUnderTest : public TestDocument {
     return TestDocument::get_code(id, key, index);
   }
   uint64_t value(uint32_t key, uint64_t index = 0) { return TestDocument::value(id, key, index); }
-  uint64_t count(uint32_t key) { return TestDocument::count(id, key).first; }
   std::string field_bytes(uint32_t key) { return TestDocument::field_bytes(id, key); }
   int32_t set_bytes(uint32_t key, std::string_view data, uint32_t element_size = 1) {
     return TestDocument::set_bytes(id, key, data, element_size);

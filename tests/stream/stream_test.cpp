@@ -71,21 +71,15 @@ INSTANTIATE_TEST_SUITE_P(Sources, EveryReader, ::testing::Values(kMemory, kFile,
 
 TEST_P(EveryReader, StopsAtTheInnermostLimitOnly) {
   Stream* const stream = open(env);
-  bs_pop_read_limit(env, stream);
-  EXPECT_EQ(bs_get_current_read_limit(env, stream), 10u);
-  bs_push_read_limit(env, stream, 7);
-  EXPECT_EQ(bs_push_read_limit(env, stream, 8), stream->limits);
-  EXPECT_EQ(read_string(env, stream, 6), contents.substr(0, 6));
-  EXPECT_EQ(bs_read_4_byte_big(env, stream), 0u);
-  EXPECT_EQ(read_string(env, stream, 3), "###");
-  EXPECT_EQ(bs_at_limit(env, stream), 0u);
-  EXPECT_EQ(bs_read_2_byte_big(env, stream), 0x0708u) << "past the outer limit";
+  bs_push_read_limit(env, stream, 3);
+  EXPECT_EQ(bs_push_read_limit(env, stream, 4), stream->limits);
+  EXPECT_EQ(read_string(env, stream, 5), "#####");
+  EXPECT_EQ(bs_read_4_byte_big(env, stream), 0x01020304u) << "past the outer limit";
   EXPECT_EQ(bs_at_limit(env, stream), 1u);
-  EXPECT_EQ(bs_at_eof(env, stream), 0u);
   bs_pop_read_limit(env, stream);
   EXPECT_EQ(bs_read_1_byte(env, stream), 0u) << "already behind the limit";
   bs_push_read_limit(env, stream, 10);
-  EXPECT_EQ(bs_read_4_byte_big(env, stream), 0u) << "tested before the end of the file";
+  EXPECT_EQ(bs_read_8_byte_big(env, stream), 0u) << "tested before the end of the file";
 }
 
 TEST_P(EveryReader, RaisesForWhatItCannotDo) {
@@ -96,7 +90,6 @@ TEST_P(EveryReader, RaisesForWhatItCannotDo) {
       {read, JPX_ERR_BUFFER_TOO_SMALL},  // what lies behind the end
       {[](auto* e, auto* s) { bs_read_memcpy(e, s, nullptr, ~0ull); }, JPX_ERR_BUFFER_TOO_SMALL},
       {[](auto* e, auto* s) { bs_set_current_position(e, s, 11); }, JPX_ERR_BUFFER_TOO_SMALL},
-      {[](auto* e, auto* s) { bs_map_pointer(e, s, 1); }, JPX_ERR_BUFFER_TOO_SMALL},
       {[](auto* e, auto* s) { bs_map_pointer(e, s, ~0ull); }, JPX_ERR_BUFFER_TOO_SMALL},
       {write, JPX_ERR_INTERNAL},  // what is a writer's
       {[](auto* e, auto* s) { bs_write_n_byte(e, s, 0, 0, 0); }, JPX_ERR_INTERNAL},
@@ -113,9 +106,8 @@ TEST_P(EveryReader, RaisesForWhatItCannotDo) {
   }
   EXPECT_EQ(code_of([&](auto* e) { read(e, bs_writer_to_buffer(e, nullptr, 0)); }),
             JPX_ERR_INTERNAL);
-  for (const Act act : {read, write, Act(bs_destroy)}) {
-    EXPECT_EQ(code_of([&](auto* e) { act(e, nullptr); }), act == bs_destroy ? 0 : JPX_ERR_INTERNAL);
-  }
+  EXPECT_EQ(code_of([&](auto* e) { read(e, nullptr); }), JPX_ERR_INTERNAL);
+  bs_destroy(env, nullptr);
 }
 
 class FileReader : public EveryReader {
@@ -165,22 +157,13 @@ TEST_P(FileReader, FindsLaterViewsWhereItsKindLooksForThem) {
   EXPECT_EQ(code_of(third_view), 0);
   std::filesystem::resize_file(file.path(), 3 * kView);
   EXPECT_EQ(code_of(third_view), leaps ? JPX_ERR_READ_PAST_END : 0);
-}
-
-TEST_P(FileReader, SeeksNearTheEndOfABigFileThroughAMappingOnly) {
-  fill(kView + 1000, {{1000, 'a'}, {kView + 500, 'b'}});
-  Stream* const stream = open(env);
-  bs_set_current_position(env, stream, 1000);
-  EXPECT_EQ(bs_read_1_byte(env, stream), uint64_t{'a'}) << "of the last whole view";
-  bs_set_current_position(env, stream, 0);
-  EXPECT_EQ(bs_map_pointer(env, stream, kView + 1000)[kView + 500], 'b') << "larger than a view";
   EXPECT_EQ(code_of([&](Environment* e) {
-              Stream* const fresh = open(e);
-              bs_set_current_position(e, fresh, 1001);
-              bs_set_current_position(e, fresh, kView + 500);
-              EXPECT_EQ(bs_read_1_byte(e, fresh), uint64_t{'b'});
+              Stream* const stream = open(e);
+              EXPECT_EQ(bs_map_pointer(e, stream, kView + 1)[kView], '1') << "larger than a view";
+              bs_set_current_position(e, stream, 2 * kView + 1);
+              bs_set_current_position(e, stream, 3 * kView - 1);
             }),
-            GetParam() == kFile ? JPX_ERR_INTERNAL : 0);
+            leaps ? JPX_ERR_INTERNAL : 0);
 }
 
 TEST_P(FileReader, IsClosedWithItsRecordByAnErrorExitAndByTheEndOfItsContext) {
@@ -220,39 +203,29 @@ TEST(Numbers, HaveBothByteOrders) {
     Stream* const writer = bs_writer_to_file(env, file.path(), 0);
     write(env, writer, 0x0102030405060708);
     EXPECT_EQ(bs_get_file_size(env, writer), stored.size()) << "no more than the write needs";
-    for (const uint32_t no_width : {0, 9}) bs_write_n_byte(env, writer, 1, no_width, 0);
     bs_set_eof(env, writer);
     for (int i = 0; i < 2; ++i) bs_destroy(env, writer);
     EXPECT_EQ(file.contents(), stored);
-    const std::string longer = stored + "and more";
-    Stream* const reader = bs_reader_from_buffer(env, longer.data(), longer.size());
-    for (const uint32_t no_width : {0, 9}) EXPECT_EQ(bs_read_n_byte(env, reader, no_width, 0), 0u);
+    Stream* const reader = bs_reader_from_buffer(env, stored.data(), stored.size());
     EXPECT_EQ(read(env, reader), 0x0102030405060708 & (~uint64_t{0} >> (64 - 8 * stored.size())));
   }
 }
 
-TEST(FileWriter, TakesViewsFromTheLimitOfTheEnvironment) {
+TEST(FileWriter, RaisesTheSystemsRefusalsAndGrowsByItsView) {
   const TempFile file;
   for (const auto open : {bs_writer_to_file, bs_writer_to_mmap}) {
-    for (const size_t view : {100, 3000}) {
-      TestContext context;
-      context.env()->stream_view_limit = 200;
-      Stream* const stream = open(context.env(), file.path(), view);
-      bs_write_1_byte(context.env(), stream, 1);
-      bs_destroy(context.env(), stream);
-      EXPECT_EQ(file.contents(), bytes({1}) + std::string(view == 100 ? 99 : 199, '\0'));
-    }
-  }
-}
-
-TEST(FileWriter, RaisesTheSystemsRefusals) {
-  for (const auto open : {bs_writer_to_file, bs_writer_to_mmap}) {
     const auto write_to = [&](const char* path) {
-      return code_of([&](Environment* e) { bs_write_1_byte(e, open(e, path, 100), 1); });
+      return code_of([&](Environment* e) {
+        e->stream_view_limit = 200;
+        Stream* const stream = open(e, path, 3000);
+        bs_write_1_byte(e, stream, 1);
+        bs_destroy(e, stream);
+      });
     };
-    EXPECT_EQ(code_of([&](Environment* e) { bs_destroy(e, open(e, "/", 100)); }), 0);
     EXPECT_EQ(write_to("/"), JPX_ERR_OPEN_FILE);
     EXPECT_EQ(write_to("/dev/full"), JPX_ERR_FILE_IO);
+    EXPECT_EQ(write_to(file.path()), 0);
+    EXPECT_EQ(file.contents(), bytes({1}) + std::string(199, '\0')) << "up to the limit";
     EXPECT_EQ(code_of([&](Environment* e) { bs_set_eof(e, open(e, "/dev/null", 100)); }), 0)
         << "it has no length";
   }
@@ -315,11 +288,9 @@ TEST(CopyFromStream, RefusesWhatItCannotDo) {
     std::filesystem::resize_file(path, 50);
     return stream;
   };
-  EXPECT_EQ(copy(nothing, reader, 0), JPX_ERR_INTERNAL);
   EXPECT_EQ(copy(bounded, nothing, 0), JPX_ERR_INTERNAL);
   EXPECT_EQ(copy(reader, reader, 0), JPX_ERR_INTERNAL);
   EXPECT_EQ(copy(bounded, bounded, 0), JPX_ERR_INTERNAL);
-  EXPECT_EQ(copy(stepless, reader, 0), 0);
   EXPECT_EQ(copy(stepless, reader, 1), JPX_ERR_INTERNAL) << "it would never end";
   EXPECT_EQ(copy(bounded, shrunk, 100), JPX_ERR_READ_PAST_END);
 }
@@ -335,13 +306,11 @@ std::string loaded(const char* path) {
 TEST(RawFile, IsLoadedAndWrittenWhole) {
   const TempFile to("longer than what is written into it");
   write_raw_data(to.path(), "raw", 3);
-  EXPECT_EQ(loaded(to.path()), "raw");
-  write_raw_data(to.path(), nullptr, 0);
-  EXPECT_EQ(loaded(to.path()), "");
+  EXPECT_EQ(to.contents(), "raw");
 
   // The standard streams.
   const int original = dup(0);
-  for (const size_t size : {0, 5, 0x80000, 0x100000, 0x100001}) {
+  for (const size_t size : {0, 0x80000, 0x100001}) {
     const TempFile file(pattern(size));
     EXPECT_TRUE(loaded(file.path()) == pattern(size)) << size;
     const int descriptor = open(file.path(), O_RDONLY);
