@@ -156,12 +156,10 @@ TEST(Hpp, PayloadsOfAnUnchangedBoxAreNotCopied) {
     EXPECT_FALSE(payload.is_owned());
     EXPECT_EQ(payload.text(), here.bytes<opaque::data>()->text());
   }
-  EXPECT_EQ(file.first("ihdr").payload().code(), JPX_ERR_NO_SUCH_FIELD);
   EXPECT_EQ(file.first("ihdr").source_content()->text(), image_header_box().substr(8));
   ASSERT_TRUE(xml.set_payload(std::string_view("<b/>")));
   EXPECT_EQ(xml.payload()->text(), "<b/>");
   EXPECT_EQ(xml.extent()->flags, KV_JPX_BOX_LONG_HEADER | KV_JPX_BOX_CHANGED);
-  EXPECT_EQ(file.root().append("free")->extent().code(), JPX_ERR_NO_SUCH_FIELD);
 }
 
 TEST(Hpp, FailuresTellAllThatTheLibraryKnows) {

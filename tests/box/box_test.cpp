@@ -1,4 +1,4 @@
-// The box record, the operations that box types share, and trees of boxes.
+// The box record and its header, and the links between boxes.
 #include "box/box.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 
 #include "box/basic.h"
 #include "box/super.h"
-#include "box/test_document.h"
-#include "support/files.h"
+#include "support/bytes.h"
+#include "support/test_context.h"
 
 namespace kvjpx::test {
 namespace {
@@ -58,21 +58,6 @@ TEST(SiblingLinks, FollowInsertAndRemove) {
   EXPECT_EQ(parent.first_child, nullptr);
   jpx_insert_box(&inserted, &b);
   EXPECT_EQ(inserted.next, nullptr);
-}
-
-// The payload of a basic box lies in the input until the box is given its own.
-TEST(BasicBox, ReadsItsPayloadAgainAndAgain) {
-  TestDocument document(box("xml ", "first") + open_ended_box("jp2c", "to the end"));
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(document.content(1), "to the end");
-    EXPECT_EQ(document.field_bytes(0, JPX_FIELD_JP2C_DATA), "first");
-    EXPECT_EQ(document.content(0), "first");
-  }
-  void* data = nullptr;
-  uint64_t length = 1;
-  const uint32_t empty = document.add("free", 0, kPlaceAfter);
-  EXPECT_EQ(document.count(empty, JPX_FIELD_JP2C_DATA), std::make_pair(uint64_t{0}, 1u));
-  EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), empty, &length, &data), JPX_ERR_NO_SUCH_FIELD);
 }
 
 }  // namespace

@@ -40,16 +40,6 @@ TEST(Parser, RaisesForBoxesThatReachTooFar) {
   EXPECT_EQ(TestDocument(box("asoc", open_ended_box("lbl ", "end"))).tree(), "asoc(lbl )");
 }
 
-TEST(Parser, RaisesForEveryTruncation) {
-  for (const TypeRule& rule : type_rules()) {
-    const std::string file = in_parents(rule.type, xl_box(rule.type, rule.payload));
-    EXPECT_EQ(load_code(file), JPX_OK);
-    for (size_t length = 1; length < file.size(); ++length) {
-      EXPECT_EQ(load_code(file.substr(0, length)), JPX_ERR_READ_PAST_END) << rule.type;
-    }
-  }
-}
-
 TEST(Parser, SkipsWhatAReaderDoesNotTake) {
   for (const char* type :
        {"ihdr", "resc", "copt", "ulst", "roid", "flst", "cdef", "opct", "rreq"}) {

@@ -244,6 +244,7 @@ TEST(Codestream, EachSegmentTooManyOrTooFewIsAProblem) {
   const std::string ppt = segment(kPpt, bytes({0, 9}));
   EXPECT_EQ(problems_of(grown(1, ppt)), "tlm-length TLM 22 16 (1)");
   EXPECT_EQ(problems_of(grown(1, cod(3))), "step-count COD 10 4 (1); tlm-length TLM 34 16 (1)");
+  EXPECT_EQ(problems_of(grown(1, qcd(1))), "step-count QCD 7 4; tlm-length TLM 25 16 (1)");
   EXPECT_EQ(problems_of(grown(2, cod(2))), "misplaced COD 0 65362; tlm-length TLM 43 26 (2)");
   const auto packed = [&](const std::string& headers) {
     return sample(segment(kPpm, be8(1) + headers.substr(3)) +
