@@ -205,6 +205,7 @@ int32_t kv_jpx_move_box(kv_jpx_context* context, uint32_t id, uint32_t reference
     Box* const place = find_box(live, reference);
     const bool is_known = placement >= KV_JPX_PLACE_BEFORE && placement <= KV_JPX_PLACE_LAST_CHILD;
     if (place == nullptr || !is_known) return JPX_ERR_INVALID_ARGUMENT;
+    note_place(live, place);
     return move_box(live, box, place,
                     placement == KV_JPX_PLACE_LAST_CHILD ? kLastChild : placement);
   });

@@ -261,8 +261,7 @@ TEST(Keeping, LetsFragmentsFollowTheirBytes) {
   KeptDocument moved(fragments({{72, 1, 0}}) + fragments({{73, 1, 0}}) + box("mdat", "ab"));
   EXPECT_EQ(kv_jpx_move_box(moved.get(), 2, 0, KV_JPX_PLACE_BEFORE), JPX_OK);
   EXPECT_EQ(kv_jpx_move_box(moved.get(), 4, 2, KV_JPX_PLACE_BEFORE), JPX_OK);
-  EXPECT_EQ(moved.written(),
-            box("mdat", "ab") + fragments({{9, 1, 0}}) + fragments({{8, 1, 0}}));
+  EXPECT_EQ(moved.written(), box("mdat", "ab") + fragments({{9, 1, 0}}) + fragments({{8, 1, 0}}));
 }
 
 TEST(Keeping, GrowsHeadersAtFourGibibytes) {
