@@ -61,7 +61,9 @@ enum kv_jpx_placement {
   /** Directly after the reference. */
   KV_JPX_PLACE_AFTER = 1,
   /** As first child of the reference. */
-  KV_JPX_PLACE_FIRST_CHILD = 2
+  KV_JPX_PLACE_FIRST_CHILD = 2,
+  /** As last child of the reference; of kv_jpx_move_box only. */
+  KV_JPX_PLACE_LAST_CHILD = 3
 };
 
 /* ------------------------------------------------------------------------------- Life cycle */
@@ -435,6 +437,32 @@ KV_JPX_API int32_t kv_jpx_append_box(kv_jpx_context* context, uint32_t type, uin
 /** Deletes a box with everything in it. Its identifier is not used again within this input.
  *  Returns 0; 3 for an unknown identifier or the root; 8. */
 KV_JPX_API int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id);
+
+/**
+ * Moves a box with everything in it. It keeps its identifier and, where everything is kept, its
+ * bytes; fragments (flst) follow.
+ *
+ * reference  identifier of the box that the new place is relative to, which is not in the box.
+ * placement  a kv_jpx_placement; a first child can be the reference of KV_JPX_PLACE_BEFORE, too.
+ * Returns 0; 3 for an unknown identifier, the root, an unknown placement, a place in the box itself
+ * or relative to it, in a box that is not a container, or beside the root, and for a container that
+ * would be nested more than 256 deep; 6 when the type may not stand there; 8.
+ */
+KV_JPX_API int32_t kv_jpx_move_box(kv_jpx_context* context, uint32_t id, uint32_t reference,
+                                   int32_t placement);
+
+/**
+ * Replaces all that stands behind the header of a box by a copy of these bytes. Only where
+ * everything is kept. The box has the fields that its type's reader finds in them; where it does
+ * not take them all, and for containers, it is an opaque box until the file is read anew. Boxes that
+ * were in it are gone.
+ *
+ * length  in bytes.
+ * Returns 0; 3 for an unknown identifier, the root, null data with bytes to copy, and an input of
+ * which not everything is kept; 8.
+ */
+KV_JPX_API int32_t kv_jpx_set_box_content(kv_jpx_context* context, uint32_t id, const void* data,
+                                          uint64_t length);
 
 /**
  * Fetches the payload of an opaque box as a block that the caller releases with kv_jpx_free. Prints

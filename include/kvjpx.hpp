@@ -778,6 +778,14 @@ class box {
     if (container && !previous()) return container.add_first(type);
     return add(type, id_, KV_JPX_PLACE_BEFORE);
   }
+  /** Moves the box with everything in it, as kv_jpx_move_box. */
+  result<void> move(box reference, kv_jpx_placement placement) const {
+    return outcome(kv_jpx_move_box(context(), id_, reference.id(), placement));
+  }
+  /** Replaces all that stands behind the header, as kv_jpx_set_box_content. */
+  result<void> set_content(byte_view content) const {
+    return outcome(kv_jpx_set_box_content(context(), id_, content.data(), content.size()));
+  }
   /** Deletes the box with everything in it; JPX_ERR_INVALID_ARGUMENT for the root. */
   result<void> remove() const { return outcome(kv_jpx_delete_box(context(), id_)); }
 

@@ -2,7 +2,7 @@
 # on standard error how far it is. Standard output is the caller's, who has set -o pipefail.
 
 build_packages="g++ cmake ninja-build pkg-config libopenjp2-7-dev libpng-dev libtiff-dev
-  libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev"
+  libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev libexpat1-dev liblcms2-dev"
 test_packages="libgtest-dev binutils valgrind clang clang-format libclang-rt-14-dev"
 all_packages="clang-tidy cppcheck gcc-aarch64-linux-gnu g++-aarch64-linux-gnu qemu-user llvm"
 

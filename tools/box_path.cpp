@@ -78,6 +78,12 @@ const Box& find_id(const BoxTree& tree, const std::string& digits, const std::st
   return *found;
 }
 
+const Box& follow_step(const BoxTree& tree, const Box& box, const std::string& step,
+                       const std::string& place) {
+  if (box.is_root() && step[0] == '#') return find_id(tree, step.substr(1), place);
+  return find_child(tree, box, parse_step(step, place), place);
+}
+
 }  // namespace
 
 std::string type_name(uint32_t type) {
@@ -120,14 +126,39 @@ const Box& resolve_path(const BoxTree& tree, const std::string& path, const std:
   const Box* box = &tree.root;
   std::istringstream steps(path);
   for (std::string step; std::getline(steps, step, '/');) {
-    if (step.empty()) continue;
-    if (box->is_root() && step[0] == '#') {
-      box = &find_id(tree, step.substr(1), place);
-    } else {
-      box = &find_child(tree, *box, parse_step(step, place), place);
-    }
+    if (!step.empty()) box = &follow_step(tree, *box, step, place);
   }
   return *box;
+}
+
+std::vector<const Box*> resolve_paths(
+    const BoxTree& tree, const std::string& path, const std::string& label,
+    const std::function<bool(const Box&, const std::string&)>& is_kind) {
+  const std::string place = label + ": " + path;
+  std::vector<const Box*> boxes = {&tree.root};
+  std::istringstream steps(path);
+  for (std::string step; std::getline(steps, step, '/');) {
+    if (step.empty()) continue;
+    const size_t colon = step.find(':');
+    const size_t star = step.find("[*]");
+    const bool is_of_kind = colon != std::string::npos && step.substr(0, colon) == "uuid";
+    const bool is_all = star != std::string::npos && star + 3 == step.size();
+    std::vector<const Box*> found;
+    for (const Box* box : boxes) {
+      if (!is_of_kind && !is_all) {
+        found.push_back(&follow_step(tree, *box, step, place));
+        continue;
+      }
+      const uint32_t type = parse_type(step.substr(0, is_all ? star : colon), kNoSuchPlace);
+      for (const auto& child : box->children) {
+        if (child->type != type) continue;
+        if (is_all || is_kind(*child, step.substr(colon + 1))) found.push_back(child.get());
+      }
+    }
+    if (found.empty()) throw Failure(kNoSuchPlace, place + ": there is no box '" + step + "'");
+    boxes = std::move(found);
+  }
+  return boxes;
 }
 
 }  // namespace kvjpx_tool

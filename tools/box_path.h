@@ -7,7 +7,9 @@
 #define KVJPX_TOOLS_BOX_PATH_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "box_tree.h"
 #include "failure.h"
@@ -25,6 +27,13 @@ std::string path_of(const Box& box);
 
 // Finds the box that a path names. Throws a Failure with kNoSuchPlace, starting with `label`.
 const Box& resolve_path(const BoxTree& tree, const std::string& path, const std::string& label);
+
+// Finds all boxes that a path names in which a step can be TYPE[*], every box of the type, or
+// uuid:KIND, every uuid box that is of the kind of metadata by `is_kind`. Throws a Failure with
+// kNoSuchPlace when there is none.
+std::vector<const Box*> resolve_paths(
+    const BoxTree& tree, const std::string& path, const std::string& label,
+    const std::function<bool(const Box&, const std::string&)>& is_kind);
 
 }  // namespace kvjpx_tool
 

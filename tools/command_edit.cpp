@@ -1,6 +1,7 @@
-// add, rm and copy: the tree of boxes.
+// add, rm, mv, replace and copy: the tree of boxes.
 #include <algorithm>
 
+#include "box_notation.h"
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
@@ -8,41 +9,57 @@
 namespace kvjpx_tool {
 namespace {
 
-// The container that the new box is to stand in.
-const Box& find_parent(const Document& document, const AddRequest& request, const Box& reference) {
-  if (request.place == AddRequest::Place::kInto) {
-    if (reference.is_container) return reference;
+bool is_inside(const Placement& placement) { return placement.place == KV_JPX_PLACE_LAST_CHILD; }
+
+// The box that the place is relative to, and the container that this makes the parent.
+struct FoundPlace {
+  const Box* reference;
+  const Box* parent;
+};
+
+FoundPlace find_place(const Document& document, const Placement& placement) {
+  const Box& reference = document.find(*placement.reference);
+  if (is_inside(placement)) {
+    if (reference.is_container) return {&reference, &reference};
     throw Failure(kEditRefused, document.place(reference) + ": not a container of boxes");
   }
-  if (!reference.is_root()) return *reference.parent;
+  if (!reference.is_root()) return {&reference, reference.parent};
   throw Failure(kEditRefused, document.place(reference) + ": nothing can stand beside the file");
 }
 
-int32_t add_to_library(const Document& document, uint32_t type, AddRequest::Place place,
-                       const Box& reference, uint32_t* id) {
-  if (place == AddRequest::Place::kInto) {
-    return kv_jpx_append_box(document.context(), type, reference.id, id);
-  }
-  const bool is_before = place == AddRequest::Place::kBefore;
-  if (is_before && reference.parent->children.front().get() == &reference) {
-    return kv_jpx_add_box(document.context(), type, reference.parent->id, KV_JPX_PLACE_FIRST_CHILD,
-                          id);
-  }
-  return kv_jpx_add_box(document.context(), type, reference.id,
-                        is_before ? KV_JPX_PLACE_BEFORE : KV_JPX_PLACE_AFTER, id);
+kvjpx::result<kvjpx::box> add_at(kvjpx::box reference, kvjpx_tool::Placement placement,
+                                 kvjpx::type type) {
+  if (is_inside(placement)) return reference.append(type);
+  return placement.place == KV_JPX_PLACE_BEFORE ? reference.add_before(type)
+                                                : reference.add_after(type);
 }
 
-void set_payload(const Document& document, uint32_t id, const std::string& payload_file,
+kvjpx::box added(const Edit& edit, kvjpx::result<kvjpx::box> result, const std::string& place) {
+  if (result.code() == JPX_ERR_INVALID_ARGUMENT) {
+    throw Failure(kEditRefused, place + ": boxes would be nested more than 256 deep");
+  }
+  return edit.taken(std::move(result), place);
+}
+
+void fill(const Edit& edit, kvjpx::box box, const NotedBox& noted, const std::string& place) {
+  if (noted.content) edit.check(box.set_content(*noted.content), place);
+  for (const NotedBox& inner : noted.boxes) {
+    if (!box.is_container()) throw Failure(kEditRefused, place + ": not a container of boxes");
+    const kvjpx::type type(inner.type);
+    const std::string inner_place = place + ": new box '" + type.name() + "'";
+    fill(edit, added(edit, box.append(type), inner_place), inner, inner_place);
+  }
+}
+
+void set_payload(const Edit& edit, kvjpx::box box, const std::string& payload_file,
                  const std::string& place) {
   const InputFile payload(payload_file);
-  const int32_t code =
-      kv_jpx_set_box_field_buffer(document.context(), id, JPX_FIELD_JP2C_DATA,
-                                  payload.bytes().size(), 1, payload.bytes().data());
-  if (code == JPX_ERR_NO_SUCH_FIELD) {
+  const auto result = box.set_payload(payload.bytes());
+  if (result.code() == JPX_ERR_NO_SUCH_FIELD) {
     throw Failure(kEditRefused,
                   place + ": a box of this type takes no --payload; change its fields with 'set'");
   }
-  if (code != JPX_OK) throw library_failure(place, document.context(), kEditRefused);
+  edit.check(result, place);
 }
 
 // A box has a smaller identifier than what follows it in the file.
@@ -58,46 +75,77 @@ bool goes_with_container(const Box& box, const std::vector<const Box*>& boxes) {
 
 }  // namespace
 
-void add_box(const AddRequest& request, const Target& target) {
-  if (!request.reference) throw Failure(kUsage, "add needs --into, --before or --after");
-  check_takes_binary(target);
-  const uint32_t type = parse_type(request.type, kUsage);
-  const Document document(request.file);
-  const Box& reference = document.find(*request.reference);
-  const Box& parent = find_parent(document, request, reference);
-  const std::string place = document.place(parent) + ": new box '" + type_name(type) + "'";
-
-  uint32_t id = KV_JPX_ROOT;
-  const int32_t code = add_to_library(document, type, request.place, reference, &id);
-  if (code == JPX_ERR_INVALID_ARGUMENT) {
-    throw Failure(kEditRefused, place + ": boxes would be nested more than 256 deep");
+void add_box(const AddRequest& request, const EditRequest& edit_request) {
+  if (!request.placement.reference) {
+    throw Failure(kUsage, "add needs --into, --before or --after");
   }
-  if (code != JPX_OK) throw library_failure(place, document.context(), kEditRefused);
-  if (request.payload_file) set_payload(document, id, *request.payload_file, place);
-  document.save(target);
+  const NotedBox noted = parse_box(request.box);
+  if (request.payload_file && (noted.content || !noted.boxes.empty())) {
+    throw Failure(kUsage, "--payload goes with a box that has no content of its own");
+  }
+  const Edit edit(edit_request);
+  const FoundPlace found = find_place(edit.document(), request.placement);
+  const kvjpx::type type(noted.type);
+  const std::string place =
+      edit.document().place(*found.parent) + ": new box '" + type.name() + "'";
+  const kvjpx::box box =
+      added(edit, add_at(edit.box(*found.reference), request.placement, type), place);
+  if (request.payload_file) set_payload(edit, box, *request.payload_file, place);
+  fill(edit, box, noted, place);
+  edit.finish();
 }
 
-void remove_boxes(const std::string& file, const std::vector<std::string>& paths,
-                  const Target& target) {
-  check_takes_binary(target);
-  const Document document(file);
+void remove_boxes(const std::vector<std::string>& paths, const EditRequest& edit_request) {
+  const Edit edit(edit_request);
+  const Document& document = edit.document();
   // All paths mean the file as it was given, so they are resolved before anything goes.
   std::vector<const Box*> boxes;
   for (const std::string& path : paths) {
-    const Box& box = document.find(path);
-    if (box.is_root()) throw Failure(kEditRefused, document.place(box) + ": cannot be removed");
-    boxes.push_back(&box);
+    for (const Box* box : document.find_all(path)) {
+      if (box->is_root()) throw Failure(kEditRefused, document.place(*box) + ": cannot be removed");
+      boxes.push_back(box);
+    }
   }
   std::sort(boxes.begin(), boxes.end(), stands_before);
   boxes.erase(std::unique(boxes.begin(), boxes.end()), boxes.end());
   for (const Box* box : boxes) {
     if (goes_with_container(*box, boxes)) continue;
-    const int32_t code = kv_jpx_delete_box(document.context(), box->id);
-    if (code != JPX_OK) {
-      throw library_failure(document.place(*box), document.context(), kEditRefused);
-    }
+    edit.check(edit.box(*box).remove(), document.place(*box));
   }
-  document.save(target);
+  edit.finish();
+}
+
+void move_box(const std::string& path, const Placement& placement,
+              const EditRequest& edit_request) {
+  if (!placement.reference) throw Failure(kUsage, "mv needs --into, --before or --after");
+  Edit edit(edit_request);
+  const Box& moved = edit.document().find(path);
+  const std::string place = edit.document().place(moved);
+  if (moved.is_root()) throw Failure(kEditRefused, place + ": cannot be moved");
+  const FoundPlace found = find_place(edit.document(), placement);
+  for (const Box* box = found.reference; box; box = box->parent) {
+    if (box == &moved)
+      throw Failure(kEditRefused, place + ": cannot be moved into or beside itself");
+  }
+  const kvjpx::box box = edit.box(moved);
+  const auto result = box.move(edit.box(*found.reference), placement.place);
+  if (result.code() == JPX_ERR_INVALID_ARGUMENT) {
+    throw Failure(kEditRefused, place + ": boxes would be nested more than 256 deep");
+  }
+  edit.check(result, place);
+  edit.note_moved(box);
+  edit.finish();
+}
+
+void replace_payload(const std::string& path, const std::string& payload_file,
+                     const EditRequest& edit_request) {
+  const InputFile payload(payload_file);
+  const Edit edit(edit_request);
+  const Box& box = edit.document().find(path);
+  const std::string place = edit.document().place(box);
+  if (box.is_root()) throw Failure(kEditRefused, place + ": cannot be replaced");
+  edit.check(edit.box(box).set_content(payload.bytes()), place);
+  edit.finish();
 }
 
 void copy_file(const std::string& file, const Target& target) {

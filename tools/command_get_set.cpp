@@ -24,19 +24,17 @@ void get_field(const GetRequest& request) {
   }
 }
 
-void set_fields(const std::string& file, const std::vector<std::string>& assignments,
-                const Target& target) {
-  check_takes_binary(target);
-  const Document document(file);
+void set_fields(const std::vector<std::string>& assignments, const EditRequest& edit_request) {
+  const Edit edit(edit_request);
   for (const std::string& assignment : assignments) {
     // A box type may hold '=' only in its escaped form, so the first one begins the value.
     const size_t equals = assignment.find('=');
     if (equals == std::string::npos) {
       throw Failure(kUsage, "'" + assignment + "' is not of the form PATH.FIELD=VALUE");
     }
-    Field::find(document, assignment.substr(0, equals)).set(assignment.substr(equals + 1));
+    Field::find(edit.document(), assignment.substr(0, equals)).set(assignment.substr(equals + 1));
   }
-  document.save(target);
+  edit.finish();
 }
 
 }  // namespace kvjpx_tool

@@ -3,10 +3,13 @@
 #define KVJPX_TOOLS_COMMANDS_H_
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "edit.h"
 #include "failure.h"
 #include "many.h"
 #include "output.h"
@@ -35,24 +38,69 @@ struct GetRequest {
 void get_field(const GetRequest& request);
 
 // set: assignments "PATH.FIELD=VALUE", all of them or none.
-void set_fields(const std::string& file, const std::vector<std::string>& assignments,
-                const Target& target);
+void set_fields(const std::vector<std::string>& assignments, const EditRequest& edit);
 
-// add: a new box in a place given relative to another.
-struct AddRequest {
-  enum class Place { kInto, kBefore, kAfter };
-
-  std::string file;
-  std::string type;
-  Place place = Place::kInto;
+// Where a box is to stand, relative to another.
+struct Placement {
+  kv_jpx_placement place = KV_JPX_PLACE_LAST_CHILD;
   std::optional<std::string> reference;
+};
+
+// add: a new box, empty, with a payload, or with content in the notation of box_notation.h.
+struct AddRequest {
+  std::string box;
+  Placement placement;
   std::optional<std::string> payload_file;
 };
-void add_box(const AddRequest& request, const Target& target);
+void add_box(const AddRequest& request, const EditRequest& edit);
 
 // rm: boxes with everything in them.
-void remove_boxes(const std::string& file, const std::vector<std::string>& paths,
-                  const Target& target);
+void remove_boxes(const std::vector<std::string>& paths, const EditRequest& edit);
+
+// mv: a box to another place.
+void move_box(const std::string& path, const Placement& placement, const EditRequest& edit);
+
+// replace: all that stands behind the header of a box.
+void replace_payload(const std::string& path, const std::string& payload_file,
+                     const EditRequest& edit);
+
+// resolution: samples a metre, as capture or default display resolution; without either, those
+// that are there, or capture.
+struct ResolutionRequest {
+  std::string resolution;  // "300dpi"
+  bool sets_capture = false;
+  bool sets_display = false;
+};
+void set_resolution(const ResolutionRequest& request, const EditRequest& edit);
+
+// icc: a colr box with a profile, in the place of one that is there or beside it.
+struct IccRequest {
+  std::string profile;
+  bool adds = false;
+};
+void set_profile(const IccRequest& request, const EditRequest& edit);
+// The content of a colr box with a profile, with the method that the profile is fit for.
+std::string colour_content(std::string_view profile, char precedence, char approximation);
+
+// meta: metadata of the kinds that metadata.h knows.
+struct MetaRequest {
+  std::map<std::string, std::string> files;  // by kind
+  std::vector<std::string> removed;          // kinds, or "all"
+};
+void set_metadata(const MetaRequest& request, const EditRequest& edit);
+
+// label: a lbl box in a container, or one for the rendered result.
+void set_label(const std::string& text, const std::optional<std::string>& container,
+               const EditRequest& edit);
+
+// gml: the root instance of a GMLJP2 file.
+void set_gml(const std::string& gml_file, const EditRequest& edit);
+
+// wrap: a JP2 of a bare codestream; unwrap: a codestream of a file.
+void wrap_codestream(const std::string& file, const std::string& colour, bool is_unchecked,
+                     const Target& target);
+void unwrap_codestream(const std::string& file, std::optional<uint64_t> number,
+                       const Target& target);
 
 // copy: the file as every edit writes it.
 void copy_file(const std::string& file, const Target& target);

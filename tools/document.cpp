@@ -7,6 +7,7 @@
 
 #include "box_path.h"
 #include "failure.h"
+#include "metadata.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -51,7 +52,7 @@ ContextPointer make_context(const std::string& label) {
 }
 
 Document::Document(const std::string& name, Content wanted)
-    : file_(name), context_(make_context(label())) {
+    : file_(name), library_(kvjpx::document::adopt(make_context(label()).release())) {
   kv_jpx_set_keep_everything(context(), 1);
   if (load_into(context()) != JPX_OK) throw library_failure(label(), context(), kInputOutput);
   tree_ = read_box_tree(context());
@@ -71,6 +72,12 @@ void Document::check_has_boxes() const {
 
 const Box& Document::find(const std::string& path) const {
   return resolve_path(*tree_, path, label());
+}
+
+std::vector<const Box*> Document::find_all(const std::string& path) const {
+  return resolve_paths(*tree_, path, label(), [this](const Box& box, const std::string& kind) {
+    return is_metadata(library_.by_id(box.id), kind);
+  });
 }
 
 std::string Document::place(const Box& box) const {

@@ -10,7 +10,7 @@
 #include "box_tree.h"
 #include "failure.h"
 #include "input_file.h"
-#include "kvjpx.h"
+#include "kvjpx.hpp"
 #include "output.h"
 
 namespace kvjpx_tool {
@@ -55,7 +55,8 @@ class Document {
 
   const std::string& label() const { return file_.label(); }
   std::string_view bytes() const { return file_.bytes(); }
-  kv_jpx_context* context() const { return context_.get(); }
+  kv_jpx_context* context() const { return library_.context(); }
+  const kvjpx::document& library() const { return library_; }
   const Box& root() const { return tree_->root; }
 
   // Loads the file into a context, in the way that is set there; the library's result.
@@ -65,6 +66,11 @@ class Document {
   void check_has_boxes() const;
 
   const Box& find(const std::string& path) const;
+  // The boxes that a path with wildcards names (see box_path.h), one at least.
+  std::vector<const Box*> find_all(const std::string& path) const;
+  // The box of the loaded file that has this identifier; null for one that was added since.
+  const Box* find(uint32_t id) const { return tree_->find(id); }
+  const BoxTree& tree() const { return *tree_; }
   // "file:offset: path", for messages.
   std::string place(const Box& box) const;
 
@@ -76,7 +82,7 @@ class Document {
   void tell_torn_fragments() const;
 
   InputFile file_;
-  ContextPointer context_;
+  kvjpx::document library_;
   std::unique_ptr<BoxTree> tree_;
 };
 

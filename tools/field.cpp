@@ -8,6 +8,7 @@
 #include "box_path.h"
 #include "failure.h"
 #include "input_file.h"
+#include "names.h"
 #include "suggestion.h"
 #include "value.h"
 
@@ -99,16 +100,6 @@ Address parse_address(const std::string& address, const std::string& label) {
   return parts;
 }
 
-// The bytes that "@FILE", "hex:..." or "text:..." stand for; nothing for any other value.
-std::optional<std::string> parse_bytes(const std::string& value, const std::string& place) {
-  if (value.rfind('@', 0) == 0) return std::string(InputFile(value.substr(1)).bytes());
-  if (value.rfind("text:", 0) == 0) return value.substr(5);
-  if (value.rfind("hex:", 0) != 0) return std::nullopt;
-  std::optional<std::string> bytes = parse_hex(value.substr(4));
-  if (!bytes) throw Failure(kEditRefused, place + ": '" + value + "' is not hexadecimal");
-  return bytes;
-}
-
 // Fields of two's complement numbers (ISO/IEC 15444-1, I.5.3.3 to I.5.3.7); all others count from
 // 0.
 bool takes_sign(const kv_jpx_field_info& info) {
@@ -121,6 +112,15 @@ uint64_t largest_number(const kv_jpx_field_info& info) {
 }
 
 }  // namespace
+
+std::optional<std::string> parse_bytes(const std::string& value, const std::string& place) {
+  if (value.rfind('@', 0) == 0) return std::string(InputFile(value.substr(1)).bytes());
+  if (value.rfind("text:", 0) == 0) return value.substr(5);
+  if (value.rfind("hex:", 0) != 0) return std::nullopt;
+  std::optional<std::string> bytes = parse_hex(value.substr(4));
+  if (!bytes) throw Failure(kEditRefused, place + ": '" + value + "' is not hexadecimal");
+  return bytes;
+}
 
 Field Field::find(const Document& document, const std::string& address) {
   const Address parts = parse_address(address, document.label());
@@ -224,6 +224,7 @@ void Field::set(const std::string& value) const {
 
 void Field::set_integer(const std::string& text) const {
   std::optional<uint64_t> value = parse_signed_number(text);
+  if (!value) value = value_of_name(info_.key, text);
   if (!value && info_.width == 4) value = parse_code(text);
   if (!value) throw Failure(kEditRefused, place() + ": '" + text + "' is not a number");
   check_range(*value, text);

@@ -12,6 +12,9 @@
 
 namespace kvjpx_tool {
 
+// The bytes that "@FILE", "hex:..." or "text:..." stand for; nothing for any other value.
+std::optional<std::string> parse_bytes(const std::string& value, const std::string& place);
+
 class Field {
  public:
   // Finds what `address` names. Throws a Failure with kNoSuchPlace.

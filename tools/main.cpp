@@ -64,6 +64,14 @@ class CommandLine {
     add_set();
     add_add();
     add_rm();
+    add_mv();
+    add_replace();
+    add_resolution();
+    add_icc();
+    add_meta();
+    add_label();
+    add_gml();
+    add_wrap();
     add_extract();
     add_copy();
     add_decode();
@@ -193,67 +201,249 @@ class CommandLine {
     has_target_ = take_target(get)->description("Write the field's bytes as they are to this file");
   }
 
+  // The options that all edits share. Their action runs with edit_.
+  void take_edit(CLI::App* command) {
+    take_file(command, edit_.file);
+    CLI::Option* output =
+        command->add_option("-o,--output", edit_.target.name, "Output file; - is standard output")
+            ->type_name("OUT");
+    command->add_flag("--in-place", edit_.in_place, "Replace FILE itself, when all is well")
+        ->excludes(output);
+    command->add_flag("--dry-run", edit_.dry_run, "Write nothing; tell what would change");
+    command->add_flag("--unchecked", edit_.unchecked,
+                      "Write results, too, that no reader could make sense of");
+    command->add_flag("--force", edit_.target.force, "Write binary data even to a terminal");
+    command->parse_complete_callback([this, command, output] {
+      if (output->count() > 0 || edit_.in_place || edit_.dry_run) return;
+      throw Failure(kUsage, command->get_name() + " needs -o OUT or --in-place");
+    });
+  }
+
   void add_set() {
-    CLI::App* set =
-        command("set", "Change fields of boxes; all of them or, if one is refused, none",
-                "  kvjpx set photo.jpx jp2h/ihdr.IPR=1 jp2h/ihdr.UnkC=0 -o changed.jpx\n"
-                "  kvjpx set photo.jpx \"ftyp.BR='jpx '\" -o photo.jpx\n"
-                "  kvjpx set photo.jpx xml.DATA=@note.xml -o changed.jpx\n"
-                "Values: decimal or 0x numbers, also negative; four-character codes in\n"
-                "quotes; bytes as @FILE, hex:00ff or text:words. An entry number equal to\n"
-                "the number of entries appends one.",
-                [this] {
-                  set_fields(file_, items_, target_);
-                  return kDone;
-                });
-    take_file(set, file_);
+    CLI::App* set = command(
+        "set", "Change fields of boxes; all of them or, if one is refused, none",
+        "  kvjpx set photo.jpx jp2h/ihdr.IPR=1 jp2h/ihdr.UnkC=0 -o changed.jpx\n"
+        "  kvjpx set photo.jpx jp2h/colr.EnumCS=sRGB --in-place\n"
+        "  kvjpx set photo.jpx \"ftyp.BR='jpx '\" -o photo.jpx\n"
+        "  kvjpx set photo.jpx xml.DATA=@note.xml -o changed.jpx\n"
+        "Values: decimal or 0x numbers, also negative; names (METH=icc); four-character\n"
+        "codes in quotes; bytes as @FILE, hex:00ff or text:words. An entry number equal to\n"
+        "the number of entries appends one.",
+        [this] {
+          set_fields(items_, edit_);
+          return kDone;
+        });
+    take_edit(set);
     set->add_option("PATH.FIELD=VALUE", items_, "What to change")->required()->type_name("");
-    take_target(set)->required();
   }
 
   void add_add() {
-    CLI::App* add = command("add", "Add an empty box, or one with a payload",
-                            "  kvjpx add photo.jpx xml --into / --payload note.xml -o changed.jpx\n"
-                            "  kvjpx add photo.jpx colr --after jp2h/ihdr -o changed.jpx",
-                            [this] {
-                              add_box(add_, target_);
-                              return kDone;
-                            });
-    take_file(add, add_.file);
-    add->add_option("TYPE", add_.type, "Four-character type; trailing blanks may be left out")
-        ->required()
-        ->type_name("");
-    CLI::Option* into = add_place(add, "--into", AddRequest::Place::kInto,
-                                  "Put it as the last box into this container");
-    CLI::Option* before =
-        add_place(add, "--before", AddRequest::Place::kBefore, "Put it directly before this box");
-    CLI::Option* after =
-        add_place(add, "--after", AddRequest::Place::kAfter, "Put it directly after this box");
-    into->excludes(before)->excludes(after);
-    before->excludes(after);
+    CLI::App* add = command(
+        "add", "Add a box: empty, with a payload, or with boxes in it",
+        "  kvjpx add photo.jpx xml --into / --payload note.xml -o changed.jpx\n"
+        "  kvjpx add photo.jpx colr --after jp2h/ihdr -o changed.jpx\n"
+        "  kvjpx add photo.jpx 'asoc{nlst=hex:00000000 lbl=\"The sky\" xml=@sky.xml}' --into / \\\n"
+        "    --in-place\n"
+        "BOX is a four-character type (trailing blanks may be left out), with TYPE=VALUE all\n"
+        "that stands behind its header: @FILE, hex:00ff, text:words or just words; quotes keep\n"
+        "blanks and braces together.",
+        [this] {
+          add_box(add_, edit_);
+          return kDone;
+        });
+    take_edit(add);
+    add->add_option("BOX", add_.box, "TYPE, TYPE=VALUE or TYPE{BOX...}")->required()->type_name("");
+    take_place(add, add_.placement);
     add->add_option("--payload", add_.payload_file, "File with the payload; - is standard input")
         ->type_name("F");
-    take_target(add)->required();
   }
 
-  CLI::Option* add_place(CLI::App* add, const std::string& name, AddRequest::Place place,
-                         const std::string& description) {
-    const auto take = [this, place](const std::string& path) {
-      add_.place = place;
-      add_.reference = path;
-    };
-    return add->add_option_function<std::string>(name, take, description)->type_name("PATH");
+  void take_place(CLI::App* command, Placement& placement) {
+    CLI::Option* into = place_option(command, "--into", placement, KV_JPX_PLACE_LAST_CHILD,
+                                     "Put it as the last box into this container");
+    CLI::Option* before = place_option(command, "--before", placement, KV_JPX_PLACE_BEFORE,
+                                       "Put it directly before this box");
+    CLI::Option* after = place_option(command, "--after", placement, KV_JPX_PLACE_AFTER,
+                                      "Put it directly after this box");
+    into->excludes(before)->excludes(after);
+    before->excludes(after);
+  }
+
+  static CLI::Option* place_option(CLI::App* command, const std::string& name, Placement& placement,
+                                   kv_jpx_placement place, const std::string& description) {
+    const auto take = [&placement, place](const std::string& path) { placement = {place, path}; };
+    return command->add_option_function<std::string>(name, take, description)->type_name("PATH");
   }
 
   void add_rm() {
     CLI::App* rm = command("rm", "Remove boxes with everything in them",
-                           "  kvjpx rm photo.jpx xml uuid[1] -o smaller.jpx", [this] {
-                             remove_boxes(file_, items_, target_);
+                           "  kvjpx rm photo.jpx xml uuid[1] -o smaller.jpx\n"
+                           "  kvjpx rm photo.jpx 'uuid[*]' --in-place\n"
+                           "TYPE[*] names all boxes of a type; uuid:xmp, uuid:exif, uuid:iptc and\n"
+                           "uuid:geotiff those that hold such metadata.",
+                           [this] {
+                             remove_boxes(items_, edit_);
                              return kDone;
                            });
-    take_file(rm, file_);
+    take_edit(rm);
     rm->add_option("PATH", items_, "Boxes to remove")->required()->type_name("");
-    take_target(rm)->required();
+  }
+
+  void add_mv() {
+    CLI::App* mv = command("mv", "Move a box with everything in it",
+                           "  kvjpx mv photo.jpx xml --before jp2c -o moved.jpx\n"
+                           "  kvjpx mv photo.jpx 'lbl[0]' --into jpch --in-place",
+                           [this] {
+                             move_box(path_, add_.placement, edit_);
+                             return kDone;
+                           });
+    take_edit(mv);
+    mv->add_option("PATH", path_, "Box to move")->required()->type_name("");
+    take_place(mv, add_.placement);
+  }
+
+  void add_replace() {
+    CLI::App* replace = command("replace", "Replace all that stands behind the header of a box",
+                                "  kvjpx replace photo.jpx xml --payload note.xml --in-place\n"
+                                "It is the reverse of 'kvjpx extract'.",
+                                [this] {
+                                  replace_payload(path_, *add_.payload_file, edit_);
+                                  return kDone;
+                                });
+    take_edit(replace);
+    replace->add_option("PATH", path_, "Box to fill anew")->required()->type_name("");
+    replace->add_option("--payload", add_.payload_file, "File with it; - is standard input")
+        ->required()
+        ->type_name("F");
+  }
+
+  void add_resolution() {
+    CLI::App* resolution =
+        command("resolution", "Set the resolution",
+                "  kvjpx resolution photo.jp2 300dpi --in-place\n"
+                "  kvjpx resolution photo.jp2 300x600dpi --display -o changed.jp2\n"
+                "Units: dpi, dpcm, dpm (dots a metre). Written exactly: 300 dpi is 300/0.0254 a\n"
+                "metre. Without --capture and --display those that the file has are set, or else\n"
+                "the capture resolution.",
+                [this] {
+                  set_resolution(resolution_, edit_);
+                  return kDone;
+                });
+    take_edit(resolution);
+    resolution->add_option("RESOLUTION", resolution_.resolution, "Such as 300dpi, or WxHdpi")
+        ->required()
+        ->type_name("");
+    resolution->add_flag("--capture", resolution_.sets_capture,
+                         "That of the scanner or camera (resc)");
+    resolution->add_flag("--display", resolution_.sets_display,
+                         "That at which to show the image (resd)");
+  }
+
+  void add_icc() {
+    CLI::App* icc =
+        command("icc", "Tag with an ICC profile",
+                "  kvjpx icc photo.jp2 adobe.icc --in-place\n"
+                "Input and display profiles for grey, or for RGB by a matrix, become METH 2\n"
+                "(restricted), others METH 3, which JPX readers know.",
+                [this] {
+                  set_profile(icc_, edit_);
+                  return kDone;
+                });
+    take_edit(icc);
+    icc->add_option("PROFILE", icc_.profile, "File with the profile")->required()->type_name("");
+    icc->add_flag("--add", icc_.adds, "Add a colr box and leave those that are there");
+  }
+
+  void add_meta() {
+    CLI::App* meta =
+        command("meta", "Set or remove metadata",
+                "  kvjpx meta photo.jp2 --xmp photo.xmp -o tagged.jp2\n"
+                "  kvjpx meta photo.jp2 --remove exif,xmp --in-place\n"
+                "  kvjpx meta photo.jp2 --remove all -o plain.jp2\n"
+                "New boxes come in front of the codestream; one of the kind that is there is\n"
+                "replaced. 'all' is every uuid, xml, uinf, mp7b, asoc and lbl box.",
+                [this] {
+                  set_metadata(meta_, edit_);
+                  return kDone;
+                });
+    take_edit(meta);
+    for (const auto& [kind, description] : {std::pair("xmp", "XMP packet"),
+                                            {"exif", "Exif, as TIFF (as in JPEG, too)"},
+                                            {"iptc", "IPTC records"},
+                                            {"geotiff", "GeoTIFF of one sample"},
+                                            {"xml", "XML, in an xml box"}}) {
+      meta->add_option_function<std::string>(
+              std::string("--") + kind,
+              [this, kind = std::string(kind)](const std::string& name) {
+                meta_.files[kind] = name;
+              },
+              description)
+          ->type_name("F");
+    }
+    meta->add_option("--remove", meta_.removed, "xmp, exif, iptc, geotiff, xml or all")
+        ->delimiter(',')
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("KIND");
+  }
+
+  void add_label() {
+    CLI::App* label =
+        command("label", "Label the picture, or what a container stands for",
+                "  kvjpx label photo.jpx 'Low tide' --in-place\n"
+                "  kvjpx label photo.jpx Mask --into 'jpch[1]' -o labelled.jpx\n"
+                "Without --into, an association of the label with the rendered result is added;\n"
+                "with it, the container's label is set.",
+                [this] {
+                  set_label(text_, add_.placement.reference, edit_);
+                  return kDone;
+                });
+    take_edit(label);
+    label->add_option("TEXT", text_, "The label, UTF-8")->required()->type_name("");
+    label->add_option("--into", add_.placement.reference, "jpch, jplh or asoc box")
+        ->type_name("PATH");
+  }
+
+  void add_gml() {
+    CLI::App* gml = command("gml", "Set the GML of a GMLJP2 file",
+                            "  kvjpx gml photo.jpx place.gml --in-place\n"
+                            "It stands in asoc{lbl=gml.data asoc{lbl=gml.root-instance xml}}.",
+                            [this] {
+                              set_gml(path_, edit_);
+                              return kDone;
+                            });
+    take_edit(gml);
+    gml->add_option("GML", path_, "File with the GML")->required()->type_name("");
+  }
+
+  void add_wrap() {
+    CLI::App* wrap =
+        command("wrap", "Make a JP2 of a bare codestream",
+                "  kvjpx wrap photo.j2k -o photo.jp2\n"
+                "  kvjpx wrap photo.j2k --colour adobe.icc -o photo.jp2\n"
+                "Without --colour, one or two components are grey, three or four sRGB,\n"
+                "or sYCC if the second and third are coarser.",
+                [this] {
+                  wrap_codestream(file_, text_, edit_.unchecked, target_);
+                  return kDone;
+                });
+    wrap->add_option("CODESTREAM", file_, "Codestream; - is standard input")
+        ->required()
+        ->type_name("");
+    wrap->add_option("--colour,--color", text_, "sRGB, grey, sYCC, or a file with an ICC profile")
+        ->type_name("NAME");
+    wrap->add_flag("--unchecked", edit_.unchecked, "Take other colours and profiles, too");
+    take_target(wrap)->required();
+
+    CLI::App* unwrap = command("unwrap", "Take a codestream out of its file",
+                               "  kvjpx unwrap photo.jp2 -o photo.j2k", [this] {
+                                 unwrap_codestream(file_, number_, target_);
+                                 return kDone;
+                               });
+    take_file(unwrap, file_);
+    unwrap->add_option("--codestream", number_, "Which of several, counting from 0")
+        ->type_name("N");
+    take_target(unwrap)->required();
   }
 
   void add_extract() {
@@ -358,7 +548,13 @@ class CommandLine {
   Target target_;
   CLI::Option* has_target_ = nullptr;
   bool has_fields_ = false;
+  EditRequest edit_;
   AddRequest add_;
+  ResolutionRequest resolution_;
+  IccRequest icc_;
+  MetaRequest meta_;
+  std::string text_;
+  std::optional<uint64_t> number_;
   DecodeRequest decode_;
 };
 

@@ -1,5 +1,6 @@
 // Public functions: adding and deleting boxes.
 #include "api/lookup.h"
+#include "box/basic.h"
 #include "box/registry.h"
 #include "box/standard.h"
 #include "kvjpx.h"
@@ -10,7 +11,7 @@ namespace {
 enum Placement : int32_t {  // any other value: after
   kBefore = KV_JPX_PLACE_BEFORE,
   kFirstChild = KV_JPX_PLACE_FIRST_CHILD,
-  kLastChild = -1,  // this file's own
+  kLastChild = -1,  // this file's own, where 3 is "after"
 };
 
 bool is_possible_place(const Box* reference, int32_t placement) {
@@ -82,6 +83,90 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
   return JPX_OK;
 }
 
+bool is_within(const Box* place, const Box* box) {
+  while (place != nullptr && place != box) place = place->parent;
+  return place == box;
+}
+
+// How many containers are nested in one of them, itself included; 0 for other boxes.
+uint32_t height_of(const Box* box) {
+  if (box->kind != kSuper) return 0;
+  uint32_t height = 0;
+  const Box* child = static_cast<const SuperBox*>(box)->first_child;
+  for (; child != nullptr; child = child->next) {
+    const uint32_t below = height_of(child);
+    if (below > height) height = below;
+  }
+  return height + 1;
+}
+
+int32_t move_box(Context& context, Box* box, Box* reference, int32_t placement) {
+  if (box == context.root || is_within(reference, box)) return JPX_ERR_INVALID_ARGUMENT;
+  const bool is_child = placement == kFirstChild || placement == kLastChild;
+  Box* const parent = is_child ? reference : reference->parent;
+  if (parent == nullptr || parent->kind != kSuper) return JPX_ERR_INVALID_ARGUMENT;
+  if (!is_allowed(context, box->type, parent)) return JPX_ERR_CANNOT_MAKE_BOX;
+  const uint32_t height = height_of(box);
+  if (height != 0 && container_depth(parent) + height - 1 > kMaxDepth) {
+    return JPX_ERR_INVALID_ARGUMENT;
+  }
+  BoxIndex* const index = context.index;
+  auto* const old_parent = static_cast<SuperBox*>(box->parent);
+  index_note_change(index, old_parent);
+  if (box->next != nullptr) box->next->previous = box->previous;
+  (box->previous != nullptr ? box->previous->next : old_parent->first_child) = box->next;
+  if (box->next == nullptr) index_note_last_child(index, old_parent, box->previous);
+  box->parent = parent;
+  if (placement == kBefore && reference->previous == nullptr) {
+    link_box(index, box, parent, kFirstChild);
+  } else {
+    link_box(index, box, reference, placement);
+  }
+  index_note_change(index, parent);
+  return JPX_OK;
+}
+
+// A record for a content, which has fields if they hold all of it.
+Box* read_content(Environment* env, const Box* old, const void* data, uint64_t length) {
+  const BoxLayout* const layout = standard_layout(old->type);
+  Box* box = make_standard_box(env, old->type, old->parent, old->id);
+  if (layout != nullptr && box->kind != kSuper) {
+    Stream* stream = bs_reader_from_buffer(env, data, length);
+    stream->keeps_everything = 1;
+    bs_push_read_limit(env, stream, length);
+    read_typed(env, stream, *layout, box);
+    const bool is_whole = stream->content_is_bad == 0 && stream->unread == 0;
+    bs_pop_read_limit(env, stream);
+    if (is_whole && box->kind == kBasic) static_cast<BasicBox*>(box)->owns_stream = 1;
+    if (is_whole && box->kind == kBasic) return box;
+    destroy_stream(env, stream);
+    if (is_whole) return box;
+  }
+  if (box->kind != kBasic || layout != nullptr) {
+    mark_block(box, kPlain);
+    box->destroy(box, env);
+    JPX_SafeFreeInternal(env, box);
+    box = jpx_make_basic_box(env, old->type, old->parent, old->id);
+  }
+  box->set_buffer_field(box, env, JPX_FIELD_JP2C_DATA, length, 1, data);
+  return box;
+}
+
+int32_t set_content(Context& context, Box* old, const void* data, uint64_t length) {
+  const bool is_possible = old != context.root && (data != nullptr || length == 0) &&
+                           context.index->keeps_everything != 0;
+  if (!is_possible) return JPX_ERR_INVALID_ARGUMENT;
+  Environment* const env = &context.environment;
+  Box* const box = read_content(env, old, data, length);
+  link_between(static_cast<SuperBox*>(old->parent), old->previous, box, old->next);
+  index_replace(context.index, old, box);
+  if (BoxEntry* const entry = entry_of_box(context, box)) entry->tail_length = 0;
+  index_note_change(context.index, box);
+  old->destroy(old, env);
+  JPX_SafeFreeInternal(env, old);
+  return JPX_OK;
+}
+
 }  // namespace
 }  // namespace kvjpx
 
@@ -112,5 +197,24 @@ int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id) {
     index_forget(live.index, box);
     box->box_destroy(box, &live.environment);
     return JPX_OK;
+  });
+}
+
+int32_t kv_jpx_move_box(kv_jpx_context* context, uint32_t id, uint32_t reference,
+                        int32_t placement) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    Box* const place = find_box(live, reference);
+    const bool is_known = placement >= KV_JPX_PLACE_BEFORE && placement <= KV_JPX_PLACE_LAST_CHILD;
+    if (place == nullptr || !is_known) return JPX_ERR_INVALID_ARGUMENT;
+    note_place(live, place);
+    return move_box(live, box, place,
+                    placement == KV_JPX_PLACE_LAST_CHILD ? kLastChild : placement);
+  });
+}
+
+int32_t kv_jpx_set_box_content(kv_jpx_context* context, uint32_t id, const void* data,
+                               uint64_t length) {
+  return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
+    return set_content(live, box, data, length);
   });
 }

@@ -171,6 +171,15 @@ Box* search_tree(const BoxIndex& index, const TypeTree& tree, uint32_t after) {
   return found;
 }
 
+// The end of the record itself is no change by other code either.
+void forget_content(BoxIndex* index, Box* box) {
+  if (box->kind == kSuper) {
+    Box* child = static_cast<SuperBox*>(box)->first_child;
+    for (; child != nullptr; child = child->next) index_forget(index, child);
+  }
+  mark_block(box, kPlain);
+}
+
 }  // namespace
 
 BoxIndex* make_index(Environment* env, Trouble* at) {
@@ -231,14 +240,17 @@ void index_note_last_child(BoxIndex* index, const SuperBox* parent, const Box* l
 }
 
 void index_forget(BoxIndex* index, Box* box) {
-  if (box->kind == kSuper) {
-    Box* child = static_cast<SuperBox*>(box)->first_child;
-    for (; child != nullptr; child = child->next) index_forget(index, child);
-  }
-  mark_block(box, kPlain);
+  forget_content(index, box);
   if (box->id >= index->count || entry_of(*index, box->id).box != box) return;
   take_from_tree(index, box->id);
   entry_of(*index, box->id).box = nullptr;
+}
+
+void index_replace(BoxIndex* index, Box* box, Box* by) {
+  forget_content(index, box);
+  if (box->id < index->count && entry_of(*index, box->id).box == box) {
+    entry_of(*index, box->id).box = by;
+  }
 }
 
 void index_discard(Environment* env, BoxIndex* index, Box* box) {

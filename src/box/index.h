@@ -78,6 +78,10 @@ void index_note_last_child(BoxIndex* index, const SuperBox* parent, const Box* l
 // Forgets a box and all below it, before they are destroyed.
 void index_forget(BoxIndex* index, Box* box);
 
+// Puts a record in the place of another that has the same identifier and type, and forgets that one
+// and all below it, before they are destroyed.
+void index_replace(BoxIndex* index, Box* box, Box* by);
+
 // Destroys a box that was read but not settled.
 void index_discard(Environment* env, BoxIndex* index, Box* box);
 

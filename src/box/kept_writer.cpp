@@ -465,6 +465,33 @@ void go_through(KeptOutput* output) {
 
 // -------------------------------------------------------------------------------------- fragments
 
+// Sorts by `number`, a member of the entries: boxes that were moved stand in another order than in
+// the input. In place (a heap), as the C library's sort may allocate. Most lists are in order.
+template <class Entry>
+void sort_list(const EntryList& list, uint64_t Entry::* number) {
+  auto* const entries = entry_at<Entry>(list, 0);
+  const auto swap = [entries](uint64_t i, uint64_t j) {
+    const Entry entry = entries[i];
+    entries[i] = entries[j];
+    entries[j] = entry;
+  };
+  const auto sink = [&](uint64_t i, uint64_t count) {
+    for (uint64_t child; child = 2 * i + 1, child < count; i = child) {
+      if (child + 1 < count && entries[child].*number < entries[child + 1].*number) ++child;
+      if (entries[i].*number >= entries[child].*number) return;
+      swap(i, child);
+    }
+  };
+  uint64_t sorted = 1;
+  while (sorted < list.count && entries[sorted - 1].*number <= entries[sorted].*number) ++sorted;
+  if (sorted >= list.count) return;
+  for (uint64_t i = list.count / 2; i-- != 0;) sink(i, list.count);
+  for (uint64_t count = list.count; count-- > 1;) {
+    swap(0, count);
+    sink(0, count);
+  }
+}
+
 // The run that holds all of a piece of the input; null for none.
 const Run* run_with(const KeptOutput* output, uint64_t offset, uint64_t length) {
   uint64_t first = 0;
@@ -515,26 +542,16 @@ void follow_fragments(KeptOutput* output, Box* box, uint64_t content_position) {
   for (uint64_t i = 0; i < count; ++i) follow_fragment(output, box, i, content_position);
 }
 
-// Lists are gone through in the order of the output, as both kinds of them stand in it.
 void follow_all_fragments(KeptOutput* output) {
   BoxIndex* const index = output->index;
   list_resize(output->env, &index->findings, sizeof(Trouble), index->findings_of_reader);
-  uint64_t next_changed = 0;
-  const auto follow_changed_before = [&](uint64_t position) {
-    for (; next_changed < output->changed_lists.count; ++next_changed) {
-      const auto& list = *entry_at<ChangedList>(output->changed_lists, next_changed);
-      if (list.position >= position) return;
-      follow_fragments(output, list.box, list.position);
-    }
-  };
+  sort_list(output->runs, &Run::from);
   const auto follow_untouched = [&](Box* box) {
     const BoxEntry* const entry = entry_of(output, box);
     if (box->type != code("flst") || is_changed(entry)) return;
     const Run* const run = run_with(output, content_begin(entry), entry->content_length);
     if (run == nullptr) return;
-    const uint64_t position = run->to + (content_begin(entry) - run->from);
-    follow_changed_before(position);
-    follow_fragments(output, box, position);
+    follow_fragments(output, box, run->to + (content_begin(entry) - run->from));
   };
   // The search by type begins behind identifier 0.
   Box* box = index_find(output->env, index, 0);
@@ -544,7 +561,12 @@ void follow_all_fragments(KeptOutput* output) {
     follow_untouched(box);
     id = box->id;
   }
-  follow_changed_before(output->length);
+  for (uint64_t i = 0; i < output->changed_lists.count; ++i) {
+    const auto& list = *entry_at<ChangedList>(output->changed_lists, i);
+    follow_fragments(output, list.box, list.position);
+  }
+  // In the order in which the output meets them.
+  sort_list(output->patches, &Patch::position);
 }
 
 }  // namespace

@@ -143,6 +143,80 @@ TEST(Keeping, GivesHeadersTheirLengthsAndTakesThemBack) {
   }
 }
 
+TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
+  KeptDocument document(asoc(xl_box("nlst", be32(1) + be32(2) + "?") + box("free")));
+  EXPECT_EQ(document.set(1, JPX_FIELD_NLST_AN, 3, 1), JPX_OK);
+  EXPECT_EQ(document.set_bytes(2, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
+  EXPECT_EQ(document.written(), asoc(xl_box("nlst", be32(1) + be32(3) + "?") + box("free", "new")));
+  KeptDocument followed(asoc(open_ended_box("lbl ", "l")) + "tail");
+  EXPECT_EQ(followed.set_bytes(1, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
+  EXPECT_EQ(followed.written(), asoc(box("lbl ", "new")) + "tail");
+}
+
+TEST(Keeping, MovesBoxesWithTheirBytes) {
+  const std::string odd = asoc(xl_box("lbl ", "l") + "tail");
+  const std::string file = odd + box("free") + open_ended_box("mp7b", "m");
+  const std::string last = box("mp7b", "m");
+  const struct {
+    uint32_t id, reference;
+    int32_t placement;
+    std::string expected;
+  } rows[] = {
+      {3, 0, KV_JPX_PLACE_BEFORE, last + odd + box("free")},
+      {0, 2, KV_JPX_PLACE_AFTER, box("free") + odd + open_ended_box("mp7b", "m")},
+      {0, 3, KV_JPX_PLACE_AFTER, box("free") + last + odd},
+      {1, KV_JPX_ROOT, KV_JPX_PLACE_FIRST_CHILD,
+       xl_box("lbl ", "l") + asoc("tail") + box("free") + open_ended_box("mp7b", "m")},
+      {3, 0, KV_JPX_PLACE_LAST_CHILD, asoc(xl_box("lbl ", "l") + last + "tail") + box("free")},
+      {2, 0, KV_JPX_PLACE_FIRST_CHILD,
+       asoc(box("free") + xl_box("lbl ", "l") + "tail") + open_ended_box("mp7b", "m")},
+  };
+  for (const auto& row : rows) {
+    KeptDocument document(file);
+    EXPECT_EQ(kv_jpx_move_box(document.get(), row.id, row.reference, row.placement), JPX_OK);
+    EXPECT_EQ(document.written(), row.expected);
+    EXPECT_EQ(kv_jpx_delete_box(document.get(), document.append("free", kNothing)), JPX_OK);
+    EXPECT_EQ(document.written(), row.expected);
+  }
+  KeptDocument document(file + box("jp2h") + box("ihdr"));
+  KeptDocument deep(nested("asoc", 200) + nested("asoc", 100));
+  const auto move = [](KeptDocument& in, uint32_t id, uint32_t reference, int32_t placement) {
+    return kv_jpx_move_box(in.get(), id, reference, placement);
+  };
+  EXPECT_EQ(move(document, 0, 1, KV_JPX_PLACE_AFTER), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(move(document, 2, 1, KV_JPX_PLACE_LAST_CHILD), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(move(document, 2, KV_JPX_ROOT, KV_JPX_PLACE_AFTER), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(move(document, 2, 0, 4), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(move(document, 0, KV_JPX_ROOT, KV_JPX_PLACE_LAST_CHILD), JPX_OK);
+  EXPECT_EQ(move(deep, 200, 156, KV_JPX_PLACE_LAST_CHILD), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(move(deep, 200, 155, KV_JPX_PLACE_LAST_CHILD), JPX_OK);
+}
+
+TEST(Keeping, TakesContentsAsTheyAre) {
+  const std::string uuid(16, 'u');
+  KeptDocument document(asoc(box("nlst", be32(1)) + box("uuid", uuid) + box("free", "x")));
+  const auto content = [&](uint32_t id, const std::string& bytes) {
+    return kv_jpx_set_box_content(document.get(), id, bytes.data(), bytes.size());
+  };
+  EXPECT_EQ(content(1, be32(7) + be32(8)), JPX_OK);
+  EXPECT_EQ(document.value(1, JPX_FIELD_NLST_AN, 1), 8u);
+  EXPECT_EQ(content(2, uuid + "more"), JPX_OK);
+  EXPECT_EQ(document.field_bytes(2, JPX_FIELD_UUID_DATA), "more");
+  EXPECT_EQ(document.written(),
+            asoc(box("nlst", be32(7) + be32(8)) + box("uuid", uuid + "more") + box("free", "x")));
+  EXPECT_EQ(content(1, be32(7) + "?"), JPX_OK);
+  EXPECT_EQ(document.field_bytes(1, JPX_FIELD_JP2C_DATA), be32(7) + "?");
+  EXPECT_EQ(content(2, "short"), JPX_OK);
+  EXPECT_EQ(document.written(),
+            asoc(box("nlst", be32(7) + "?") + box("uuid", "short") + box("free", "x")));
+  EXPECT_EQ(content(0, box("lbl ", "new")), JPX_OK);
+  EXPECT_EQ(document.written(), asoc(box("lbl ", "new")));
+  EXPECT_EQ(document.get_code(1, JPX_FIELD_NLST_AN), JPX_ERR_INVALID_ARGUMENT);
+  EXPECT_EQ(content(KV_JPX_ROOT, ""), JPX_ERR_INVALID_ARGUMENT);
+  TestDocument strict(box("free"));
+  EXPECT_EQ(kv_jpx_set_box_content(strict.get(), 0, "", 0), JPX_ERR_INVALID_ARGUMENT);
+}
+
 std::string fragments(std::initializer_list<std::array<uint64_t, 3>> list) {
   std::string content = be16(list.size());
   for (const auto& [offset, length, reference] : list) {
@@ -171,6 +245,11 @@ TEST(Keeping, LetsFragmentsFollowTheirBytes) {
   EXPECT_STREQ(finding.text,
                "box 'flst' at offset 8 has a fragment at offset 86, of 2 bytes, that have changed");
   EXPECT_EQ(kv_jpx_get_finding(document.get(), 3, &finding), JPX_ERR_INVALID_ARGUMENT);
+  // Moved lists and contents stand in another order than their identifiers.
+  KeptDocument moved(fragments({{72, 1, 0}}) + fragments({{73, 1, 0}}) + box("mdat", "ab"));
+  EXPECT_EQ(kv_jpx_move_box(moved.get(), 2, 0, KV_JPX_PLACE_BEFORE), JPX_OK);
+  EXPECT_EQ(kv_jpx_move_box(moved.get(), 4, 2, KV_JPX_PLACE_BEFORE), JPX_OK);
+  EXPECT_EQ(moved.written(), box("mdat", "ab") + fragments({{9, 1, 0}}) + fragments({{8, 1, 0}}));
 }
 
 TEST(Keeping, GrowsHeadersAtFourGibibytes) {
