@@ -223,8 +223,9 @@ ExitCode read_files(const FileList& list, Form form, const ReadFile& read) {
   ExitCode worst = names.exit_code();
   for (size_t i = 0; i < files.size(); ++i) {
     count.show(i);
-    if (form == Form::kHeadings && !names.is_one_file())
-      out << (i > 0 ? "\n" : "") << files[i] << ":\n";
+    if (form == Form::kHeadings && !names.is_one_file()) {
+      out << (i > 0 ? "\n" : "") << styled(STDOUT_FILENO, Style::kHeading, files[i] + ":") << "\n";
+    }
     const Outcome outcome =
         workers ? workers->collect(files[i], [&](std::string_view text) { out << text; })
                 : read_one(files[i], read, printed);
