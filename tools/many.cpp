@@ -210,7 +210,8 @@ ExitCode read_files(const FileList& list, Form form, const ReadFile& read) {
   const unsigned jobs = list.jobs > 0 ? list.jobs : std::thread::hardware_concurrency();
   std::optional<Workers> workers;
   if (jobs > 1 && files.size() > 1) {
-    workers.emplace(files.size(), jobs, [&](size_t number, const Sink& sink) {
+    const auto count = static_cast<unsigned>(std::min<size_t>(jobs, files.size()));
+    workers.emplace(files.size(), count, [&](size_t number, const Sink& sink) {
       Buffer buffer(sink, false);
       return read_one(files[number], read, buffer);
     });
