@@ -1,4 +1,6 @@
 // ls, print and extract: what a file holds.
+#include <unistd.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -30,9 +32,12 @@ class Table {
     for (size_t i = 0; i < cells_.size(); ++i) {
       const size_t column = i % kColumns;
       const std::string blanks(widths_[column] - cells_[i].size(), ' ');
-      lines += column < kNumberColumns ? blanks + cells_[i] : cells_[i] + blanks;
-      lines += "  ";
-      if (column + 1 == kColumns) lines.replace(lines.find_last_not_of(' ') + 1, lines.npos, "\n");
+      if (column + 1 < kColumns) {
+        lines += (column < kNumberColumns ? blanks + cells_[i] : cells_[i] + blanks) + "  ";
+        continue;
+      }
+      if (!cells_[i].empty()) lines += styled(STDOUT_FILENO, Style::kOddity, cells_[i]);
+      lines.replace(lines.find_last_not_of(' ') + 1, lines.npos, "\n");
     }
     return lines;
   }

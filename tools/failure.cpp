@@ -38,7 +38,10 @@ Failure library_failure(const std::string& place, kv_jpx_context* context, ExitC
 }
 
 void report(const std::string& message) {
-  std::fprintf(stderr, "kvjpx: %s\n", text_for(STDERR_FILENO, message).c_str());
+  std::fprintf(
+      stderr, "%s\n",
+      text_for(STDERR_FILENO, styled(STDERR_FILENO, Style::kFailure, "kvjpx:") + " " + message)
+          .c_str());
 }
 
 }  // namespace kvjpx_tool

@@ -1,4 +1,6 @@
 // kvjpx: looks into JPX and JP2 files and edits them from the command line.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include "output.h"
 #include "reference.h"
 #include "suggestion.h"
+#include "terminal.h"
 #include "version.h"
 
 namespace kvjpx_tool {
@@ -93,7 +96,7 @@ class CommandLine {
       // A call for help or the version.
       std::ostringstream text;
       app_.exit(error, text, text);
-      print_text(text.str());
+      print_text(with_headings(STDOUT_FILENO, text.str()));
       return kDone;
     }
     return action_();
@@ -134,11 +137,15 @@ class CommandLine {
   }
 
   // For commands that read any number of files, with read_files().
-  void take_files(CLI::App* command) {
-    command->add_option("FILE", files_.names, "JPX or JP2 files; - is standard input")
-        ->type_name("");
-    command->add_flag("-r,--recursive", files_.is_recursive,
-                      "Take the JPX and JP2 files in a directory and in those below it");
+  void take_files(CLI::App* command, bool may_be_codestreams = false) {
+    const std::string files =
+        may_be_codestreams ? "JPX or JP2 files or bare codestreams" : "JPX or JP2 files";
+    command->parse_complete_callback(
+        [this, may_be_codestreams] { files_.may_be_codestreams = may_be_codestreams; });
+    command->add_option("FILE", files_.names, files + "; - is standard input")->type_name("");
+    command->add_flag(
+        "-r,--recursive", files_.is_recursive,
+        "Take all " + files + " in a directory and in those below it, by their endings");
     command
         ->add_option("--files-from", files_.names_file,
                      "File with the names of files, one a line; - is standard input")

@@ -210,7 +210,8 @@ ExitCode read_files(const FileList& list, Form form, const ReadFile& read) {
   const unsigned jobs = list.jobs > 0 ? list.jobs : std::thread::hardware_concurrency();
   std::optional<Workers> workers;
   if (jobs > 1 && files.size() > 1) {
-    workers.emplace(files.size(), jobs, [&](size_t number, const Sink& sink) {
+    const auto count = static_cast<unsigned>(std::min<size_t>(jobs, files.size()));
+    workers.emplace(files.size(), count, [&](size_t number, const Sink& sink) {
       Buffer buffer(sink, false);
       return read_one(files[number], read, buffer);
     });
@@ -223,8 +224,9 @@ ExitCode read_files(const FileList& list, Form form, const ReadFile& read) {
   ExitCode worst = names.exit_code();
   for (size_t i = 0; i < files.size(); ++i) {
     count.show(i);
-    if (form == Form::kHeadings && !names.is_one_file())
-      out << (i > 0 ? "\n" : "") << files[i] << ":\n";
+    if (form == Form::kHeadings && !names.is_one_file()) {
+      out << (i > 0 ? "\n" : "") << styled(STDOUT_FILENO, Style::kHeading, files[i] + ":") << "\n";
+    }
     const Outcome outcome =
         workers ? workers->collect(files[i], [&](std::string_view text) { out << text; })
                 : read_one(files[i], read, printed);

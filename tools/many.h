@@ -1,7 +1,8 @@
 // Reading commands over many files: which files, in how many processes, and what comes of each.
 //
-// A command takes the list with CommandLine::take_files(), which adds FILE..., --recursive,
-// --files-from, --null and --jobs, and hands its work on one file to read_files():
+// A command takes the list with CommandLine::take_files(command, whether bare codestreams will do),
+// which adds FILE..., --recursive, --files-from, --null and --jobs, and hands its work on one file
+// to read_files():
 //
 //   return read_files(files_, json ? Form::kJsonLines : Form::kHeadings,
 //                     [&](const std::string& file, std::ostream& out) {

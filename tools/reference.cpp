@@ -33,12 +33,16 @@ std::vector<std::string> names_of(const CLI::Option& option) {
 }
 
 // What stands for the value of an option or for an operand; empty for a flag. The parser adds what
-// it checks behind a colon.
+// it checks behind a colon, choices in braces.
 std::string value_of(const CLI::Option& option) {
   if (option.get_positional()) return option.get_name(true);
   if (option.get_items_expected_max() == 0) return "";
   const std::string name = option.get_type_name();
-  return name.substr(0, name.find(':'));
+  const size_t colon = std::min(name.find(':'), name.size());
+  if (name.compare(colon, 2, ":{") != 0) return name.substr(0, colon);
+  std::string choices = name.substr(colon + 2, name.size() - colon - 3);
+  std::replace(choices.begin(), choices.end(), ',', '|');
+  return choices;
 }
 
 bool repeats(const CLI::Option& option) {

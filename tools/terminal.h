@@ -17,6 +17,17 @@ std::string printable(std::string_view text);
 // The same for a stream that is a terminal, the text itself for any other.
 std::string text_for(int descriptor, std::string_view text);
 
+// How the program sets off its own words, in colours.
+enum class Style { kHeading, kOddity, kFailure };
+
+// The text in a style, for a stream that shows one: a terminal, unless the user has set NO_COLOR or
+// has one that knows no colours. It has to go through text_for() or print_text() of this program,
+// which no escape sequence passes but those that come from here.
+std::string styled(int descriptor, Style style, const std::string& text);
+
+// The lines of a help, with headings set off.
+std::string with_headings(int descriptor, const std::string& text);
+
 // Runs `print`, which writes to the stdio stream of standard output, so that a terminal gets
 // printable text only.
 void print_filtered(const std::function<void()>& print);

@@ -99,6 +99,7 @@ class Transcript : public testing::TestWithParam<Scenario> {
     setenv("SAMPLES", KVJPX_SOURCES "/samples", 1);
     setenv("FUZZ", KVJPX_SOURCES "/fuzz", 1);
     setenv("CODEC", KVJPX_CODEC, 1);
+    setenv("NO_COLOR", "1", 1);
     setenv("FAILING_CODEC", KVJPX_FAILING_CODEC, 1);
 #ifdef __SANITIZE_ADDRESS__
     // The sanitizer calls dlopen in the program's stead, and then the program's own search path for
