@@ -454,8 +454,8 @@ KV_JPX_API int32_t kv_jpx_move_box(kv_jpx_context* context, uint32_t id, uint32_
 /**
  * Replaces all that stands behind the header of a box by a copy of these bytes. Only where
  * everything is kept. The box has the fields that its type's reader finds in them; where it does
- * not take them all, and for containers, it is an opaque box until the file is read anew. Boxes that
- * were in it are gone.
+ * not take them all, and for containers, it is an opaque box until the file is read anew. Boxes
+ * that were in it are gone.
  *
  * length  in bytes.
  * Returns 0; 3 for an unknown identifier, the root, null data with bytes to copy, and an input of

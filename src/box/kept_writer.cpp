@@ -468,7 +468,7 @@ void go_through(KeptOutput* output) {
 // Sorts by `number`, a member of the entries: boxes that were moved stand in another order than in
 // the input. In place (a heap), as the C library's sort may allocate. Most lists are in order.
 template <class Entry>
-void sort_list(const EntryList& list, uint64_t Entry::* number) {
+void sort_list(const EntryList& list, uint64_t Entry::*number) {
   auto* const entries = entry_at<Entry>(list, 0);
   const auto swap = [entries](uint64_t i, uint64_t j) {
     const Entry entry = entries[i];
