@@ -387,11 +387,11 @@ class CommandLine {
               description)
           ->type_name("F");
     }
-    meta->add_option("--remove", meta_.removed, "xmp, exif, iptc, geotiff, xml or all")
+    meta->add_option("--remove", meta_.removed, "Remove these; again, or with commas, for several")
         ->delimiter(',')
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->type_name("KIND");
+        ->type_name("xmp|exif|iptc|geotiff|xml|all");
   }
 
   void add_label() {
