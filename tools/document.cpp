@@ -71,6 +71,12 @@ void Document::check_has_boxes() const {
 }
 
 const Box& Document::find(const std::string& path) const {
+  if (path.find(':') != std::string::npos) {
+    const std::vector<const Box*> boxes = find_all(path);
+    if (boxes.size() == 1) return *boxes.front();
+    throw Failure(kNoSuchPlace, label() + ": " + path + ": there are " +
+                                    std::to_string(boxes.size()) + "; choose one by its index");
+  }
   return resolve_path(*tree_, path, label());
 }
 

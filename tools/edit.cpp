@@ -111,6 +111,7 @@ class Comparison {
  private:
   void line(const char* what, const std::string& path, const std::string& size) {
     lines_ += std::string(what) + "  " + path + "  " + size + "\n";
+    ++reasons_;
   }
 
   bool is_there(const Box& box) const { return box.is_root() || document_.library().by_id(box.id); }
@@ -148,10 +149,10 @@ class Comparison {
     const std::string_view before = document_.bytes().substr(old->begin, old->end - old->begin);
     const std::string_view after = output_.substr(place.offset, length);
     if (before == after) return;
-    const size_t reported = lines_.size();
-    if (now.is_container() && written.is_container() && compare_content(now, written) &&
-        (lines_.size() != reported || has_lost(*old))) {
-      return;
+    const size_t known = reasons_;
+    if (now.is_container() && written.is_container() && compare_content(now, written)) {
+      reasons_ += lost_boxes(*old);
+      if (reasons_ != known) return;
     }
     const bool is_same_size = before.size() == after.size();
     line("changed", now.path(),
@@ -159,11 +160,11 @@ class Comparison {
                       : sizes(before.size(), after.size()));
   }
 
-  bool has_lost(const Box& old) const {
-    return std::any_of(old.children.begin(), old.children.end(), [this](const auto& child) {
-      const kvjpx::box now = document_.library().by_id(child->id);
-      return !now || moved_.count(child->id) != 0;
-    });
+  size_t lost_boxes(const Box& old) const {
+    return static_cast<size_t>(
+        std::count_if(old.children.begin(), old.children.end(), [this](const auto& child) {
+          return !document_.library().by_id(child->id) || moved_.count(child->id) != 0;
+        }));
   }
 
   static uint64_t difference(std::string_view a, std::string_view b) {
@@ -176,6 +177,7 @@ class Comparison {
   const std::set<uint32_t>& moved_;
   std::string_view output_;
   std::string lines_;
+  size_t reasons_ = 0;  // why bytes of containers differ, met so far
 };
 
 Target target_of(const EditRequest& request) {

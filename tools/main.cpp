@@ -25,9 +25,9 @@ const char kDescription[] =
 
 const char kConventions[] =
     R"(PATH names a box: jp2h/ihdr, or jp2h/colr[1] (counting from 0 among siblings of one
-type; without [i] the first), or #17 for an identifier; / is the file itself. Blanks
-at the end of a type may be left out; unusual characters are written %XX. 'kvjpx ls'
-prints every path.
+type; without [i] the first), or #17 for an identifier; / is the file itself, and
+uuid:xmp the box with XMP (uuid:exif, uuid:iptc, uuid:geotiff). Blanks at the end of a
+type may be left out; unusual characters are written %XX. 'kvjpx ls' prints every path.
 FILE and OUT may be - for standard input and output. OUT may be FILE itself: outputs
 are written beside their target and renamed when complete. Edits change what they name,
 the lengths of the boxes around it and the positions of moved fragments; every other
@@ -387,11 +387,11 @@ class CommandLine {
               description)
           ->type_name("F");
     }
-    meta->add_option("--remove", meta_.removed, "xmp, exif, iptc, geotiff, xml or all")
+    meta->add_option("--remove", meta_.removed, "Remove these; again, or with commas, for several")
         ->delimiter(',')
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->type_name("KIND");
+        ->type_name("xmp|exif|iptc|geotiff|xml|all");
   }
 
   void add_label() {

@@ -52,7 +52,8 @@ bool repeats(const CLI::Option& option) {
 enum class Kind { kNone, kFile, kPath, kField, kChoice };
 
 Kind kind_of(const std::string& value) {
-  constexpr std::string_view kFree[] = {"", "N", "NAME", "TYPE", "VALUE", "TEXT", "L,T,R,B"};
+  constexpr std::string_view kFree[] = {"",     "N",   "NAME",       "TYPE",   "VALUE",
+                                        "TEXT", "BOX", "RESOLUTION", "L,T,R,B"};
   if (value == "PATH") return Kind::kPath;
   if (value.rfind("PATH.", 0) == 0) return Kind::kField;
   if (value.find('|') != value.npos) return Kind::kChoice;
