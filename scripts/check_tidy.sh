@@ -3,6 +3,6 @@
 # of a clang build folder.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-find src common codec codestream tools fuzz -name '*.cpp' -print0 |
+find src check common codec codestream tools fuzz -name '*.cpp' -print0 |
   xargs -0 -n 4 -P 2 clang-tidy -p "$1" --quiet 2>/dev/null
 echo "clean"

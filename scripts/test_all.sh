@@ -53,7 +53,7 @@ scripts/check_tidy.sh build-clang
 
 section "cppcheck"
 cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
-  --error-exitcode=1 -j2 -I include -I src -I codec -I tools -I fuzz src codec codestream common tools fuzz bench
+  --error-exitcode=1 -j2 -I include -I src -I codec -I tools -I fuzz src check codec codestream common tools fuzz bench
 echo "clean"
 
 section "Fuzzers"

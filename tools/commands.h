@@ -121,6 +121,20 @@ void decode_picture(const DecodeRequest& request, const Target& target);
 // The names that --format takes, with something between them.
 std::string decode_formats(const std::string& between);
 
+// check: what of the standard a file breaks, a line each.
+struct CheckRequest {
+  FileList files;
+  unsigned profile = 0;  // kvjpx_check::Profile; 0: what the file claims to be
+  std::vector<std::string> only;
+  std::vector<std::string> ignore;
+  std::optional<uint64_t> max;
+  bool is_json = false;
+  bool is_strict = false;
+};
+ExitCode check_files(const CheckRequest& request);
+// The table of rules, as Markdown.
+void list_rules();
+
 }  // namespace kvjpx_tool
 
 #endif  // KVJPX_TOOLS_COMMANDS_H_

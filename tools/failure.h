@@ -13,6 +13,7 @@ namespace kvjpx_tool {
 // Documented in the program's help; scripts rely on the numbers.
 enum ExitCode {
   kDone = 0,
+  kFindings = 1,  // of check
   kUsage = 2,
   kInputOutput = 3,
   kNotJpx = 4,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <new>
 #include <sstream>
 
@@ -36,6 +37,7 @@ and its path.
 
 Exit codes, of several files the highest:
   0  done
+  1  check has found errors
   2  wrong usage
   3  a file cannot be opened, read or written
   4  not a JPX: the file has no box
@@ -78,6 +80,7 @@ class CommandLine {
     add_extract();
     add_copy();
     add_decode();
+    add_check();
     add_reference();
     add_complete();
   }
@@ -545,6 +548,42 @@ class CommandLine {
     complete->add_option("WORD", path_, "What the words begin with");
   }
 
+  void add_check() {
+    CLI::App* check =
+        command("check", "Check files against ISO/IEC 15444-1 and 15444-2",
+                "  kvjpx check photo.jp2\n"
+                "  kvjpx check --json --max 20 *.jpx\n"
+                "  kvjpx check --ignore JP2-XML-FORM --strict photo.jp2\n"
+                "Each finding is a line: file, offset, path, severity, identifier, what is\n"
+                "wrong, what was found and expected, clause. Errors break the standard;\n"
+                "warnings are what readers fail on. Nothing is printed of a file without\n"
+                "findings. Bare codestreams are checked, too.",
+                [this] {
+                  if (lists_rules_) {
+                    list_rules();
+                    return kDone;
+                  }
+                  check_.files = files_;
+                  check_.files.may_be_codestreams = true;
+                  return check_files(check_);
+                });
+    take_files(check);
+    check->add_option("--profile", check_.profile, "jp2, jpx, jph, or what a file claims: auto")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, unsigned>{{"auto", 0}, {"jp2", 1}, {"jpx", 2}, {"jph", 4}}))
+        ->type_name("NAME");
+    check->add_option("--only", check_.only, "Tell findings of this rule only; may be repeated")
+        ->allow_extra_args(false)
+        ->type_name("ID");
+    check->add_option("--ignore", check_.ignore, "Do not tell findings of this rule; as --only")
+        ->allow_extra_args(false)
+        ->type_name("ID");
+    check->add_option("--max", check_.max, "Tell at most N findings of a file")->type_name("N");
+    check->add_flag("--json", check_.is_json, "One JSON object a file (docs/check.schema.json)");
+    check->add_flag("--strict", check_.is_strict, "Exit with 1 also when there are warnings only");
+    check->add_flag("--list", lists_rules_, "List the rules instead");
+  }
+
   CLI::App app_;
   std::function<ExitCode()> action_;
 
@@ -563,6 +602,8 @@ class CommandLine {
   std::string text_;
   std::optional<uint64_t> number_;
   DecodeRequest decode_;
+  CheckRequest check_;
+  bool lists_rules_ = false;
 };
 
 ExitCode run(int argc, char** argv) {
