@@ -2,8 +2,9 @@
 # on standard error how far it is. Standard output is the caller's, who has set -o pipefail.
 
 build_packages="g++ cmake ninja-build pkg-config libopenjp2-7-dev libpng-dev libtiff-dev
-  libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev libexpat1-dev liblcms2-dev"
-test_packages="libgtest-dev binutils valgrind clang clang-format libclang-rt-14-dev man-db parallel"
+  libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev libexpat1-dev liblcms2-dev nettle-dev"
+test_packages="libgtest-dev binutils valgrind clang clang-format libclang-rt-14-dev man-db parallel
+  python3-jsonschema"
 all_packages="clang-tidy cppcheck gcc-aarch64-linux-gnu g++-aarch64-linux-gnu qemu-user llvm"
 
 # Keeps a command's output in a file and shows the last line of it: in place on a terminal, in a log

@@ -11,16 +11,19 @@ void get_field(const GetRequest& request) {
     if (request.raw_target) {
       throw Failure(kUsage, "-o takes one field: " + request.address + ".FIELD");
     }
-    for (const Field& field : Field::all_of(document, document.find(request.address))) {
-      print_text(field.assignments());
+    const Box& box = document.find(request.address);
+    for (const Field& field : Field::all_of(document, box)) {
+      print_text(field.assignments(request.is_raw));
     }
+    const kvjpx::document& tree = document.library();
+    if (box.is_container) list_children(tree, box.is_root() ? tree.root() : tree.by_id(box.id));
     return;
   }
   const Field field = Field::find(document, request.address);
   if (request.raw_target) {
     write_result(*request.raw_target, field.raw());
   } else {
-    print_text(field.text());
+    print_text(field.text(request.is_raw));
   }
 }
 

@@ -2,12 +2,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
+#include "facts.h"
 #include "field.h"
+#include "opened_file.h"
 #include "terminal.h"
 
 namespace kvjpx_tool {
@@ -47,40 +48,93 @@ class Table {
   size_t widths_[kColumns] = {};
 };
 
-std::string marks_of(const Box& box) {
-  constexpr std::pair<uint32_t, const char*> kMarks[] = {
-      {KV_JPX_BOX_MALFORMED, "malformed"}, {KV_JPX_BOX_MISPLACED, "misplaced"},
-      {KV_JPX_BOX_CUT_SHORT, "cut short"}, {KV_JPX_BOX_OPEN_ENDED, "open-ended"},
-      {KV_JPX_BOX_LONG_HEADER, "64-bit"},
-  };
+std::string marks_of(const BoxHead& head) {
   std::string marks;
-  for (const auto& [flag, word] : kMarks) {
-    if ((box.flags & flag) != 0) marks += (marks.empty() ? "" : ", ") + std::string(word);
-  }
+  for (const char* const mark : head.marks)
+    marks += (marks.empty() ? "" : ", ") + std::string(mark);
   return marks;
 }
 
-void list_content(const Box& container, Table& table) {
-  for (const auto& box : container.children) {
-    table.add({std::to_string(box->begin), std::to_string(box->end - box->begin),
-               "#" + std::to_string(box->id), path_of(*box), type_name(box->type), marks_of(*box)});
-    list_content(*box, table);
+// Lists boxes in a form; "branch" is what stands in front of a box to draw the tree.
+class Lister {
+ public:
+  Lister(const kvjpx::document& document, ListForm form)
+      : document_(document), form_(form), paths_(document) {}
+
+  std::string all(const std::string& label) {
+    list(document_.root(), "");
+    if (form_ == ListForm::kJson) {
+      const Json facts = {{"file", label}, {"boxes", boxes_}, {"tails", tails_}};
+      return json_text(facts) + "\n";
+    }
+    return table_.text();
   }
-  if (container.tail_length == 0) return;
-  table.add({std::to_string(container.end - container.tail_length),
-             std::to_string(container.tail_length), "-", "-", "-",
-             "no box, in " + path_of(container)});
-}
+  std::string children(kvjpx::box container) {
+    for (const kvjpx::box child : container.children()) add(head_of(paths_, child), "");
+    add_tail(head_of(paths_, container), "");
+    return table_.text();
+  }
+
+ private:
+  void list(kvjpx::box container, const std::string& indent) {
+    const BoxHead head = head_of(paths_, container);
+    const bool has_tail = head.extent.tail_length > 0;
+    for (const kvjpx::box child : container.children()) {
+      const bool is_last = form_ != ListForm::kTree || (!has_tail && !child.next());
+      add(head_of(paths_, child), container.is_root() ? "" : indent + (is_last ? kLast : kOther));
+      if (!child.is_container()) continue;
+      list(child, container.is_root() ? "" : indent + (is_last ? kNothing : kLine));
+    }
+    add_tail(head, container.is_root() ? "" : indent + kLast);
+  }
+
+  void add(const BoxHead& head, const std::string& branch) {
+    if (form_ == ListForm::kJson) {
+      boxes_.push_back(head_facts(head));
+      return;
+    }
+    std::string type = head.box.type().name();
+    if (!head.uuid.empty()) type.append(" ").append(head.uuid);
+    const bool is_tree = form_ == ListForm::kTree;
+    table_.add({std::to_string(head.extent.offset), std::to_string(head.length()),
+                "#" + std::to_string(head.box.id()), is_tree ? branch + type : head.path,
+                is_tree ? "" : type, marks_of(head)});
+  }
+
+  void add_tail(const BoxHead& container, const std::string& branch) {
+    if (container.extent.tail_length == 0) return;
+    if (form_ == ListForm::kJson) {
+      tails_.push_back(tail_facts(container));
+      return;
+    }
+    const bool is_tree = form_ == ListForm::kTree;
+    table_.add({std::to_string(container.tail_offset()),
+                std::to_string(container.extent.tail_length), "-", is_tree ? branch + "-" : "-",
+                is_tree ? "" : "-", "no box, in " + container.path});
+  }
+
+  static constexpr const char* kOther = "|-- ";
+  static constexpr const char* kLast = "`-- ";
+  static constexpr const char* kLine = "|   ";
+  static constexpr const char* kNothing = "    ";
+
+  const kvjpx::document& document_;
+  ListForm form_;
+  kvjpx::box_paths paths_;
+  Table table_;
+  Json boxes_ = Json::array();
+  Json tails_ = Json::array();
+};
 
 }  // namespace
 
-ExitCode list_boxes(const FileList& files) {
-  return read_files(files, Form::kHeadings, [](const std::string& file, std::ostream& out) {
-    const Document document(file, Document::Content::kAnything);
-    Table table;
-    list_content(document.root(), table);
-    out << table.text();
-    document.check_has_boxes();
+ExitCode list_boxes(const ListRequest& request) {
+  const Form form = request.form == ListForm::kJson ? Form::kJsonLines : Form::kHeadings;
+  return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
+    const OpenedFile file(name);
+    if (form == Form::kJsonLines) file.check_has_boxes();
+    out << Lister(file.document(), request.form).all(file.label());
+    file.check_has_boxes();
     return kDone;
   });
 }
@@ -101,6 +155,10 @@ void list_words(const std::string& file, const std::string& word, bool with_fiel
                  [&](const Box& box) { add(path_of(box) + (with_fields ? "." : "")); });
   }
   print_text(words);
+}
+
+void list_children(const kvjpx::document& document, kvjpx::box container) {
+  print_text(Lister(document, ListForm::kPlain).children(container));
 }
 
 void print_box(const std::string& file, const std::string& path) {

@@ -11,14 +11,39 @@
 
 #include "edit.h"
 #include "failure.h"
+#include "kvjpx.hpp"
 #include "many.h"
 #include "output.h"
 
 namespace kvjpx_tool {
 
-// ls: one line a box.
-ExitCode list_boxes(const FileList& files);
+// ls: one line a box, or one JSON object a file.
+enum class ListForm { kPlain, kTree, kJson };
+struct ListRequest {
+  FileList files;
+  ListForm form = ListForm::kPlain;
+};
+ExitCode list_boxes(const ListRequest& request);
+// The same of the boxes directly in a container.
+void list_children(const kvjpx::document& document, kvjpx::box container);
 
+// diff: what differs between two files, kFindings if anything does.
+ExitCode diff_files(const std::string& a, const std::string& b);
+
+// dump: everything in files, as text or as one JSON object a file (docs/dump.schema.json).
+struct DumpRequest {
+  FileList files;
+  std::string format = "text";
+  bool codestreams = false;  // their headers, too
+};
+ExitCode dump_files(const DumpRequest& request);
+
+// info: what files are, on one screen or as one JSON object a file.
+struct InfoRequest {
+  FileList files;
+  bool json = false;
+};
+ExitCode show_info(const InfoRequest& request);
 // complete: the paths that begin with a word; with fields, also the fields of the box before a dot.
 void list_words(const std::string& file, const std::string& word, bool with_fields);
 
@@ -32,6 +57,7 @@ void extract_payload(const std::string& file, const std::string& path, const Tar
 struct GetRequest {
   std::string file;
   std::string address;
+  bool is_raw = false;  // numbers and hexadecimal only
   // Where the raw bytes of a field go; without one its text goes to standard output.
   std::optional<Target> raw_target;
 };

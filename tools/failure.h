@@ -13,7 +13,7 @@ namespace kvjpx_tool {
 // Documented in the program's help; scripts rely on the numbers.
 enum ExitCode {
   kDone = 0,
-  kFindings = 1,  // of check
+  kFindings = 1,  // of check and diff
   kUsage = 2,
   kInputOutput = 3,
   kNotJpx = 4,

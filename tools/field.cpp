@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "box_path.h"
+#include "facts.h"
 #include "failure.h"
 #include "input_file.h"
 #include "names.h"
@@ -137,20 +138,29 @@ std::vector<Field> Field::all_of(const Document& document, const Box& box) {
   return fields;
 }
 
-std::string Field::text() const {
+std::string Field::text(bool is_raw) const {
+  if (std::optional<std::string> words = is_raw ? std::nullopt : as_text()) {
+    // The end of a URL in a file.
+    if (!words->empty() && words->back() == '\0') words->pop_back();
+    return *words + "\n";
+  }
   std::string lines;
-  for (const std::string& value : values()) lines += value + "\n";
+  for (const std::string& value : is_raw ? values() : words()) lines += value + "\n";
   return lines;
 }
 
 std::string Field::raw() const {
-  if (!is_bytes()) return text();
+  if (!is_bytes()) return text(true);
   return index_ ? entry_bytes(*index_) : all_bytes();
 }
 
-std::string Field::assignments() const {
+std::string Field::assignments(bool is_raw) const {
   std::string lines;
-  const std::vector<std::string> all = values();
+  std::vector<std::string> all = is_raw ? values() : words();
+  const std::optional<std::string> as_words = is_raw ? std::nullopt : as_text();
+  if (as_words && as_words->find('\0') == std::string::npos) {
+    all = {"text:" + *as_words};
+  }
   for (size_t i = 0; i < all.size(); ++i) {
     const std::string index = repeats() ? "[" + std::to_string(i) + "]" : "";
     lines += path_of(box_) + "." + info_.name + index + "=" + all[i] + "\n";
@@ -174,6 +184,29 @@ std::vector<std::string> Field::values() const {
                                : to_hex(std::string_view(bytes).substr(i * size, size)));
   }
   return all;
+}
+
+// Values with types as 'jp2 ', but for those with characters that cannot be printed.
+std::vector<std::string> Field::words() const {
+  std::vector<std::string> all = values();
+  if (!is_code_field(info_.key)) return all;
+  for (std::string& value : all) {
+    const std::string code = code_text(static_cast<uint32_t>(*parse_number(value)));
+    if (code.find('%') == std::string::npos) value = "'" + code + "'";
+  }
+  return all;
+}
+
+// The bytes of a field that is text.
+std::optional<std::string> Field::as_text() const {
+  const bool is_text_type =
+      box_.type == kvjpx::type("xml").code() || box_.type == kvjpx::type("lbl").code();
+  if (index_) return std::nullopt;
+  if (info_.key != JPX_FIELD_URL_LOC && (info_.key != JPX_FIELD_JP2C_DATA || !is_text_type)) {
+    return std::nullopt;
+  }
+  std::string bytes = all_bytes();
+  return is_utf8(bytes) ? std::optional<std::string>(std::move(bytes)) : std::nullopt;
 }
 
 uint64_t Field::count() const {

@@ -24,13 +24,14 @@ class Field {
 
   std::string name() const { return info_.name; }
 
-  // The value as text that `set` takes again. Entries of a repeating field without an index come
-  // one a line, each line with its end.
-  std::string text() const;
+  // The value: numbers in decimal, types as 'jp2 ', texts as they are and other bytes in
+  // hexadecimal; raw, numbers and hexadecimal only. Entries of a repeating field without an index
+  // come one a line, each line with its end.
+  std::string text(bool is_raw) const;
   // The bytes of a field held as bytes, the text of any other.
   std::string raw() const;
-  // Lines "PATH.FIELD=VALUE", entries with their index.
-  std::string assignments() const;
+  // Lines "PATH.FIELD=VALUE" that `set` takes again, entries with their index.
+  std::string assignments(bool is_raw) const;
 
   // Changes the field; throws a Failure when the library refuses.
   void set(const std::string& value) const;
@@ -46,6 +47,8 @@ class Field {
 
   uint64_t count() const;
   std::vector<std::string> values() const;
+  std::vector<std::string> words() const;
+  std::optional<std::string> as_text() const;
   uint64_t integer(uint64_t index) const;
   std::string all_bytes() const;
   std::string entry_bytes(uint64_t index) const;

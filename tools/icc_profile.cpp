@@ -3,6 +3,8 @@
 
 #include <lcms2.h>
 
+#include <vector>
+
 namespace kvjpx_tool {
 namespace {
 
@@ -13,6 +15,25 @@ uint32_t number_at(std::string_view bytes, size_t position) {
   uint32_t number = 0;
   for (size_t i = 0; i < 4; ++i) number = number << 8 | static_cast<uint8_t>(bytes[position + i]);
   return number;
+}
+
+// A wide string, which ends at its NUL.
+std::string utf8_of(const std::vector<wchar_t>& text) {
+  std::string result;
+  for (const wchar_t character : text) {
+    const auto code = static_cast<char32_t>(character);
+    if (code == 0) break;
+    if (code < 0x80) {
+      result += static_cast<char>(code);
+      continue;
+    }
+    const int more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    result += static_cast<char>(0xFF00 >> (more + 1) | code >> (6 * more));
+    for (int i = more - 1; i >= 0; --i) {
+      result += static_cast<char>(0x80 | (code >> (6 * i) & 0x3F));
+    }
+  }
+  return result;
 }
 
 }  // namespace
@@ -43,5 +64,14 @@ bool IccProfile::is_restricted() const {
 }
 
 unsigned IccProfile::channels() const { return cmsChannelsOf(cmsGetColorSpace(profile_.get())); }
+
+std::string IccProfile::description() const {
+  const auto get = [this](wchar_t* text, cmsUInt32Number size) {
+    return cmsGetProfileInfo(profile_.get(), cmsInfoDescription, "en", "US", text, size);
+  };
+  std::vector<wchar_t> text(get(nullptr, 0) / sizeof(wchar_t) + 1);
+  get(text.data(), static_cast<cmsUInt32Number>((text.size() - 1) * sizeof(wchar_t)));
+  return utf8_of(text);
+}
 
 }  // namespace kvjpx_tool

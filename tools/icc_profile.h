@@ -18,6 +18,8 @@ class IccProfile {
   // (ISO/IEC 15444-1, I.5.3.3).
   bool is_restricted() const;
   unsigned channels() const;
+  // In English where there is a choice; UTF-8.
+  std::string description() const;
 
  private:
   struct Close {

@@ -37,7 +37,7 @@ and its path.
 
 Exit codes, of several files the highest:
   0  done
-  1  check has found errors
+  1  check has found errors, diff differences
   2  wrong usage
   3  a file cannot be opened, read or written
   4  not a JPX: the file has no box
@@ -63,7 +63,10 @@ class CommandLine {
     app_.require_subcommand(1);
     app_.set_version_flag("--version", version_text);
     app_.footer(kConventions);
+    add_info();
     add_ls();
+    add_dump();
+    add_diff();
     add_print();
     add_get();
     add_set();
@@ -168,15 +171,75 @@ class CommandLine {
         ->type_name("OUT");
   }
 
+  void add_info() {
+    CLI::App* info =
+        command("info", "Tell what a file is: image, colour, resolution, codestreams, metadata",
+                "  kvjpx info photo.jpx\n  kvjpx info --json *.jp2 picture.j2c\n"
+                "Behind each line stands the box that it comes from. What is unusual comes last:\n"
+                "boxes and codestream headers that are not as ISO/IEC 15444 has them.",
+                [this] {
+                  info_.files = files_;
+                  return show_info(info_);
+                });
+    take_files(info, true);
+    info->add_flag("--json", info_.json, "Print one JSON object a file, on a line of its own");
+  }
+
   void add_ls() {
     CLI::App* ls = command(
         "ls", "List boxes: offset, total length, identifier, path, type",
         "  kvjpx ls photo.jpx\n  kvjpx ls --jobs 4 --recursive archive\n"
-        "Behind the type stands what is odd about a box: malformed, misplaced, cut short,\n"
-        "open-ended (it has no length) or 64-bit (it has a long one). Bytes that belong to\n"
-        "no box have a line of their own.",
-        [this] { return list_boxes(files_); });
+        "Behind the type stand the name of a UUID and what is odd about the box: malformed,\n"
+        "misplaced, cut short, open-ended (it has no length) or 64-bit (it has a long one).\n"
+        "Bytes that belong to no box have a line of their own.",
+        [this] {
+          list_.files = files_;
+          return list_boxes(list_);
+        });
     take_files(ls);
+    const auto form = [this](ListForm wanted) {
+      return [this, wanted](std::int64_t) { list_.form = wanted; };
+    };
+    CLI::Option* tree =
+        ls->add_flag_function("--tree", form(ListForm::kTree), "Draw the tree of boxes");
+    ls->add_flag_function("--json", form(ListForm::kJson),
+                          "Print one JSON object a file, on a line of its own")
+        ->excludes(tree);
+  }
+
+  void add_dump() {
+    CLI::App* dump = command(
+        "dump", "Show everything: boxes, fields by name, payloads, codestream headers",
+        "  kvjpx dump photo.jpx\n"
+        "  kvjpx dump --codestream photo.jpx picture.j2c\n"
+        "  kvjpx dump --format json photo.jpx | jq '.boxes[] | select(.type == \"colr\")'\n"
+        "Values are followed by their meaning; payloads are told by length and SHA-256, texts in\n"
+        "full. Of long lists the text has the beginning, JSON everything: one object a file,\n"
+        "numbers above 2^53 as strings.",
+        [this] {
+          dump_.files = files_;
+          return dump_files(dump_);
+        });
+    take_files(dump, true);
+    dump->add_option("--format", dump_.format, "text or json")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->type_name("NAME");
+    dump->add_flag("--codestream", dump_.codestreams,
+                   "Add the headers of codestreams, marker by marker");
+  }
+
+  void add_diff() {
+    CLI::App* diff = command(
+        "diff", "Tell in what two files differ: boxes, fields, payloads, codestream headers",
+        "  kvjpx diff before.jpx after.jpx\n"
+        "A box that only A has begins with -, one that only B has with +. Boxes are paired by\n"
+        "type and content, so an inserted one does not make others differ. Exit code 0 means\n"
+        "that every byte is the same, 1 that something differs.",
+        [this] { return diff_files(file_, path_); });
+    diff->add_option("A", file_, "JPX or JP2 file or bare codestream; - is standard input")
+        ->required()
+        ->type_name("");
+    diff->add_option("B", path_, "The other one")->required()->type_name("");
   }
 
   void add_print() {
@@ -196,18 +259,21 @@ class CommandLine {
                 "  kvjpx get photo.jpx ftyp.CL[0]\n"
                 "  kvjpx get photo.jpx jp2h/colr          (all fields)\n"
                 "  kvjpx get photo.jpx jp2h/colr.ICC -o profile.icc\n"
-                "Numbers are printed in decimal, bytes in hexadecimal; a repeating field\n"
-                "prints one entry a line.",
+                "  kvjpx get photo.jpx jp2h               (fields, and the boxes in it)\n"
+                "Numbers are printed in decimal, types as 'jp2 ', texts as they are, other\n"
+                "bytes in hexadecimal; a repeating field prints one entry a line.",
                 [this] {
-                  GetRequest request{file_, path_, std::nullopt};
-                  if (has_target_->count() > 0) request.raw_target = target_;
-                  get_field(request);
+                  get_.file = file_;
+                  get_.address = path_;
+                  if (has_target_->count() > 0) get_.raw_target = target_;
+                  get_field(get_);
                   return kDone;
                 });
     take_file(get, file_);
     get->add_option("PATH.FIELD", path_, "Field, PATH.FIELD[i] for one entry; PATH for all")
         ->required()
         ->type_name("");
+    get->add_flag("--raw", get_.is_raw, "Print types and texts as numbers and in hexadecimal");
     has_target_ = take_target(get)->description("Write the field's bytes as they are to this file");
   }
 
@@ -595,6 +661,10 @@ class CommandLine {
   CLI::Option* has_target_ = nullptr;
   bool has_fields_ = false;
   EditRequest edit_;
+  InfoRequest info_;
+  ListRequest list_;
+  DumpRequest dump_;
+  GetRequest get_;
   AddRequest add_;
   ResolutionRequest resolution_;
   IccRequest icc_;

@@ -1,4 +1,4 @@
-// The table of UUIDs, and what is asked of each kind.
+// What is asked of each kind.
 #include "metadata.h"
 
 #include <expat.h>
@@ -6,27 +6,13 @@
 #include <memory>
 #include <type_traits>
 
-#include "value.h"
+#include "names.h"
 
 namespace kvjpx_tool {
 namespace {
 
-// The first UUID of a kind is the one that is written. Writers of different age use others, too.
-struct Uuid {
-  const char* kind;
-  const char* digits;
-};
-constexpr Uuid kUuids[] = {
-    {"xmp", "be7acfcb97a942e89c71999491e3afac"},
-    {"exif", "4a706754696666457869662d3e4a5032"},  // in letters, JpgTiffExif->JP2
-    {"exif", "0537cdab9d0c4431a72afa561f2a113e"},
-    {"iptc", "33c7a4d2b81d4723a0baf1a3e097ad38"},
-    {"iptc", "09a14e97c0b442e0bebf36df6f0ce36f"},
-    {"geotiff", "b14bf8bd083d4b43a5ae8cd7d5a6ce03"},
-};
 // In front of Exif in JPEG files, but not here.
 constexpr std::string_view kJpegExif("Exif\0\0", 6);
-constexpr size_t kUuidSize = 16;
 
 bool is_tiff(std::string_view bytes) {
   const std::string_view start = bytes.substr(0, 4);
@@ -49,12 +35,8 @@ bool is_metadata(kvjpx::box box, const std::string& kind) {
   if (kind == "xml") return box.type() == kvjpx::type("xml");
   if (box.type() != kvjpx::type("uuid")) return false;
   const auto id = box.bytes<kvjpx::uuid::id>();
-  if (!id || id->size() != kUuidSize) return false;
-  const std::string digits = to_hex(id->text());
-  for (const Uuid& uuid : kUuids) {
-    if (kind == uuid.kind && digits == uuid.digits) return true;
-  }
-  return false;
+  const std::string_view name = id ? uuid_name(id->text()) : std::string_view();
+  return !name.empty() && uuid_of_name(name) == uuid_of_name(kind);
 }
 
 kvjpx::type metadata_type(const std::string& kind) {
@@ -62,12 +44,8 @@ kvjpx::type metadata_type(const std::string& kind) {
 }
 
 std::string metadata_content(const std::string& kind, std::string_view bytes) {
-  for (const Uuid& uuid : kUuids) {
-    if (kind != uuid.kind) continue;
-    if (kind == "exif") bytes = without_jpeg_start(bytes);
-    return parse_hex(uuid.digits).value().append(bytes);
-  }
-  return std::string(bytes);
+  if (kind == "exif") bytes = without_jpeg_start(bytes);
+  return uuid_of_name(kind).append(bytes);
 }
 
 std::string metadata_fault(const std::string& kind, std::string_view bytes) {

@@ -66,7 +66,7 @@ void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.whe
 
 std::vector<Scenario> scenarios() {
   std::vector<Scenario> result;
-  for (const char* const file : {"program", "decode", "edit", "check"}) {
+  for (const char* const file : {"program", "decode", "edit", "check", "see"}) {
     std::istringstream lines(read(KVJPX_TRANSCRIPTS "/" + std::string(file) + ".transcript"));
     std::vector<std::pair<std::string, std::string>> names;
     for (std::string line; std::getline(lines, line);) {

@@ -1,0 +1,326 @@
+// Asks the library for facts.
+#include "facts.h"
+
+#include <nettle/sha2.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "icc_profile.h"
+#include "names.h"
+#include "value.h"
+
+namespace kvjpx_tool {
+namespace {
+
+constexpr size_t kUuidSize = 16;
+constexpr size_t kFewBytes = 32;
+
+// In the order in which they are shown.
+constexpr std::pair<uint32_t, const char*> kMarks[] = {
+    {KV_JPX_BOX_MALFORMED, "malformed"}, {KV_JPX_BOX_MISPLACED, "misplaced"},
+    {KV_JPX_BOX_CUT_SHORT, "cut short"}, {KV_JPX_BOX_OPEN_ENDED, "open-ended"},
+    {KV_JPX_BOX_LONG_HEADER, "64-bit"},
+};
+
+std::string sha256(std::string_view bytes) {
+  sha256_ctx state;
+  uint8_t digest[SHA256_DIGEST_SIZE];
+  sha256_init(&state);
+  sha256_update(&state, bytes.size(), reinterpret_cast<const uint8_t*>(bytes.data()));
+  sha256_digest(&state, sizeof digest, digest);
+  return to_hex({reinterpret_cast<const char*>(digest), sizeof digest});
+}
+
+const std::vector<kv_jpx_field_info>& all_fields() {
+  static const std::vector<kv_jpx_field_info> fields = [] {
+    std::vector<kv_jpx_field_info> rows;
+    for (uint32_t i = 0; const auto info = kvjpx::field_info(i); ++i) rows.push_back(*info);
+    return rows;
+  }();
+  return fields;
+}
+
+bool is_signed(uint32_t key) {
+  return key == JPX_FIELD_COLR_PREC || key == JPX_FIELD_RESC_VR_E || key == JPX_FIELD_RESC_HR_E;
+}
+
+// The fields of a box with their names; what it does not have now is left out.
+class FieldFacts {
+ public:
+  explicit FieldFacts(kvjpx::box box) : box_(box) {
+    const uint32_t type = box.type().code();
+    for (const kv_jpx_field_info& info : all_fields()) {
+      if (info.box_type == type && info.key != JPX_FIELD_UUID_DATA) add(info);
+    }
+  }
+
+  Json fields = Json::object();
+  Json names = Json::object();
+
+ private:
+  void add(const kv_jpx_field_info& info) {
+    const bool repeats = (info.access & KV_JPX_FIELD_REPEATS) != 0;
+    if (fields.contains(info.name)) return;
+    if ((info.access & KV_JPX_FIELD_INTEGER) != 0) {
+      repeats ? add_list(info) : add_number(info);
+    } else if ((info.access & KV_JPX_FIELD_BYTES) != 0) {
+      add_bytes(info, repeats);
+    }
+  }
+
+  static Json value_fact(const kv_jpx_field_info& info, uint64_t value) {
+    if (is_code_field(info.key)) return code_text(static_cast<uint32_t>(value));
+    if (is_signed(info.key)) return static_cast<int8_t>(value);
+    return number_fact(value);
+  }
+
+  void add_number(const kv_jpx_field_info& info) {
+    const auto value = box_.get(info.key);
+    if (!value) return;
+    fields[info.name] = value_fact(info, *value);
+    const std::string name = value_name(info.key, *value);
+    if (!name.empty()) names[info.name] = name;
+  }
+
+  void add_list(const kv_jpx_field_info& info) {
+    const auto count = box_.count(info.key);
+    if (!count) return;
+    Json values = Json::array();
+    Json words = Json::array();
+    bool has_words = false;
+    for (uint64_t i = 0; i < *count; ++i) {
+      const auto value = box_.get(info.key, i);
+      if (!value) break;
+      values.push_back(value_fact(info, *value));
+      words.push_back(value_name(info.key, *value));
+      has_words |= !words.back().get_ref<const std::string&>().empty();
+    }
+    fields[info.name] = std::move(values);
+    if (has_words) names[info.name] = std::move(words);
+  }
+
+  void add_bytes(const kv_jpx_field_info& info, bool repeats) {
+    const auto bytes = box_.bytes(info.key);
+    if (!bytes) return;
+    const std::string_view text = bytes->text();
+    if (repeats) {
+      add_uuids(info, text);
+    } else if (info.key == JPX_FIELD_COLR_UUID || info.key == JPX_FIELD_UUID_ID) {
+      fields[info.name] = uuid_text(text);
+      if (!uuid_name(text).empty()) names[info.name] = uuid_name(text);
+    } else if (info.key == JPX_FIELD_URL_LOC && is_utf8(text)) {
+      fields[info.name] = text.substr(0, text.find('\0'));
+    } else {
+      fields[info.name] = bytes_fact(text);
+      const std::string name =
+          info.key == JPX_FIELD_COLR_ICC ? profile_description(text) : std::string();
+      if (!name.empty()) names[info.name] = name;
+    }
+  }
+
+  void add_uuids(const kv_jpx_field_info& info, std::string_view uuids) {
+    Json& values = fields[info.name] = Json::array();
+    Json& words = names[info.name] = Json::array();
+    for (; uuids.size() >= kUuidSize; uuids.remove_prefix(kUuidSize)) {
+      values.push_back(uuid_text(uuids.substr(0, kUuidSize)));
+      words.push_back(uuid_name(uuids.substr(0, kUuidSize)));
+    }
+  }
+
+  kvjpx::box box_;
+};
+
+std::string_view uuid_name_of(kvjpx::box box) {
+  const auto id = box.bytes<kvjpx::uuid::id>();
+  return id ? uuid_name(id->text()) : std::string_view();
+}
+
+bool is_text_type(const BoxHead& head) {
+  const kvjpx::type type = head.box.type();
+  return type == kvjpx::type("xml") || type == kvjpx::type("lbl") || head.uuid == "XMP";
+}
+
+class HeaderCollector final : public kvjpx_codestream::Observer {
+ public:
+  explicit HeaderCollector(Json& facts) : facts_(facts) {
+    facts["segments"] = Json::array();
+    facts["problems"] = Json::array();
+  }
+  void segment(kvjpx_codestream::Segment&& segment) override {
+    facts_["segments"].push_back(segment_facts(segment));
+  }
+  void problem(const kvjpx_codestream::Problem& problem) override {
+    if (facts_["whole"] == true) facts_["problems"].push_back(problem_facts(problem));
+  }
+
+ private:
+  Json& facts_;
+};
+
+}  // namespace
+
+Json number_fact(uint64_t number) {
+  constexpr uint64_t kLargestExact = uint64_t{1} << 53;
+  return number <= kLargestExact ? Json(number) : Json(std::to_string(number));
+}
+
+Json bytes_fact(std::string_view bytes) {
+  Json facts = {{"length", number_fact(bytes.size())}, {"sha256", sha256(bytes)}};
+  if (bytes.size() <= kFewBytes) facts["hex"] = to_hex(bytes);
+  return facts;
+}
+
+bool is_utf8(std::string_view text) {
+  try {
+    Json(text).dump();
+    return true;
+  } catch (const Json::type_error&) {
+    return false;
+  }
+}
+
+std::string json_text(const Json& json) {
+  return json.dump(-1, ' ', isatty(STDOUT_FILENO) != 0, Json::error_handler_t::replace);
+}
+
+BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
+  BoxHead head{box, box.extent().value_or({}), paths.path(box), {}, {}};
+  if (box.type() == kvjpx::type("uuid")) head.uuid = uuid_name_of(box);
+  for (const auto& [flag, word] : kMarks) {
+    if ((head.extent.flags & flag) != 0) head.marks.push_back(word);
+  }
+  return head;
+}
+
+Json head_facts(const BoxHead& head) {
+  Json facts = {{"path", head.path},
+                {"type", code_text(head.box.type().code())},
+                {"id", head.box.id()},
+                {"offset", number_fact(head.extent.offset)},
+                {"length", number_fact(head.length())},
+                {"header_length", head.extent.header_length}};
+  const uint32_t flags = head.extent.flags;
+  facts["header"] = (flags & KV_JPX_BOX_OPEN_ENDED) != 0    ? "open-ended"
+                    : (flags & KV_JPX_BOX_LONG_HEADER) != 0 ? "64-bit"
+                                                            : "32-bit";
+  if (!head.uuid.empty()) facts["uuid"] = head.uuid;
+  facts["marks"] = head.marks;
+  return facts;
+}
+
+Json tail_facts(const BoxHead& container) {
+  return {{"path", container.path},
+          {"offset", number_fact(container.tail_offset())},
+          {"length", number_fact(container.extent.tail_length)}};
+}
+
+Json box_facts(const BoxHead& head) {
+  Json facts = head_facts(head);
+  FieldFacts fields(head.box);
+  if (!fields.fields.empty()) facts["fields"] = std::move(fields.fields);
+  if (!fields.names.empty()) facts["names"] = std::move(fields.names);
+  if (head.box.is_container()) return facts;
+  const auto payload = head.box.payload();
+  const auto content = head.box.source_content();
+  if (!payload && (facts.contains("fields") || !content)) return facts;
+  const std::string_view bytes = payload ? payload->text() : content->text();
+  facts["payload"] = bytes_fact(bytes);
+  if (is_text_type(head) && is_utf8(bytes)) facts["payload"]["text"] = bytes;
+  return facts;
+}
+
+std::string profile_description(std::string_view bytes) {
+  const IccProfile profile(bytes);
+  return profile.fault().empty() ? profile.description() : "";
+}
+
+Json segment_facts(const kvjpx_codestream::Segment& segment) {
+  Json facts = {{"name", segment.name},
+                {"marker", to_hex(std::string{static_cast<char>(segment.marker >> 8),
+                                              static_cast<char>(segment.marker)})},
+                {"offset", number_fact(segment.offset)}};
+  if (segment.has_length) facts["length"] = segment.length;
+  if (segment.tile_part != kvjpx_codestream::kNone) facts["tile_part"] = segment.tile_part;
+  Json fields = Json::object();
+  Json names = Json::object();
+  for (const kvjpx_codestream::Field& field : segment.fields) {
+    if (field.kind == kvjpx_codestream::Field::Kind::kText) {
+      fields[field.name] = field.text;
+      continue;
+    }
+    const bool is_list = field.kind == kvjpx_codestream::Field::Kind::kList;
+    Json values = Json::array();
+    for (const uint64_t value : field.values) values.push_back(number_fact(value));
+    fields[field.name] = is_list ? std::move(values) : values.front();
+    if (is_list && !field.words.empty()) names[field.name] = field.words;
+    if (!is_list && !field.words.empty() && !field.words[0].empty()) {
+      names[field.name] = field.words[0];
+    }
+  }
+  if (!fields.empty()) facts["fields"] = std::move(fields);
+  if (!names.empty()) facts["names"] = std::move(names);
+  return facts;
+}
+
+Json problem_facts(const kvjpx_codestream::Problem& problem) {
+  Json facts = {{"id", identifier(problem.kind)},
+                {"text", meaning(problem.kind)},
+                {"offset", number_fact(problem.offset)},
+                {"segment", kvjpx_codestream::marker_name(problem.marker)},
+                {"expected", number_fact(problem.expected)},
+                {"found", number_fact(problem.found)}};
+  if (problem.index != kvjpx_codestream::kNone) facts["index"] = problem.index;
+  return facts;
+}
+
+std::string problem_text(const Json& problem) {
+  const std::string segment = problem["segment"];
+  return (segment.empty() ? "" : segment + ": ") + problem["text"].get<std::string>();
+}
+
+void add_summary(Json& facts, const kvjpx_codestream::Summary& summary) {
+  if (summary.has_image) {
+    const kvjpx_codestream::Image& image = summary.image;
+    facts["width"] = image.x.size();
+    facts["height"] = image.y.size();
+    facts["tile_width"] = image.x.tile_size;
+    facts["tile_height"] = image.y.tile_size;
+    facts["tiles"] = number_fact(image.tiles());
+    facts["profile"] = kvjpx_codestream::profile_name(image.capabilities);
+    Json& components = facts["components"] = Json::array();
+    for (const kvjpx_codestream::Component& component : image.components) {
+      components.push_back({{"depth", component.depth},
+                            {"signed", component.is_signed},
+                            {"dx", component.dx},
+                            {"dy", component.dy}});
+    }
+  }
+  if (summary.has_coding) {
+    const kvjpx_codestream::CodingStyle& coding = summary.coding;
+    facts["levels"] = coding.levels;
+    facts["layers"] = coding.layers;
+    facts["progression"] = kvjpx_codestream::progression_name(coding.progression);
+    facts["transformation"] = kvjpx_codestream::transformation_name(coding.transformation);
+    facts["colour_transform"] = kvjpx_codestream::colour_transform_name(coding);
+  }
+  if (summary.has_quantization) {
+    facts["quantization"] = kvjpx_codestream::quantization_name(summary.quantization);
+  }
+  facts["high_throughput"] = summary.is_high_throughput;
+  facts["tile_parts"] = number_fact(summary.tile_parts);
+}
+
+void add_headers(Json& facts, kvjpx_codestream::Source& source) {
+  HeaderCollector collector(facts);
+  const kvjpx_codestream::Summary summary = walk(source, collector);
+  add_summary(facts, summary);
+}
+
+Json finding_facts(const kvjpx::box_paths& paths, const kvjpx::finding& finding) {
+  Json facts = {{"path", paths.path(finding.place)}, {"text", finding.text}};
+  if (finding.offset != UINT64_MAX) facts["offset"] = number_fact(finding.offset);
+  return facts;
+}
+
+}  // namespace kvjpx_tool

@@ -1,0 +1,37 @@
+// A file that a command looks into: its bytes and what the library makes of them, nothing lost.
+#ifndef KVJPX_TOOLS_OPENED_FILE_H_
+#define KVJPX_TOOLS_OPENED_FILE_H_
+
+#include <string>
+#include <string_view>
+
+#include "input_file.h"
+#include "kvjpx.hpp"
+
+namespace kvjpx_tool {
+
+class OpenedFile {
+ public:
+  // "-" is standard input. Throws a Failure when the file cannot be read.
+  explicit OpenedFile(const std::string& name);
+
+  const std::string& label() const { return file_.label(); }
+  std::string_view bytes() const { return file_.bytes(); }
+  // Without a box for a bare codestream.
+  const kvjpx::document& document() const { return document_; }
+  bool is_codestream() const { return is_codestream_; }
+
+  // Throw a Failure that tells what the file seems to be when it has not one box; a bare codestream
+  // is known.
+  void check_has_boxes() const;
+  void check_is_known() const;
+
+ private:
+  InputFile file_;
+  kvjpx::document document_;
+  bool is_codestream_;
+};
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_OPENED_FILE_H_
