@@ -322,13 +322,21 @@ class block {
   /** Owns nothing. */
   explicit block(byte_view borrowed) : view_(borrowed) {}
 
+  /** All of them; the members below are those of this view. */
   byte_view bytes() const { return view_; }
+  /** The first byte; null where there are none. */
   const uint8_t* data() const { return view_.data(); }
+  /** Number of bytes. */
   size_t size() const { return view_.size(); }
+  /** Whether there are none. */
   bool empty() const { return view_.empty(); }
+  /** The first byte, for loops. */
   const uint8_t* begin() const { return view_.begin(); }
+  /** Behind the last byte. */
   const uint8_t* end() const { return view_.end(); }
+  /** A byte; the index is not checked. */
   uint8_t operator[](size_t index) const { return view_[index]; }
+  /** The bytes as characters. */
   std::string_view text() const { return view_.text(); }
   /** Whether the bytes are a copy of the library's, and not a view. */
   bool is_owned() const { return data_ != nullptr; }
@@ -557,6 +565,7 @@ class box {
  public:
   /** No box. Of its members only operator bool and the comparisons may be used. */
   box() = default;
+  /** What documents make; ask them: document::by_id. */
   box(const detail::state* document, uint32_t id) : document_(document), id_(id) {}
 
   /** Whether this is a box, the root included. */
@@ -568,7 +577,9 @@ class box {
   uint32_t id() const { return id_; }
   /** For functions of kvjpx.h. */
   kv_jpx_context* context() const { return document_->context; }
+  /** Whether it is the root, which stands for the file and has no header. */
   bool is_root() const { return id_ == KV_JPX_ROOT; }
+  /** Whether the document has this box still. */
   bool exists() const {
     uint32_t found = 0;
     return kv_jpx_get_box_type_by_id(context(), id_, &found) == JPX_OK;
@@ -593,7 +604,9 @@ class box {
   }
   /** The siblings beside it and the first box in it; no box where there is none. */
   box next() const { return neighbour(kv_jpx_get_next_box_id); }
+  /** See next. */
   box previous() const { return neighbour(kv_jpx_get_previous_box_id); }
+  /** See next. */
   box first_child() const { return neighbour(kv_jpx_get_first_child_box_id); }
 
   /** The boxes directly in it, in order; see child_range. */
@@ -698,8 +711,8 @@ class box {
     return set_bytes(Field::key, value, Field::width);
   }
 
-  /* The same by key (JPX_FIELD_...), for fields that are known at run time only. */
-
+  /** A number by its key (JPX_FIELD_...). This and those below are for fields that are known at run
+   *  time only. */
   result<uint64_t> get(uint32_t key, uint64_t index = 0) const {
     uint64_t value = 0;
     if (const int32_t code = kv_jpx_get_box_field_int(context(), id_, key, index, &value)) {
@@ -711,6 +724,7 @@ class box {
   result<void> set(uint32_t key, uint64_t index, uint64_t value) const {
     return outcome(kv_jpx_set_box_field_int(context(), id_, key, index, value));
   }
+  /** Entries, or bytes of a field that is bytes. */
   result<uint64_t> count(uint32_t key) const {
     uint64_t entries = 0;
     if (const int32_t code = kv_jpx_get_box_field_count(context(), id_, key, &entries, nullptr)) {
@@ -718,9 +732,11 @@ class box {
     }
     return entries;
   }
+  /** As kv_jpx_set_box_field_count. */
   result<void> resize(uint32_t key, uint64_t entries) const {
     return outcome(kv_jpx_set_box_field_count(context(), id_, key, entries));
   }
+  /** A field held as bytes. */
   result<block> bytes(uint32_t key) const {
     uint64_t entries = 0;
     uint32_t size = 0;
@@ -748,6 +764,7 @@ class box {
     if (!unchanged || unchanged->size() < *length) return bytes<opaque::data>();
     return block(unchanged->part(unchanged->size() - *length));
   }
+  /** Replaces what payload() tells by a copy of these bytes. */
   result<void> set_payload(byte_view value) const { return set_bytes<opaque::data>(value); }
   /** The bytes behind the header as they stood in the input, of whatever box: a view into the
    *  source. Nothing when the document knows no source, and for a box that has changed or is not
@@ -770,8 +787,11 @@ class box {
     const int32_t code = kv_jpx_append_box(context(), type.code(), id_, &id);
     return added(code, id);
   }
+  /** See append. */
   result<box> add_first(kvjpx::type type) const { return add(type, id_, KV_JPX_PLACE_FIRST_CHILD); }
+  /** See append. */
   result<box> add_after(kvjpx::type type) const { return add(type, id_, KV_JPX_PLACE_AFTER); }
+  /** See append. */
   result<box> add_before(kvjpx::type type) const {
     const box container = parent();
     // The library puts nothing before a first child by that name.

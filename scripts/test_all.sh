@@ -56,5 +56,10 @@ cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portabi
   --error-exitcode=1 -j2 -I include -I src -I codec -I tools -I fuzz src check codec codestream common tools fuzz bench
 echo "clean"
 
+section "Reference"
+mkdir -p build
+doxygen docs/Doxyfile 2>&1 | tee build/reference.log
+[ ! -s build/reference.log ]
+
 section "Fuzzers"
 scripts/fuzz.sh 60
