@@ -193,11 +193,7 @@ class Edits {
     while (!undo_.empty() && is_alive()) undo_last();
     if (is_undone_) check_written(input_, file_, "undoing edits restores the file");
     for (int i = 0; i < kMaxSteps && !steps_.is_empty() && is_alive(); ++i) {
-      if (steps_.byte() % 2 == 0) {
-        kv_jpx_delete_box(session_.get(), pick().id);
-      } else {
-        take_step();
-      }
+      take_rough_step();
     }
     check_output();
   }
@@ -220,6 +216,25 @@ class Edits {
       add(box);
     } else {
       change(box, operation);
+    }
+  }
+
+  // One that is not undone.
+  void take_rough_step() {
+    const uint8_t operation = steps_.byte();
+    if (operation % 4 == 0) {
+      kv_jpx_delete_box(context(), pick().id);
+    } else if (operation % 4 == 1) {
+      const uint32_t moved = pick().id;
+      session_.judged(kv_jpx_move_box(context(), moved, pick().id, operation / 4 % 5));
+    } else if (operation % 4 == 2) {
+      const BoxInfo filled = pick();
+      const Bytes content = steps_.bytes(steps_.byte());
+      // A container is opaque then until it is read anew, which the shape would show.
+      if (filled.is_container) return;
+      session_.judged(kv_jpx_set_box_content(context(), filled.id, content.data(), content.size()));
+    } else {
+      take_step();
     }
   }
 

@@ -165,6 +165,8 @@ TEST(FailingMemory, WhereEverythingIsKept) {
            void* data = nullptr;
            uint64_t length = 0;
            code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
+           if (code == JPX_OK) code = kv_jpx_set_box_content(context, 1, "unread", 6);
+           if (code == JPX_OK) code = kv_jpx_move_box(context, 1, 0, KV_JPX_PLACE_LAST_CHILD);
            if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
            if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
          }
