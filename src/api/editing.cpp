@@ -137,8 +137,10 @@ Box* read_content(Environment* env, const Box* old, const void* data, uint64_t l
     read_typed(env, stream, *layout, box);
     const bool is_whole = stream->content_is_bad == 0 && stream->unread == 0;
     bs_pop_read_limit(env, stream);
-    if (is_whole && box->kind == kBasic) static_cast<BasicBox*>(box)->owns_stream = 1;
-    if (is_whole && box->kind == kBasic) return box;
+    // A payload, that of a url box included, stays in the stream.
+    const bool holds_payload = layout->own.destroy == release_payload;
+    if (is_whole && holds_payload) static_cast<BasicBox*>(box)->owns_stream = 1;
+    if (is_whole && holds_payload) return box;
     destroy_stream(env, stream);
     if (is_whole) return box;
   }
