@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "box/registry.h"
@@ -232,6 +233,7 @@ class Edits {
       const Bytes content = steps_.bytes(steps_.byte());
       // A container is opaque then until it is read anew, which the shape would show.
       if (filled.is_container) return;
+      filled_.insert(filled.id);
       session_.judged(kv_jpx_set_box_content(context(), filled.id, content.data(), content.size()));
     } else {
       take_step();
@@ -361,7 +363,7 @@ class Edits {
     for (size_t i = 0; i < boxes.size(); ++i) {
       kv_jpx_box_extent stood;
       kv_jpx_box_extent stands;
-      if (!get_extent(session_, boxes[i].id, &stood)) continue;
+      if (filled_.count(boxes[i].id) != 0 || !get_extent(session_, boxes[i].id, &stood)) continue;
       require(get_extent(again.session(), reread[i].id, &stands), "(it was read)");
       check_box(boxes[i], stood, stands, *written);
     }
@@ -398,6 +400,7 @@ class Edits {
   const Bytes& file_;
   Input steps_;
   std::vector<Step> undo_;
+  std::set<uint32_t> filled_;  // whose content was replaced; a tail may be new there
   bool is_undone_ = true;
 };
 
