@@ -6,46 +6,10 @@
 #include "facts.h"
 #include "facts_text.h"
 #include "opened_file.h"
+#include "printer.h"
 
 namespace kvjpx_tool {
 namespace {
-
-// Takes the facts of a file one after the other, in sections, so that they need not be held all at
-// once.
-class Printer {
- public:
-  virtual ~Printer() = default;
-  virtual void begin_file(const Json& facts) = 0;
-  virtual void section(const char* name) = 0;
-  virtual void entry(const Json& facts) = 0;
-  virtual void end_file() = 0;
-};
-
-class JsonPrinter final : public Printer {
- public:
-  explicit JsonPrinter(std::ostream& out) : out_(out) {}
-
-  void begin_file(const Json& facts) override {
-    const std::string text = json_text(facts);
-    out_ << text.substr(0, text.size() - 1);
-    end_ = "}\n";
-  }
-  void section(const char* name) override {
-    out_ << std::string(end_[0] == ']' ? "]" : "") + ",\"" + name + "\":[";
-    end_ = "]}\n";
-    is_first_ = true;
-  }
-  void entry(const Json& facts) override {
-    out_ << (is_first_ ? "" : ",") + json_text(facts);
-    is_first_ = false;
-  }
-  void end_file() override { out_ << end_; }
-
- private:
-  std::ostream& out_;
-  const char* end_ = "";
-  bool is_first_ = true;
-};
 
 std::string fields_text(const Json& facts, const std::string& indent) {
   const Json fields = facts.value("fields", Json::object());
@@ -139,15 +103,7 @@ void dump_file(const OpenedFile& file, bool with_codestreams, Printer& printer) 
                       {"kind", file.is_codestream() ? "codestream" : "boxes"}});
   printer.section("boxes");
   for (const kvjpx::box box : document.boxes()) printer.entry(box_facts(head_of(paths, box)));
-  printer.section("tails");
-  const auto add_tail = [&](kvjpx::box box) {
-    const BoxHead head = head_of(paths, box);
-    if (head.extent.tail_length > 0) printer.entry(tail_facts(head));
-  };
-  for (const kvjpx::box box : document.boxes()) {
-    if (box.is_container()) add_tail(box);
-  }
-  add_tail(document.root());
+  print_tails(document, paths, printer);
   printer.section("findings");
   for (const kvjpx::finding& finding : document.findings()) {
     printer.entry(finding_facts(paths, finding));

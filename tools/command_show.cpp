@@ -2,49 +2,62 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <ostream>
+#include <utility>
 
 #include "box_path.h"
 #include "commands.h"
 #include "document.h"
 #include "facts.h"
 #include "field.h"
+#include "metadata.h"
 #include "opened_file.h"
+#include "printer.h"
 #include "terminal.h"
 
 namespace kvjpx_tool {
 namespace {
 
-// Rows of text that are printed in aligned columns; numbers to the right, words to the left.
+// Rows of text that are printed in aligned columns; numbers to the right, words to the left. All
+// cells stand in one string, as there may be millions.
 class Table {
  public:
   static constexpr size_t kNumberColumns = 3;
   static constexpr size_t kColumns = 6;
-  using Row = std::string[kColumns];
 
-  void add(const Row& row) {
+  void add(const std::array<std::string_view, kColumns>& row) {
     for (size_t i = 0; i < kColumns; ++i) {
-      cells_.push_back(row[i]);
+      cells_ += row[i];
+      lengths_.push_back(static_cast<uint32_t>(row[i].size()));
       widths_[i] = std::max(widths_[i], row[i].size());
     }
   }
 
-  std::string text() const {
-    std::string lines;
-    for (size_t i = 0; i < cells_.size(); ++i) {
+  void print(std::ostream& out) const {
+    std::string line;
+    size_t begin = 0;
+    for (size_t i = 0; i < lengths_.size(); ++i) {
       const size_t column = i % kColumns;
-      const std::string blanks(widths_[column] - cells_[i].size(), ' ');
+      const std::string_view cell = std::string_view(cells_).substr(begin, lengths_[i]);
+      begin += cell.size();
       if (column + 1 < kColumns) {
-        lines += (column < kNumberColumns ? blanks + cells_[i] : cells_[i] + blanks) + "  ";
+        const size_t blanks = widths_[column] - cell.size();
+        if (column < kNumberColumns) line.append(blanks, ' ');
+        line += cell;
+        line.append((column < kNumberColumns ? 0 : blanks) + 2, ' ');
         continue;
       }
-      if (!cells_[i].empty()) lines += styled(STDOUT_FILENO, Style::kOddity, cells_[i]);
-      lines.replace(lines.find_last_not_of(' ') + 1, lines.npos, "\n");
+      if (!cell.empty()) line += styled(STDOUT_FILENO, Style::kOddity, std::string(cell));
+      line.resize(line.find_last_not_of(' ') + 1);
+      out << line << '\n';
+      line.clear();
     }
-    return lines;
   }
 
  private:
-  std::vector<std::string> cells_;
+  std::string cells_;
+  std::vector<uint32_t> lengths_;
   size_t widths_[kColumns] = {};
 };
 
@@ -55,24 +68,20 @@ std::string marks_of(const BoxHead& head) {
   return marks;
 }
 
-// Lists boxes in a form; "branch" is what stands in front of a box to draw the tree.
+// Lists boxes in a table; "branch" is what stands in front of a box to draw the tree.
 class Lister {
  public:
-  Lister(const kvjpx::document& document, ListForm form)
-      : document_(document), form_(form), paths_(document) {}
+  Lister(const kvjpx::document& document, bool is_tree)
+      : document_(document), is_tree_(is_tree), paths_(document) {}
 
-  std::string all(const std::string& label) {
+  void print_all(std::ostream& out) {
     list(document_.root(), "");
-    if (form_ == ListForm::kJson) {
-      const Json facts = {{"file", label}, {"boxes", boxes_}, {"tails", tails_}};
-      return json_text(facts) + "\n";
-    }
-    return table_.text();
+    table_.print(out);
   }
-  std::string children(kvjpx::box container) {
+  void print_children(kvjpx::box container, std::ostream& out) {
     for (const kvjpx::box child : container.children()) add(head_of(paths_, child), "");
     add_tail(head_of(paths_, container), "");
-    return table_.text();
+    table_.print(out);
   }
 
  private:
@@ -80,7 +89,7 @@ class Lister {
     const BoxHead head = head_of(paths_, container);
     const bool has_tail = head.extent.tail_length > 0;
     for (const kvjpx::box child : container.children()) {
-      const bool is_last = form_ != ListForm::kTree || (!has_tail && !child.next());
+      const bool is_last = !is_tree_ || (!has_tail && !child.next());
       add(head_of(paths_, child), container.is_root() ? "" : indent + (is_last ? kLast : kOther));
       if (!child.is_container()) continue;
       list(child, container.is_root() ? "" : indent + (is_last ? kNothing : kLine));
@@ -89,28 +98,18 @@ class Lister {
   }
 
   void add(const BoxHead& head, const std::string& branch) {
-    if (form_ == ListForm::kJson) {
-      boxes_.push_back(head_facts(head));
-      return;
-    }
     std::string type = head.box.type().name();
     if (!head.uuid.empty()) type.append(" ").append(head.uuid);
-    const bool is_tree = form_ == ListForm::kTree;
     table_.add({std::to_string(head.extent.offset), std::to_string(head.length()),
-                "#" + std::to_string(head.box.id()), is_tree ? branch + type : head.path,
-                is_tree ? "" : type, marks_of(head)});
+                "#" + std::to_string(head.box.id()), is_tree_ ? branch + type : head.path,
+                is_tree_ ? "" : type, marks_of(head)});
   }
 
   void add_tail(const BoxHead& container, const std::string& branch) {
     if (container.extent.tail_length == 0) return;
-    if (form_ == ListForm::kJson) {
-      tails_.push_back(tail_facts(container));
-      return;
-    }
-    const bool is_tree = form_ == ListForm::kTree;
     table_.add({std::to_string(container.tail_offset()),
-                std::to_string(container.extent.tail_length), "-", is_tree ? branch + "-" : "-",
-                is_tree ? "" : "-", "no box, in " + container.path});
+                std::to_string(container.extent.tail_length), "-", is_tree_ ? branch + "-" : "-",
+                is_tree_ ? "" : "-", "no box, in " + container.path});
   }
 
   static constexpr const char* kOther = "|-- ";
@@ -119,12 +118,22 @@ class Lister {
   static constexpr const char* kNothing = "    ";
 
   const kvjpx::document& document_;
-  ListForm form_;
+  bool is_tree_;
   kvjpx::box_paths paths_;
   Table table_;
-  Json boxes_ = Json::array();
-  Json tails_ = Json::array();
 };
+
+void print_json(const OpenedFile& file, std::ostream& out) {
+  const kvjpx::box_paths paths(file.document());
+  JsonPrinter printer(out);
+  printer.begin_file({{"file", file.label()}});
+  printer.section("boxes");
+  for (const kvjpx::box box : file.document().boxes()) {
+    printer.entry(head_facts(head_of(paths, box)));
+  }
+  print_tails(file.document(), paths, printer);
+  printer.end_file();
+}
 
 }  // namespace
 
@@ -132,8 +141,12 @@ ExitCode list_boxes(const ListRequest& request) {
   const Form form = request.form == ListForm::kJson ? Form::kJsonLines : Form::kHeadings;
   return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
     const OpenedFile file(name);
-    if (form == Form::kJsonLines) file.check_has_boxes();
-    out << Lister(file.document(), request.form).all(file.label());
+    if (request.form == ListForm::kJson) {
+      file.check_has_boxes();
+      print_json(file, out);
+      return kDone;
+    }
+    Lister(file.document(), request.form == ListForm::kTree).print_all(out);
     file.check_has_boxes();
     return kDone;
   });
@@ -157,23 +170,39 @@ void list_words(const std::string& file, const std::string& word, bool with_fiel
   print_text(words);
 }
 
-void list_children(const kvjpx::document& document, kvjpx::box container) {
-  print_text(Lister(document, ListForm::kPlain).children(container));
+void list_children(const kvjpx::document& document, kvjpx::box container, std::ostream& out) {
+  Lister(document, false).print_children(container, out);
 }
 
-void print_box(const std::string& file, const std::string& path) {
-  const Document document(file);
-  const Box& box = document.find(path);
-  // The library prints through the same stdio stream, so the order of output is kept.
-  int32_t code = JPX_OK;
-  print_filtered([&] { code = kv_jpx_print_box(document.context(), box.id); });
-  if (code != JPX_OK) throw library_failure(document.place(box), document.context(), kNoSuchPlace);
+ExitCode print_boxes(const FileList& files, const std::string& path) {
+  return read_files(files, Form::kHeadings, [&](const std::string& name, std::ostream& out) {
+    const Document document(name);
+    const Box& box = document.find(path);
+    int32_t code = JPX_OK;
+    out << printed_by([&] { code = kv_jpx_print_box(document.context(), box.id); });
+    if (code == JPX_OK) return kDone;
+    throw library_failure(document.place(box), document.context(), kNoSuchPlace);
+  });
 }
 
 void extract_payload(const std::string& file, const std::string& path, const Target& target) {
   const Document document(file);
   const Box& box = document.find(path);
   write_result(target, document.bytes().substr(box.content_begin, box.end - box.content_begin));
+}
+
+void extract_kind(const std::string& file, const std::string& kind, const Target& target) {
+  const Document document(file);
+  for (const kvjpx::box box : document.library().boxes()) {
+    if (kind == "icc") {
+      if (auto profile = box.bytes<kvjpx::colr::icc>())
+        return write_result(target, profile->text());
+    } else if (is_metadata(box, kind)) {
+      const auto content = kind == "xml" ? box.payload() : box.bytes<kvjpx::uuid::data>();
+      if (content) return write_result(target, content->text());
+    }
+  }
+  throw Failure(kNoSuchPlace, document.label() + ": there is no " + kind + " in it");
 }
 
 }  // namespace kvjpx_tool

@@ -25,7 +25,7 @@ struct ListRequest {
 };
 ExitCode list_boxes(const ListRequest& request);
 // The same of the boxes directly in a container.
-void list_children(const kvjpx::document& document, kvjpx::box container);
+void list_children(const kvjpx::document& document, kvjpx::box container, std::ostream& out);
 
 // diff: what differs between two files, kFindings if anything does.
 ExitCode diff_files(const std::string& a, const std::string& b);
@@ -47,21 +47,25 @@ ExitCode show_info(const InfoRequest& request);
 // complete: the paths that begin with a word; with fields, also the fields of the box before a dot.
 void list_words(const std::string& file, const std::string& word, bool with_fields);
 
-// print: the library's description of a box.
-void print_box(const std::string& file, const std::string& path);
+// print: the library's description of a box, of each file's.
+ExitCode print_boxes(const FileList& files, const std::string& path);
 
 // extract: the payload of a box as it stands in the file.
 void extract_payload(const std::string& file, const std::string& path, const Target& target);
+// The same of the first profile ("icc") or piece of metadata of a kind that metadata.h knows,
+// without the UUID in front of it.
+void extract_kind(const std::string& file, const std::string& kind, const Target& target);
 
-// get: one field, or all fields of a box.
+// get: one field, or all fields of a box, of each file.
 struct GetRequest {
-  std::string file;
+  FileList files;
   std::string address;
   bool is_raw = false;  // numbers and hexadecimal only
+  bool json = false;    // one object a file
   // Where the raw bytes of a field go; without one its text goes to standard output.
   std::optional<Target> raw_target;
 };
-void get_field(const GetRequest& request);
+ExitCode get_fields(const GetRequest& request);
 
 // set: assignments "PATH.FIELD=VALUE", all of them or none.
 void set_fields(const std::vector<std::string>& assignments, const EditRequest& edit);

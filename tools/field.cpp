@@ -241,6 +241,20 @@ std::string Field::entry_bytes(uint64_t index) const {
   return bytes.substr(index * size, size);
 }
 
+Json Field::only(const Json& box_facts) const {
+  check_index();
+  Json facts = {{"path", box_facts["path"]}};
+  for (const char* const part : {"fields", "names"}) {
+    const Json members = box_facts.value(part, Json::object());
+    if (!members.contains(info_.name)) continue;
+    const Json& value = members[info_.name];
+    facts[part][info_.name] = index_ && value.is_array() ? value[*index_] : value;
+  }
+  // The payload is no row of the fields there.
+  if (!facts.contains("fields")) facts["fields"][info_.name] = box_facts.value("payload", Json());
+  return facts;
+}
+
 void Field::set(const std::string& value) const {
   std::optional<std::string> bytes = parse_bytes(value, place());
   if (!bytes && !is_integer()) bytes = parse_hex(value);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "document.h"
+#include "facts.h"
 #include "failure.h"
 
 namespace kvjpx_tool {
@@ -32,6 +33,9 @@ class Field {
   std::string raw() const;
   // Lines "PATH.FIELD=VALUE" that `set` takes again, entries with their index.
   std::string assignments(bool is_raw) const;
+
+  // What box_facts() says of this field alone.
+  Json only(const Json& box_facts) const;
 
   // Changes the field; throws a Failure when the library refuses.
   void set(const std::string& value) const;

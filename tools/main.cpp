@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "input_file.h"
 #include "many.h"
+#include "metadata.h"
 #include "output.h"
 #include "reference.h"
 #include "suggestion.h"
@@ -59,33 +60,19 @@ bool is_shown(const CLI::App* command) { return !command->get_group().empty(); }
 // F stand for is the same in all rows. Holds what the command line gave.
 class CommandLine {
  public:
-  CommandLine() : app_(kDescription, "kvjpx") {
+  // Only the row that is asked for is made, where it is known, as making all of them takes longer
+  // than listing a file.
+  explicit CommandLine(std::string_view wanted) : app_(kDescription, "kvjpx") {
     app_.require_subcommand(1);
     app_.set_version_flag("--version", version_text);
     app_.footer(kConventions);
-    add_info();
-    add_ls();
-    add_dump();
-    add_diff();
-    add_print();
-    add_get();
-    add_set();
-    add_add();
-    add_rm();
-    add_mv();
-    add_replace();
-    add_resolution();
-    add_icc();
-    add_meta();
-    add_label();
-    add_gml();
-    add_wrap();
-    add_extract();
-    add_copy();
-    add_decode();
-    add_check();
-    add_reference();
-    add_complete();
+    const auto* const only = std::find_if(std::begin(kRows), std::end(kRows),
+                                          [=](const Row& r) { return r.name == wanted; });
+    if (only != std::end(kRows)) {
+      (this->*only->add)();
+    } else {
+      for (const Row& row : kRows) (this->*row.add)();
+    }
   }
 
   ExitCode run(int argc, char** argv) {
@@ -242,13 +229,31 @@ class CommandLine {
     diff->add_option("B", path_, "The other one")->required()->type_name("");
   }
 
+  // Behind the files, which take every word of the command line, stands the path; where no other
+  // word does, a path that there need not be.
+  std::string take_path(const std::string& without) {
+    std::vector<std::string>& words = files_.names;
+    const bool has_files = !files_.names_file.empty();
+    if (words.size() + (has_files ? 1 : 0) < 2) {
+      if (without.empty()) throw Failure(kUsage, "FILE and PATH.FIELD are required");
+      return without;
+    }
+    const std::string path = words.back();
+    words.pop_back();
+    return path;
+  }
+
   void add_print() {
     CLI::App* print = command("print", "Describe a box with everything in it",
-                              "  kvjpx print photo.jpx\n  kvjpx print photo.jpx jp2h/colr", [this] {
-                                print_box(file_, path_.empty() ? "/" : path_);
-                                return kDone;
+                              "  kvjpx print photo.jpx\n  kvjpx print photo.jpx jp2h/colr\n"
+                              "  kvjpx print *.jpx /\n"
+                              "Of several words the last one is the path. 'kvjpx dump' tells the "
+                              "same to programs.",
+                              [this] {
+                                const std::string path = take_path("/");
+                                return print_boxes(files_, path);
                               });
-    take_file(print, file_);
+    take_files(print);
     print->add_option("PATH", path_, "Box to describe; without it, the whole file")->type_name("");
   }
 
@@ -260,21 +265,25 @@ class CommandLine {
                 "  kvjpx get photo.jpx jp2h/colr          (all fields)\n"
                 "  kvjpx get photo.jpx jp2h/colr.ICC -o profile.icc\n"
                 "  kvjpx get photo.jpx jp2h               (fields, and the boxes in it)\n"
+                "  kvjpx get --json -r archive jp2h/ihdr\n"
                 "Numbers are printed in decimal, types as 'jp2 ', texts as they are, other\n"
-                "bytes in hexadecimal; a repeating field prints one entry a line.",
+                "bytes in hexadecimal; a repeating field prints one entry a line. The last word\n"
+                "is the path.",
                 [this] {
-                  get_.file = file_;
-                  get_.address = path_;
+                  get_.address = take_path("");
+                  get_.files = files_;
                   if (has_target_->count() > 0) get_.raw_target = target_;
-                  get_field(get_);
-                  return kDone;
+                  return get_fields(get_);
                 });
-    take_file(get, file_);
+    take_files(get);
     get->add_option("PATH.FIELD", path_, "Field, PATH.FIELD[i] for one entry; PATH for all")
-        ->required()
         ->type_name("");
-    get->add_flag("--raw", get_.is_raw, "Print types and texts as numbers and in hexadecimal");
+    CLI::Option* raw =
+        get->add_flag("--raw", get_.is_raw, "Print types and texts as numbers and in hexadecimal");
     has_target_ = take_target(get)->description("Write the field's bytes as they are to this file");
+    get->add_flag("--json", get_.json, "Print one JSON object a file, on a line of its own")
+        ->excludes(raw)
+        ->excludes(has_target_);
   }
 
   // The options that all edits share. Their action runs with edit_.
@@ -510,7 +519,9 @@ class CommandLine {
         ->type_name("NAME");
     wrap->add_flag("--unchecked", edit_.unchecked, "Take other colours and profiles, too");
     take_target(wrap)->required();
+  }
 
+  void add_unwrap() {
     CLI::App* unwrap = command("unwrap", "Take a codestream out of its file",
                                "  kvjpx unwrap photo.jp2 -o photo.j2k", [this] {
                                  unwrap_codestream(file_, number_, target_);
@@ -524,15 +535,30 @@ class CommandLine {
 
   void add_extract() {
     CLI::App* extract =
-        command("extract", "Take out the payload of a box, as it stands in the file",
+        command("extract", "Take out the payload of a box, a profile, or metadata",
                 "  kvjpx extract photo.jpx jp2c -o photo.j2c\n"
-                "  kvjpx extract photo.jpx xml | less",
+                "  kvjpx extract photo.jpx xml | less\n"
+                "  kvjpx extract photo.jpx --icc -o profile.icc\n"
+                "  kvjpx extract photo.jpx --geotiff -o place.tif\n"
+                "A payload is all that stands behind the header of the box. The options take the\n"
+                "first of the kind, as 'kvjpx icc' and 'kvjpx meta' put it in.",
                 [this] {
-                  extract_payload(file_, path_, target_);
+                  if ((path_.empty() ? 0 : 1) + items_.size() != 1) {
+                    throw Failure(kUsage, "extract needs PATH or one of --icc, --xmp, ...");
+                  }
+                  path_.empty() ? extract_kind(file_, items_.front(), target_)
+                                : extract_payload(file_, path_, target_);
                   return kDone;
                 });
     take_file(extract, file_);
-    extract->add_option("PATH", path_, "Box whose payload is wanted")->required()->type_name("");
+    extract->add_option("PATH", path_, "Box whose payload is wanted")->type_name("");
+    std::vector<std::string> kinds = metadata_kinds();
+    kinds.insert(kinds.begin(), "icc");
+    for (const std::string& kind : kinds) {
+      extract->add_flag_callback(
+          "--" + kind, [this, kind] { items_.push_back(kind); },
+          kind == "icc" ? "Take the ICC profile" : "Take the " + kind + " metadata");
+    }
     take_target(extract);
   }
 
@@ -650,6 +676,26 @@ class CommandLine {
     check->add_flag("--list", lists_rules_, "List the rules instead");
   }
 
+  struct Row {
+    std::string_view name;
+    void (CommandLine::*add)();
+  };
+  // A command that is told about all others has no name here.
+  static constexpr Row kRows[] = {
+      {"info", &CommandLine::add_info},       {"ls", &CommandLine::add_ls},
+      {"dump", &CommandLine::add_dump},       {"diff", &CommandLine::add_diff},
+      {"print", &CommandLine::add_print},     {"get", &CommandLine::add_get},
+      {"set", &CommandLine::add_set},         {"add", &CommandLine::add_add},
+      {"rm", &CommandLine::add_rm},           {"mv", &CommandLine::add_mv},
+      {"replace", &CommandLine::add_replace}, {"resolution", &CommandLine::add_resolution},
+      {"icc", &CommandLine::add_icc},         {"meta", &CommandLine::add_meta},
+      {"label", &CommandLine::add_label},     {"gml", &CommandLine::add_gml},
+      {"wrap", &CommandLine::add_wrap},       {"unwrap", &CommandLine::add_unwrap},
+      {"extract", &CommandLine::add_extract}, {"copy", &CommandLine::add_copy},
+      {"decode", &CommandLine::add_decode},   {"check", &CommandLine::add_check},
+      {"", &CommandLine::add_reference},      {"complete", &CommandLine::add_complete},
+  };
+
   CLI::App app_;
   std::function<ExitCode()> action_;
 
@@ -678,7 +724,7 @@ class CommandLine {
 
 ExitCode run(int argc, char** argv) {
   try {
-    const ExitCode result = CommandLine().run(argc, argv);
+    const ExitCode result = CommandLine(argc > 1 ? argv[1] : "").run(argc, argv);
     finish_stdout();
     return result;
   } catch (const Failure& failure) {

@@ -285,10 +285,13 @@ std::string zsh(const CLI::App& program) {
         rows += " \\\n        " + quote(spec);
       }
     }
-    for (const CLI::Option* operand : operands_of(*command)) {
+    const Options operands = operands_of(*command);
+    for (const CLI::Option* operand : operands) {
       const std::string value = value_of(*operand);
-      rows += " \\\n        " +
-              quote((repeats(*operand) ? "*:" : ":") + zsh_text(value) + ":" + zsh_action(value));
+      // The shell knows of nothing behind what repeats.
+      const bool is_last = operand == operands.back();
+      rows += " \\\n        " + quote((is_last && repeats(*operand) ? "*:" : ":") +
+                                      zsh_text(value) + ":" + zsh_action(value));
     }
     rows += " ;;\n";
   }

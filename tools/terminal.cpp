@@ -1,6 +1,7 @@
 // Filters what goes to a terminal.
 #include "terminal.h"
 
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -11,7 +12,6 @@
 #include <cwctype>
 #include <iterator>
 #include <sstream>
-#include <thread>
 
 #include "descriptor.h"
 #include "failure.h"
@@ -79,47 +79,6 @@ size_t passing_length(std::string_view text) {
   return is_character && std::iswprint(static_cast<wint_t>(character)) ? length : 0;
 }
 
-// Takes the place of a descriptor for a while and passes on what is written to it, line by line.
-class Filter {
- public:
-  explicit Filter(int descriptor) : descriptor_(descriptor), real_(dup(descriptor)) {
-    int ends[2];
-    if (real_.get() < 0 || pipe(ends) != 0) throw system_failure("standard output", "cannot write");
-    dup2(ends[1], descriptor_);
-    close(ends[1]);
-    thread_ = std::thread([this, source = ends[0]] { pass_on(source); });
-  }
-  ~Filter() {
-    // Closes the pipe's only writing end, which ends the thread.
-    dup2(real_.get(), descriptor_);
-    thread_.join();
-  }
-  Filter(const Filter&) = delete;
-  Filter& operator=(const Filter&) = delete;
-
- private:
-  void pass_on(int source) const {
-    FILE* const lines = fdopen(source, "r");
-    char* line = nullptr;
-    size_t room = 0;
-    for (ssize_t length; (length = getline(&line, &room, lines)) > 0;) {
-      const std::string text = printable({line, static_cast<size_t>(length)});
-      // A terminal that has gone away is told by the signal that comes with it.
-      for (size_t done = 0; done < text.size();) {
-        const ssize_t written = write(real_.get(), text.data() + done, text.size() - done);
-        if (written <= 0) break;
-        done += static_cast<size_t>(written);
-      }
-    }
-    std::free(line);
-    std::fclose(lines);
-  }
-
-  const int descriptor_;
-  const Descriptor real_;
-  std::thread thread_;
-};
-
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -163,15 +122,23 @@ std::string with_headings(int descriptor, const std::string& text) {
   return result;
 }
 
-void print_filtered(const std::function<void()>& print) {
-  if (!isatty(STDOUT_FILENO)) {
-    print();
-    return;
-  }
+std::string printed_by(const std::function<void()>& print) {
   std::fflush(stdout);
-  const Filter filter(STDOUT_FILENO);
+  const Descriptor real(dup(STDOUT_FILENO));
+  const Descriptor file(memfd_create("printed", MFD_CLOEXEC));
+  if (real.get() < 0 || file.get() < 0) throw system_failure("standard output", "cannot write");
+  dup2(file.get(), STDOUT_FILENO);
   print();
   std::fflush(stdout);
+  dup2(real.get(), STDOUT_FILENO);
+  std::string text(static_cast<size_t>(lseek(file.get(), 0, SEEK_END)), '\0');
+  for (size_t done = 0; done < text.size();) {
+    const ssize_t length =
+        pread(file.get(), &text[done], text.size() - done, static_cast<off_t>(done));
+    if (length <= 0) throw system_failure("standard output", "cannot write");
+    done += static_cast<size_t>(length);
+  }
+  return text;
 }
 
 }  // namespace kvjpx_tool

@@ -28,9 +28,8 @@ std::string styled(int descriptor, Style style, const std::string& text);
 // The lines of a help, with headings set off.
 std::string with_headings(int descriptor, const std::string& text);
 
-// Runs `print`, which writes to the stdio stream of standard output, so that a terminal gets
-// printable text only.
-void print_filtered(const std::function<void()>& print);
+// What a function prints to standard output, which does not get it.
+std::string printed_by(const std::function<void()>& print);
 
 }  // namespace kvjpx_tool
 

@@ -1,0 +1,18 @@
+// Prints what several commands print.
+#include "printer.h"
+
+namespace kvjpx_tool {
+
+void print_tails(const kvjpx::document& document, const kvjpx::box_paths& paths, Printer& printer) {
+  printer.section("tails");
+  const auto add_tail = [&](kvjpx::box box) {
+    const BoxHead head = head_of(paths, box);
+    if (head.extent.tail_length > 0) printer.entry(tail_facts(head));
+  };
+  for (const kvjpx::box box : document.boxes()) {
+    if (box.is_container()) add_tail(box);
+  }
+  add_tail(document.root());
+}
+
+}  // namespace kvjpx_tool

@@ -1,0 +1,54 @@
+// Takes the facts of a file one after the other, in sections, so that they need not be held all at
+// once.
+#ifndef KVJPX_TOOLS_PRINTER_H_
+#define KVJPX_TOOLS_PRINTER_H_
+
+#include <ostream>
+#include <string>
+
+#include "facts.h"
+
+namespace kvjpx_tool {
+
+class Printer {
+ public:
+  virtual ~Printer() = default;
+  virtual void begin_file(const Json& facts) = 0;
+  virtual void section(const char* name) = 0;
+  virtual void entry(const Json& facts) = 0;
+  virtual void end_file() = 0;
+};
+
+// One object a file, on a line of its own, with an array for each section.
+class JsonPrinter final : public Printer {
+ public:
+  explicit JsonPrinter(std::ostream& out) : out_(out) {}
+
+  void begin_file(const Json& facts) override {
+    const std::string text = json_text(facts);
+    out_ << text.substr(0, text.size() - 1);
+    end_ = "}\n";
+  }
+  void section(const char* name) override {
+    out_ << std::string(end_[0] == ']' ? "]" : "") + ",\"" + name + "\":[";
+    end_ = "]}\n";
+    is_first_ = true;
+  }
+  void entry(const Json& facts) override {
+    out_ << (is_first_ ? "" : ",") + json_text(facts);
+    is_first_ = false;
+  }
+  void end_file() override { out_ << end_; }
+
+ private:
+  std::ostream& out_;
+  const char* end_ = "";
+  bool is_first_ = true;
+};
+
+// The section of what stands at the ends of containers and is no box.
+void print_tails(const kvjpx::document& document, const kvjpx::box_paths& paths, Printer& printer);
+
+}  // namespace kvjpx_tool
+
+#endif  // KVJPX_TOOLS_PRINTER_H_
