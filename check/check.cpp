@@ -9,19 +9,21 @@
 namespace kvjpx_check {
 namespace {
 
-bool lists_jpx(const Fields& ftyp) {
-  for (uint64_t at = 8; ftyp.has(at, 4); at += 4) {
-    if (ftyp.u32(at) == code("jpx ") || ftyp.u32(at) == code("jpxb")) return true;
-  }
-  return false;
+// JPM (ISO/IEC 15444-6) and Motion JPEG 2000 (15444-3).
+bool is_of_another_part(uint32_t brand) {
+  return brand == code("jpm ") || brand == code("mjp2") || brand == code("mj2s");
 }
 
 Profile profile_of(const File& file) {
   const Box* const box = file.child(file.root(), code("ftyp"));
   if (box == nullptr) return kJp2;
   const Fields ftyp = file.fields(*box);
-  if (ftyp.u32(0) == code("jph ")) return kJph;
-  return ftyp.u32(0) == code("jpx ") || lists_jpx(ftyp) ? kJpx : kJp2;
+  const uint32_t brand = ftyp.u32(0);
+  if (brand == code("jph ")) return kJph;
+  if (brand == code("jpx ") || file.is_listed(code("jpx ")) || file.is_listed(code("jpxb"))) {
+    return kJpx;
+  }
+  return is_of_another_part(brand) && !file.is_listed(code("jp2 ")) ? kOther : kJp2;
 }
 
 class Collector final : public Check::Sink {
@@ -54,6 +56,8 @@ class Collector final : public Check::Sink {
 void apply(const Rule& rule, const File& file, Check& check) {
   if (file.is_bare_codestream() && rule.box_type != kAnyCodestream) return;
   const auto look = [&](const Box& box) {
+    // What is in boxes of other parts, readers of JP2 never see.
+    if (check.profile == kJp2 && !box.is_in_part_1) return;
     check.box = &box;
     rule.look(check);
   };
@@ -97,7 +101,7 @@ const char* name(Severity severity) {
 }
 
 const char* name(Profile profile) {
-  return profile == kJp2 ? "jp2" : profile == kJpx ? "jpx" : "jph";
+  return profile == kJp2 ? "jp2" : profile == kJpx ? "jpx" : profile == kJph ? "jph" : "other";
 }
 
 }  // namespace kvjpx_check

@@ -30,7 +30,9 @@ enum Profile : unsigned {
   kJp2 = 1,  // ISO/IEC 15444-1, Annex I
   kJpx = 2,  // ISO/IEC 15444-2, Annex M
   kJph = 4,  // ISO/IEC 15444-15, Annex D; what it adds is not checked
-  kAny = kJp2 | kJpx | kJph
+  kAny = kJp2 | kJpx | kJph,
+  kOther = 8,  // of a part that builds on the same boxes; only these are checked
+  kEvery = kAny | kOther
 };
 
 class Check;

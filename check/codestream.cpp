@@ -86,11 +86,16 @@ void codestream_of_part_1(Check& check) {
   if (check.file.is_bare_codestream()) return;
   for (const Codestream& codestream : check.file.codestreams()) {
     const uint16_t capabilities = codestream.summary.image.capabilities;
-    const bool is_extended = (capabilities & 0x8000) != 0;
-    if (!is_extended && !codestream.summary.is_high_throughput) continue;
-    check.tell_at(*codestream.box, codestream.in_file(0),
-                  is_extended ? "extensions of ISO/IEC 15444-2" : "high throughput (15444-15)",
+    if ((capabilities & 0x8000) == 0) continue;
+    check.tell_at(*codestream.box, codestream.in_file(0), "extensions of ISO/IEC 15444-2",
                   "ISO/IEC 15444-1, Annex A");
+  }
+}
+
+void codestream_high_throughput(Check& check) {
+  for (const Codestream& codestream : check.file.codestreams()) {
+    if (!codestream.summary.is_high_throughput) continue;
+    check.tell_at(*codestream.box, codestream.in_file(0));
   }
 }
 

@@ -1,4 +1,6 @@
 // Colour specification boxes, and the ICC profiles in them.
+#include <set>
+
 #include "rules.h"
 
 namespace kvjpx_check {
@@ -61,14 +63,45 @@ struct Channels {
   uint32_t wanted;
   uint32_t there;
 };
+uint32_t wanted_channels(const Check& check) {
+  if (is_enumerated(check)) return colours_of(check.fields().u32(3));
+  if (!has_number(check, kSpace)) return 0;
+  switch (check.fields().u32(kProfile + kSpace)) {
+    case code("GRAY"):
+      return 1;
+    case code("RGB "):
+      return 3;
+    case code("CMYK"):
+      return 4;
+    default:
+      return 0;
+  }
+}
 std::optional<Channels> channels_for(const Check& check) {
-  if (!is_enumerated(check) || check.parent().type != code("jp2h")) return std::nullopt;
+  if (check.parent().type != code("jp2h")) return std::nullopt;
   // In JPX it is layers that have colours; they may put several codestreams together.
   if (!check.file.layer_headers().empty()) return std::nullopt;
   const auto channels = check.file.channels_of(check.parent());
-  const uint32_t wanted = colours_of(check.fields().u32(3));
+  const uint32_t wanted = wanted_channels(check);
   if (!channels || *channels == 0 || wanted == 0) return std::nullopt;
   return Channels{wanted, *channels};
+}
+
+// Readers of JP2 take the first box, and pass over what 15444-2 has defined in further ones.
+bool is_for_others(const Check& check) {
+  return check.file.child(check.parent(), code("colr")) != check.box;
+}
+
+// The tags of a profile whose table is whole; nothing else.
+std::set<uint32_t> tags_of(const Check& check) {
+  constexpr uint64_t kTagLength = 12;
+  const Fields colr = check.fields();
+  const uint64_t table = kProfile + kTags + 4;
+  const uint64_t count = colr.u32(kProfile + kTags);
+  std::set<uint32_t> tags;
+  if (!colr.has(table, count * kTagLength)) return tags;
+  for (uint64_t i = 0; i < count; ++i) tags.insert(colr.u32(table + i * kTagLength));
+  return tags;
 }
 
 }  // namespace
@@ -86,14 +119,18 @@ void colr_scattered(Check& check) {
   }
 }
 
-void colr_method_jp2(Check& check) { check.need(0, 1, {1, 2}); }
-void colr_method_jpx(Check& check) { check.need_range(0, 1, 1, 4); }
+void colr_method_jp2(Check& check) {
+  is_for_others(check) ? colr_method_jpx(check) : check.need(0, 1, {1, 2});
+}
+void colr_method_jpx(Check& check) { check.need_range(0, 1, 1, 5); }
 void colr_precedence(Check& check) { check.need(1, 1, {0}); }
-void colr_approximation_jp2(Check& check) { check.need(2, 1, {0}); }
-void colr_approximation_jpx(Check& check) { check.need_range(2, 1, 0, 4); }
+// JP2 wants 0, but tells readers to ignore the field, and the conformance files of 15444-4 have
+// what 15444-2 says of their spaces.
+void colr_approximation(Check& check) { check.need_range(2, 1, 0, 4); }
 
 void colr_space_jp2(Check& check) {
-  if (is_enumerated(check)) check.need(3, 4, {16, 17, 18});
+  if (!is_enumerated(check)) return;
+  is_for_others(check) ? colr_space_jpx(check) : check.need(3, 4, {16, 17, 18});
 }
 void colr_space_jpx(Check& check) {
   if (!is_enumerated(check)) return;
@@ -142,15 +179,24 @@ void icc_connection(Check& check) {
   if (is_restricted(check)) need_code(check, kConnection, {code("XYZ ")});
 }
 
-void icc_lookup(Check& check) {
-  constexpr uint64_t kTagLength = 12;
+void icc_tags(Check& check) {
   if (!is_restricted(check) || !has_number(check, kTags)) return;
-  const Fields colr = check.fields();
-  const uint64_t count = colr.u32(kProfile + kTags);
-  uint64_t at = kProfile + kTags + 4;
-  for (uint64_t i = 0; i < count && colr.has(at, kTagLength); ++i, at += kTagLength) {
-    if (colr.u32(at) == code("A2B0")) check.tell(at, "A2B0", "a matrix or a curve alone");
-  }
+  const std::set<uint32_t> tags = tags_of(check);
+  if (tags.empty()) return;
+  const auto need_tags = [&](std::initializer_list<uint32_t> wanted) {
+    for (const uint32_t tag : wanted) {
+      if (tags.count(tag) == 0) check.tell(kProfile + kTags, "", type_name(tag));
+    }
+  };
+  const uint32_t space = check.fields().u32(kProfile + kSpace);
+  if (space == code("GRAY")) need_tags({code("kTRC")});
+  if (space != code("RGB ")) return;
+  need_tags({code("rXYZ"), code("gXYZ"), code("bXYZ"), code("rTRC"), code("gTRC"), code("bTRC")});
+}
+
+void icc_lookup(Check& check) {
+  if (!is_restricted(check) || tags_of(check).count(code("A2B0")) == 0) return;
+  check.tell(kProfile + kTags, "A2B0", "a matrix or a curve alone");
 }
 
 }  // namespace kvjpx_check

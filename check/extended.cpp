@@ -54,8 +54,10 @@ class Requirements {
 
 void need_feature(const Check& check, bool is_used, const char* use,
                   std::initializer_list<uint32_t> features) {
+  // Once for a file, however many such boxes it has.
+  if (!is_used || check.box != check.file.child(check.file.root(), code("rreq"))) return;
   const Requirements requirements(check.fields());
-  if (!is_used || !requirements.is_readable() || requirements.lists(features)) return;
+  if (!requirements.is_readable() || requirements.lists(features)) return;
   std::string numbers;
   for (const uint32_t feature : features) {
     numbers += (numbers.empty() ? "feature " : ", ") + std::to_string(feature);
@@ -149,14 +151,51 @@ void rreq_any_icc(Check& check) {
   need_feature(check, is_used, "an ICC profile of any kind", {44});
 }
 
+void rreq_composition(Check& check) {
+  need_feature(check, !check.file.all(code("comp")).empty(), "a composition",
+               {2, 17, 18, 19, 24, 25, 26, 27, 28, 29, 30});
+}
+
+void rreq_extensions(Check& check) {
+  bool is_used = false;
+  for (const Codestream& codestream : check.file.codestreams()) {
+    is_used |= (codestream.summary.image.capabilities & 0x8000) != 0;
+  }
+  need_feature(check, is_used, "a codestream of ISO/IEC 15444-2", {6});
+}
+
 // ---- Headers of codestreams and layers
 
 void codestream_headers(Check& check) {
   const size_t count = check.file.codestreams().size();
   const std::vector<uint32_t>& headers = check.file.codestream_headers();
-  if (headers.size() <= count) return;
+  if (headers.size() <= count || !check.file.has_all_codestreams()) return;
   const Box& first = check.file.boxes()[headers[count]];
   check.tell_at(first, first.offset, std::to_string(headers.size()), std::to_string(count));
+}
+
+void layer_headers(Check& check) {
+  const size_t count = check.file.codestreams().size();
+  const std::vector<uint32_t>& layers = check.file.layer_headers();
+  if (layers.size() <= count || !check.file.has_all_codestreams()) return;
+  if (!check.file.all(code("creg")).empty()) return;
+  const Box& first = check.file.boxes()[layers[count]];
+  check.tell_at(first, first.offset, std::to_string(layers.size()), std::to_string(count));
+}
+
+void layer_colour(Check& check) {
+  const Box* const header = check.file.child(check.file.root(), code("jp2h"));
+  if (header != nullptr && check.file.child(*header, code("colr")) != nullptr) return;
+  // Without layer headers, all layers have what the JP2 header says.
+  if (check.file.layer_headers().empty()) {
+    if (header != nullptr) check.tell_at(*header, header->offset, "", "a colr box");
+    return;
+  }
+  for (const uint32_t place : check.file.layer_headers()) {
+    const Box& layer = check.file.boxes()[place];
+    if (check.file.child(layer, code("cgrp")) != nullptr) continue;
+    check.tell_at(layer, layer.offset, "", "a cgrp box, or colr in jp2h");
+  }
 }
 
 void creg_all(Check& check) {
@@ -178,6 +217,7 @@ void creg_grid(Check& check) {
 
 void creg_codestream(Check& check) {
   const uint64_t count = check.file.codestreams().size();
+  if (!check.file.has_all_codestreams()) return;
   each_entry(check, 4, kRegistration, [&](uint64_t at) {
     const uint32_t number = check.fields().u16(at);
     if (number < count) return;
@@ -261,6 +301,7 @@ void nlst_reserved(Check& check) {
 }
 
 void nlst_target(Check& check) {
+  if (!check.file.has_all_codestreams()) return;
   const uint64_t codestreams = check.file.codestreams().size();
   // Without layer headers each codestream is a layer.
   const uint64_t layers =
@@ -280,6 +321,14 @@ void nlst_target(Check& check) {
 
 void ftbl_list(Check& check) { need_one_list(check); }
 void cref_list(Check& check) { need_one_list(check); }
+
+void cref_type(Check& check) {
+  const uint32_t type = check.fields().u32(0);
+  if (check.parent().type != code("cgrp") || !check.fields().has(0, 4) || type == code("colr")) {
+    return;
+  }
+  check.tell(0, type_name(type), "colr");
+}
 
 void flst_empty(Check& check) { check.need_range(0, 2, 1, 65535); }
 

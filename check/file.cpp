@@ -12,21 +12,17 @@ using kvjpx_codestream::Problem;
 // The bytes of a codestream, wherever they are.
 class PieceSource final : public kvjpx_codestream::Source {
  public:
-  PieceSource(kvjpx::byte_view bytes, const std::vector<Codestream::Piece>& pieces)
-      : bytes_(bytes), pieces_(pieces) {
-    for (const Codestream::Piece& piece : pieces_) {
-      begins_.push_back(size_);
-      size_ += piece.length;
-    }
+  PieceSource(kvjpx::byte_view bytes, const Codestream::Pieces& pieces)
+      : bytes_(bytes), pieces_(pieces) {}
+  uint64_t size() const override {
+    return pieces_.empty() ? 0 : pieces_.back().begin + pieces_.back().length;
   }
-  uint64_t size() const override { return size_; }
   bool read(uint64_t offset, size_t length, uint8_t* to) override {
-    auto place = std::upper_bound(begins_.begin(), begins_.end(), offset) - begins_.begin();
-    for (auto i = static_cast<size_t>(std::max<std::ptrdiff_t>(place, 1) - 1); length > 0; ++i) {
-      if (i >= pieces_.size()) return false;
-      const uint64_t skipped = offset - begins_[i];
-      const kvjpx::byte_view part = bytes_.part(
-          pieces_[i].offset + skipped, std::min<uint64_t>(length, pieces_[i].length - skipped));
+    for (auto piece = Codestream::piece_at(pieces_, offset); length > 0; ++piece) {
+      if (piece == pieces_.end()) return false;
+      const uint64_t skipped = offset - piece->begin;
+      const kvjpx::byte_view part =
+          bytes_.part(piece->offset + skipped, std::min<uint64_t>(length, piece->length - skipped));
       to = std::copy(part.begin(), part.end(), to);
       length -= part.size();
       offset += part.size();
@@ -36,9 +32,7 @@ class PieceSource final : public kvjpx_codestream::Source {
 
  private:
   kvjpx::byte_view bytes_;
-  const std::vector<Codestream::Piece>& pieces_;
-  std::vector<uint64_t> begins_;
-  uint64_t size_ = 0;
+  const Codestream::Pieces& pieces_;
 };
 
 // Keeps as many problems of each kind as are ever told.
@@ -55,6 +49,12 @@ class Collector final : public kvjpx_codestream::Observer {
   std::map<kvjpx_codestream::ProblemKind, uint64_t> counts_;
 };
 
+bool is_part_1_container(const Box& box) {
+  if (box.place == 0) return true;
+  return box.is_in_part_1 &&
+         (box.type == code("jp2h") || box.type == code("res ") || box.type == code("uinf"));
+}
+
 }  // namespace
 
 uint64_t Fields::number(uint64_t at, unsigned width) const {
@@ -64,12 +64,15 @@ uint64_t Fields::number(uint64_t at, unsigned width) const {
   return value;
 }
 
+Codestream::Pieces::const_iterator Codestream::piece_at(const Pieces& pieces, uint64_t offset) {
+  const auto is_before = [](uint64_t wanted, const Piece& piece) { return wanted < piece.begin; };
+  const auto next = std::upper_bound(pieces.begin(), pieces.end(), offset, is_before);
+  return next == pieces.begin() ? next : next - 1;
+}
+
 uint64_t Codestream::in_file(uint64_t offset) const {
-  for (const Piece& piece : pieces) {
-    if (offset < piece.length) return piece.offset + offset;
-    offset -= piece.length;
-  }
-  return pieces.empty() ? 0 : pieces.back().offset + pieces.back().length + offset;
+  const auto piece = piece_at(pieces, offset);
+  return piece == pieces.end() ? 0 : piece->offset + (offset - piece->begin);
 }
 
 File::File(const kvjpx::document& document, kvjpx::byte_view bytes)
@@ -77,6 +80,16 @@ File::File(const kvjpx::document& document, kvjpx::byte_view bytes)
   is_bare_ = Fields(bytes).u32(0) == 0xFF4FFF51;
   read_boxes();
   read_codestreams();
+}
+
+bool File::is_listed(uint32_t brand) const {
+  const Box* const box = child(root(), code("ftyp"));
+  if (box == nullptr) return false;
+  const Fields ftyp = fields(*box);
+  for (uint64_t at = 8; ftyp.has(at, 4); at += 4) {
+    if (ftyp.u32(at) == brand) return true;
+  }
+  return false;
 }
 
 void File::read_boxes() {
@@ -100,6 +113,7 @@ void File::read_boxes() {
     box.tail_length = extent->tail_length;
     box.place = static_cast<uint32_t>(boxes_.size());
     box.parent = last[level - 1];
+    box.is_in_part_1 = is_part_1_container(boxes_[box.parent]);
     const bool is_first = last.size() == level;
     if (is_first) last.push_back(0);
     (is_first ? boxes_[box.parent].first : boxes_[last[level]].next) = box.place;
@@ -122,7 +136,7 @@ void File::read_codestreams() {
     Codestream codestream;
     codestream.box = &root();
     codestream.is_readable = true;
-    codestream.pieces.push_back({0, bytes_.size()});
+    codestream.pieces.push_back({0, bytes_.size(), 0});
     codestreams_.push_back(std::move(codestream));
   }
   uint64_t budget = bytes_.size();  // that tables of the same fragments do not multiply the work
@@ -133,7 +147,7 @@ void File::read_codestreams() {
     if (box->type == code("ftbl")) {
       add_fragments(codestream, *box, budget);
     } else {
-      codestream.pieces.push_back({box->content_offset(), box->content_length});
+      codestream.pieces.push_back({box->content_offset(), box->content_length, 0});
       codestream.is_readable = true;
     }
     codestreams_.push_back(std::move(codestream));
@@ -157,6 +171,7 @@ void File::add_fragments(Codestream& codestream, const Box& table, uint64_t& bud
   const Fields fields = this->fields(*list);
   const uint64_t count = fields.u16(0);
   if (count == 0 || fields.size() < 2 + 14 * count) return;
+  uint64_t begin = 0;
   for (uint64_t i = 0; i < count; ++i) {
     const uint64_t at = 2 + 14 * i;
     const uint64_t offset = fields.number(at, 8);
@@ -167,7 +182,8 @@ void File::add_fragments(Codestream& codestream, const Box& table, uint64_t& bud
       return;
     }
     budget -= length;
-    if (length > 0) codestream.pieces.push_back({offset, length});
+    if (length > 0) codestream.pieces.push_back({offset, length, begin});
+    begin += length;
   }
   codestream.is_readable = !codestream.pieces.empty();
 }

@@ -44,6 +44,7 @@ struct Box {
   uint64_t header_length = 0;
   uint64_t content_length = 0;
   uint64_t tail_length = 0;
+  bool is_in_part_1 = true;  // whether all around it are containers of ISO/IEC 15444-1
   // Places in the array of boxes.
   uint32_t place = 0;
   uint32_t parent = kNoBox;
@@ -63,11 +64,15 @@ struct Codestream {
   std::vector<kvjpx_codestream::Problem> problems;
   // What it consists of, in the file.
   struct Piece {
-    uint64_t offset;
+    uint64_t offset;  // in the file
     uint64_t length;
+    uint64_t begin;  // in the codestream
   };
-  std::vector<Piece> pieces;
+  using Pieces = std::vector<Piece>;
+  Pieces pieces;
 
+  // The piece that holds a byte; the last for those behind it.
+  static Pieces::const_iterator piece_at(const Pieces& pieces, uint64_t offset);
   // Where one of its bytes stands in the file.
   uint64_t in_file(uint64_t offset) const;
 };
@@ -79,6 +84,8 @@ class File {
   const kvjpx::document& document() const { return document_; }
   kvjpx::byte_view bytes() const { return bytes_; }
   bool is_bare_codestream() const { return is_bare_; }
+  // In the compatibility list.
+  bool is_listed(uint32_t brand) const;
 
   const std::vector<Box>& boxes() const { return boxes_; }  // the root first
   const Box& root() const { return boxes_[0]; }
@@ -98,6 +105,11 @@ class File {
   Fields fields(const Box& box) const { return Fields(content(box)); }
 
   const std::vector<Codestream>& codestreams() const { return codestreams_; }
+  // Whether these, and the headers below, are all that there are: later boxes of ISO/IEC 15444-2
+  // hold further ones.
+  bool has_all_codestreams() const {
+    return child(root(), code("j2cx")) == nullptr && child(root(), code("jclx")) == nullptr;
+  }
   // Codestream header boxes at the top level, in order; and those of layers.
   const std::vector<uint32_t>& codestream_headers() const { return jpch_; }
   const std::vector<uint32_t>& layer_headers() const { return jplh_; }

@@ -26,6 +26,13 @@ const kvjpx_codestream::Image* image_of(const Check& check) {
   return codestream != nullptr ? &codestream->summary.image : nullptr;
 }
 
+// The same, but for codestreams of 15444-2, whose component transformations may give other
+// components than SIZ has.
+const kvjpx_codestream::Image* plain_image_of(const Check& check) {
+  const kvjpx_codestream::Image* const image = image_of(check);
+  return image != nullptr && (image->capabilities & 0x8000) == 0 ? image : nullptr;
+}
+
 void tell_difference(const Check& check, uint64_t at, uint64_t found, uint64_t expected) {
   if (found == expected) return;
   check.tell(at, std::to_string(found), std::to_string(expected) + " as in SIZ");
@@ -48,8 +55,12 @@ void each_definition(const Check& check, const Look& look) {
   }
 }
 
-// The header whose channels a cdef box is about.
-const Box& channel_header(const Check& check) { return check.parent(); }
+// How many channels there are for a cdef box to define; nothing where that can't be told, as layers
+// may put several codestreams together.
+std::optional<uint32_t> channels_for(const Check& check) {
+  if (!check.file.layer_headers().empty()) return std::nullopt;
+  return check.file.channels_of(check.parent());
+}
 
 // How many columns the palette has that a cmap box looks into.
 uint32_t palette_columns(const Check& check) {
@@ -66,6 +77,19 @@ std::string up_to(uint64_t limit) { return "at most " + std::to_string(limit); }
 void ihdr_missing(Check& check) {
   if (check.file.child(*check.box, code("ihdr")) == nullptr) {
     check.tell_at(*check.box, check.box->offset, "", "an image header box");
+  }
+}
+
+void ihdr_missing_jpx(Check& check) {
+  const Box* const header = check.file.child(check.file.root(), code("jp2h"));
+  if (header != nullptr && check.file.child(*header, code("ihdr")) != nullptr) return;
+  const std::vector<uint32_t>& headers = check.file.codestream_headers();
+  const std::vector<Codestream>& codestreams = check.file.codestreams();
+  for (size_t i = 0; i < codestreams.size(); ++i) {
+    const Box* const own = i < headers.size() ? &check.file.boxes()[headers[i]] : nullptr;
+    if (own != nullptr && check.file.child(*own, code("ihdr")) != nullptr) continue;
+    const Box& box = *codestreams[i].box;
+    check.tell_at(box, box.offset, "codestream " + std::to_string(i), "ihdr in jp2h or jpch");
   }
 }
 
@@ -104,7 +128,7 @@ void ihdr_size_of_codestream(Check& check) {
 }
 
 void ihdr_components_of_codestream(Check& check) {
-  const kvjpx_codestream::Image* const image = image_of(check);
+  const kvjpx_codestream::Image* const image = plain_image_of(check);
   if (image == nullptr || !check.fields().has(8, 2)) return;
   tell_difference(check, 8, check.fields().u16(8), image->components.size());
 }
@@ -112,7 +136,7 @@ void ihdr_components_of_codestream(Check& check) {
 void ihdr_depth_of_codestream(Check& check) {
   const Fields ihdr = check.fields();
   const uint32_t depth = ihdr.u8(10);
-  const kvjpx_codestream::Image* const image = image_of(check);
+  const kvjpx_codestream::Image* const image = plain_image_of(check);
   if (image == nullptr || !ihdr.has(10, 1) || depth == KV_JPX_BPC_VARIES) return;
   for (const kvjpx_codestream::Component& component : image->components) {
     if (depth_byte(component) == depth) continue;
@@ -154,7 +178,7 @@ void bpcc_depth(Check& check) {
 
 void bpcc_of_codestream(Check& check) {
   const Fields bpcc = check.fields();
-  const kvjpx_codestream::Image* const image = image_of(check);
+  const kvjpx_codestream::Image* const image = plain_image_of(check);
   if (image == nullptr) return;
   for (uint64_t at = 0; at < bpcc.size() && at < image->components.size(); ++at) {
     const uint32_t expected = depth_byte(image->components[at]);
@@ -220,8 +244,8 @@ void cmap_column(Check& check) {
 void cdef_empty(Check& check) { check.need_range(0, 2, 1, 0xFFFF); }
 
 void cdef_channel(Check& check) {
-  const auto channels = check.file.channels_of(channel_header(check));
-  if (!channels || *channels == 0 || check.parent().type == code("jplh")) return;
+  const auto channels = channels_for(check);
+  if (!channels || *channels == 0) return;
   each_definition(check, [&](const Definition& one) {
     if (one.channel < *channels) return;
     check.tell(one.at, std::to_string(one.channel), up_to(*channels - 1));
@@ -243,8 +267,8 @@ void cdef_type(Check& check) {
 }
 
 void cdef_association(Check& check) {
-  const auto channels = check.file.channels_of(channel_header(check));
-  if (!channels || check.parent().type == code("jplh")) return;
+  const auto channels = channels_for(check);
+  if (!channels) return;
   each_definition(check, [&](const Definition& one) {
     if (one.association <= *channels || one.association == KV_JPX_ASOC_NONE) return;
     check.tell(one.at + 4, std::to_string(one.association),
@@ -265,9 +289,9 @@ void cdef_pair(Check& check) {
 }
 
 void cdef_incomplete(Check& check) {
-  const auto channels = check.file.channels_of(channel_header(check));
+  const auto channels = channels_for(check);
   const Fields cdef = check.fields();
-  if (!channels || check.parent().type == code("jplh") || !cdef.has(0, 2)) return;
+  if (!channels || !cdef.has(0, 2)) return;
   if (cdef.u16(0) == 0 || cdef.u16(0) >= *channels) return;
   check.tell(0, std::to_string(cdef.u16(0)), std::to_string(*channels));
 }

@@ -32,6 +32,8 @@ XmlResult parse_xml(kvjpx::byte_view text) {
           static_cast<uint64_t>(std::max<XML_Index>(XML_GetCurrentByteIndex(parser.get()), 0));
       result.line = XML_GetCurrentLineNumber(parser.get());
       if (result.error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+      // Well formed or not, it grows too much to be read to the end.
+      if (result.error == XML_ERROR_AMPLIFICATION_LIMIT_BREACH) return {};
       return result;
     }
     if (is_last) return {};

@@ -24,6 +24,8 @@ void ftyp_brand(Check& check);
 void ftyp_version(Check& check);
 void ftyp_jp2(Check& check);
 void ftyp_jpx(Check& check);
+void ftyp_jph(Check& check);
+void ftyp_other(Check& check);
 void header_missing(Check& check);
 void header_late(Check& check);
 void codestream_missing(Check& check);
@@ -34,6 +36,7 @@ void ipr_flag(Check& check);
 
 // header.cpp: the JP2 header and the boxes like it (15444-1, I.5.3).
 void ihdr_missing(Check& check);
+void ihdr_missing_jpx(Check& check);
 void ihdr_first(Check& check);
 void ihdr_size(Check& check);
 void ihdr_components(Check& check);
@@ -74,8 +77,7 @@ void colr_scattered(Check& check);
 void colr_method_jp2(Check& check);
 void colr_method_jpx(Check& check);
 void colr_precedence(Check& check);
-void colr_approximation_jp2(Check& check);
-void colr_approximation_jpx(Check& check);
+void colr_approximation(Check& check);
 void colr_space_jp2(Check& check);
 void colr_space_jpx(Check& check);
 void colr_channels(Check& check);
@@ -86,6 +88,7 @@ void icc_signature(Check& check);
 void icc_class(Check& check);
 void icc_space(Check& check);
 void icc_connection(Check& check);
+void icc_tags(Check& check);
 void icc_lookup(Check& check);
 
 // metadata.cpp: XML, UUID information, labels, references (15444-1, I.7; 15444-2, M.11).
@@ -110,7 +113,11 @@ void rreq_fragments(Check& check);
 void rreq_palette(Check& check);
 void rreq_opacity(Check& check);
 void rreq_any_icc(Check& check);
+void rreq_composition(Check& check);
+void rreq_extensions(Check& check);
 void codestream_headers(Check& check);
+void layer_headers(Check& check);
+void layer_colour(Check& check);
 void creg_all(Check& check);
 void creg_grid(Check& check);
 void creg_codestream(Check& check);
@@ -128,6 +135,7 @@ void nlst_reserved(Check& check);
 void nlst_target(Check& check);
 void ftbl_list(Check& check);
 void cref_list(Check& check);
+void cref_type(Check& check);
 void flst_empty(Check& check);
 void flst_reference(Check& check);
 void flst_range(Check& check);
@@ -138,6 +146,7 @@ void dtbl_count(Check& check);
 template <kvjpx_codestream::ProblemKind kKind>
 void problem(Check& check);
 void codestream_of_part_1(Check& check);
+void codestream_high_throughput(Check& check);
 
 }  // namespace kvjpx_check
 

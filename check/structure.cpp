@@ -4,13 +4,6 @@
 namespace kvjpx_check {
 namespace {
 
-bool lists(const Fields& ftyp, uint32_t brand) {
-  for (uint64_t at = 8; ftyp.has(at, 4); at += 4) {
-    if (ftyp.u32(at) == brand) return true;
-  }
-  return false;
-}
-
 std::string list_words(const Fields& ftyp) {
   constexpr uint64_t kMost = 8;
   std::string words;
@@ -38,6 +31,12 @@ void tell_repeated(Check& check, const Box& container, std::initializer_list<uin
 
 bool is_known_method(uint32_t method) {
   return method >= KV_JPX_METH_ENUMERATED && method <= KV_JPX_METH_VENDOR;
+}
+
+// Boxes for which later editions have found further places.
+bool may_stand_elsewhere(uint32_t type) {
+  return type == code("roid") || type == code("uinf") || type == code("cref") ||
+         type == code("mdat");
 }
 
 // To a JP2 file, boxes that other parts of the standard define are like unknown ones (15444-1,
@@ -85,6 +84,8 @@ bool follows_from_another(const Check& check, const Box& box, uint32_t kind) {
     // A box without a length that stands in another always goes on too far.
     case KV_JPX_FINDING_CUT_SHORT:
       return box.has(KV_JPX_BOX_OPEN_ENDED);
+    case KV_JPX_FINDING_MISPLACED:
+      return may_stand_elsewhere(box.type);
     default:
       return false;
   }
@@ -99,7 +100,8 @@ void reader_finding(Check& check) {
     if (finding.kind != kKind) continue;
     const Box* box = check.file.by_id(finding.place.id());
     if (box == nullptr) box = &check.file.root();
-    if (check.profile == kJp2 && is_about_content(kKind) && !is_of_part_1(*box)) continue;
+    const bool is_seen = box->is_in_part_1 && is_of_part_1(*box);
+    if (check.profile == kJp2 && is_about_content(kKind) && !is_seen) continue;
     if (!follows_from_another(check, *box, kKind)) {
       check.tell_at(*box, finding.offset, finding.text);
     }
@@ -162,15 +164,25 @@ void ftyp_version(Check& check) { check.need(4, 4, {0}); }
 
 void ftyp_jp2(Check& check) {
   const Fields ftyp = check.fields();
-  if (ftyp.has(0, 8) && !lists(ftyp, code("jp2 ")))
-    check.tell(8, list_words(ftyp), "jp2 among them");
+  if (!ftyp.has(0, 8) || check.file.is_listed(code("jp2 "))) return;
+  check.tell(8, list_words(ftyp), "jp2 among them");
 }
 
 void ftyp_jpx(Check& check) {
   const Fields ftyp = check.fields();
-  if (!ftyp.has(0, 8) || lists(ftyp, code("jpx "))) return;
-  check.tell(8, list_words(ftyp), "jpx among them");
+  if (!ftyp.has(0, 8) || check.file.is_listed(code("jpx ")) || check.file.is_listed(code("jpxb"))) {
+    return;
+  }
+  check.tell(8, list_words(ftyp), "jpx or jpxb among them");
 }
+
+void ftyp_jph(Check& check) {
+  const Fields ftyp = check.fields();
+  if (!ftyp.has(0, 8) || check.file.is_listed(code("jph "))) return;
+  check.tell(8, list_words(ftyp), "jph among them");
+}
+
+void ftyp_other(Check& check) { check.tell(0, type_name(check.fields().u32(0))); }
 
 void header_missing(Check& check) {
   const Box& root = check.file.root();
@@ -195,6 +207,7 @@ void codestream_missing(Check& check) {
   const Box& root = check.file.root();
   if (check.file.child(root, code("jp2c")) != nullptr) return;
   if (check.profile == kJpx && check.file.child(root, code("ftbl")) != nullptr) return;
+  if (check.profile == kJpx && !check.file.has_all_codestreams()) return;
   check.tell(0, "", check.profile == kJpx ? "jp2c or ftbl" : "jp2c");
 }
 

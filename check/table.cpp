@@ -26,14 +26,16 @@ constexpr Severity kNote = Severity::kNote;
 // clang-format off
 constexpr Row kRows[] = {
     // Order at the top level
-    {"JP2-SIGNATURE-FIRST", kError, kAny, "15444-1, I.5.1", "the first box is not the signature", kTheFile, signature_first},
-    {"JP2-SIGNATURE-BYTES", kError, kAny, "15444-1, I.5.1", "the signature has other bytes", code("jP  "), signature_bytes},
-    {"JP2-SIGNATURE-LENGTH", kError, kAny, "15444-1, I.5.1", "the signature box does not begin with its fixed length", code("jP  "), signature_length},
-    {"JP2-FTYP-SECOND", kError, kAny, "15444-1, I.5.2", "the second box is not the file type", kTheFile, ftyp_second},
+    {"JP2-SIGNATURE-FIRST", kError, kEvery, "15444-1, I.5.1", "the first box is not the signature", kTheFile, signature_first},
+    {"JP2-SIGNATURE-BYTES", kError, kEvery, "15444-1, I.5.1", "the signature has other bytes", code("jP  "), signature_bytes},
+    {"JP2-SIGNATURE-LENGTH", kError, kEvery, "15444-1, I.5.1", "the signature box does not begin with its fixed length", code("jP  "), signature_length},
+    {"JP2-FTYP-SECOND", kError, kEvery, "15444-1, I.5.2", "the second box is not the file type", kTheFile, ftyp_second},
     {"JP2-FTYP-BRAND", kError, kAny, "15444-1, I.5.2", "the brand is not that of a standard", code("ftyp"), ftyp_brand},
     {"JP2-FTYP-VERSION", kError, kAny, "15444-1, I.5.2", "the minor version is not 0", code("ftyp"), ftyp_version},
     {"JP2-FTYP-LIST", kError, kJp2, "15444-1, I.5.2", "the compatibility list lacks jp2", code("ftyp"), ftyp_jp2},
-    {"JPX-FTYP-LIST", kError, kJpx, "15444-2, M.2.1", "the compatibility list lacks jpx", code("ftyp"), ftyp_jpx},
+    {"JPX-FTYP-LIST", kError, kJpx, "15444-2, M.2.1", "the compatibility list has neither jpx nor jpxb", code("ftyp"), ftyp_jpx},
+    {"JPH-FTYP-LIST", kError, kJph, "15444-15, D.2", "the compatibility list lacks jph", code("ftyp"), ftyp_jph},
+    {"JP2-FTYP-OTHER", kNote, kOther, "15444-1, I.5.2", "the file is of another part of the standard: only its boxes are checked", code("ftyp"), ftyp_other},
     {"JP2-HEADER-MISSING", kError, kAny, "15444-1, I.5.3", "there is no JP2 header box", kTheFile, header_missing},
     {"JP2-HEADER-LATE", kError, kAny, "15444-1, I.5.3", "the JP2 header box stands behind a codestream", kTheFile, header_late},
     {"JP2-CODESTREAM-MISSING", kError, kAny, "15444-1, I.5.4", "there is no codestream", kTheFile, codestream_missing},
@@ -41,7 +43,8 @@ constexpr Row kRows[] = {
     {"JP2-TOP-REPEATED", kError, kAny, "15444-1, I.5", "a box that a file has at most once is there again", kTheFile, too_many_at_top},
     {"JP2-BOX-REPEATED", kError, kAny, "15444-1, I.5.3", "a box that its container has at most once is there again", kEveryBox, too_many_in_container},
     // ihdr
-    {"JP2-IHDR-MISSING", kError, kAny, "15444-1, I.5.3.1", "the JP2 header has no image header", code("jp2h"), ihdr_missing},
+    {"JP2-IHDR-MISSING", kError, kJp2 | kJph, "15444-1, I.5.3.1", "the JP2 header has no image header", code("jp2h"), ihdr_missing},
+    {"JPX-IHDR-MISSING", kError, kJpx, "15444-2, M.11.6", "a codestream has no image header", kTheFile, ihdr_missing_jpx},
     {"JP2-IHDR-FIRST", kError, kAny, "15444-1, I.5.3.1", "the image header is not the first box in the JP2 header", code("jp2h"), ihdr_first},
     {"JP2-IHDR-SIZE", kError, kAny, "15444-1, I.5.3.1", "the height or width is 0", code("ihdr"), ihdr_size},
     {"JP2-IHDR-NC", kError, kAny, "15444-1, I.5.3.1", "the number of components is out of range", code("ihdr"), ihdr_components},
@@ -65,9 +68,9 @@ constexpr Row kRows[] = {
     {"JP2-COLR-SCATTERED", kError, kAny, "15444-1, I.5.3.3", "other boxes stand between the colour specifications", code("jp2h"), colr_scattered},
     {"JP2-COLR-METH", kError, kJp2, "15444-1, I.5.3.3", "the method is reserved", code("colr"), colr_method_jp2},
     {"JPX-COLR-METH", kError, kJpx, "15444-2, M.11.7.3", "the method is reserved", code("colr"), colr_method_jpx},
-    {"JP2-COLR-PREC", kError, kJp2, "15444-1, I.5.3.3", "the precedence is not 0", code("colr"), colr_precedence},
-    {"JP2-COLR-APPROX", kError, kJp2, "15444-1, I.5.3.3", "the approximation is not 0", code("colr"), colr_approximation_jp2},
-    {"JPX-COLR-APPROX", kError, kJpx, "15444-2, M.11.7.3", "the approximation is reserved", code("colr"), colr_approximation_jpx},
+    {"JP2-COLR-PREC", kNote, kJp2, "15444-1, I.5.3.3", "the precedence is not 0, which readers ignore", code("colr"), colr_precedence},
+    {"JP2-COLR-APPROX", kError, kJp2, "15444-1, I.5.3.3", "the approximation is reserved", code("colr"), colr_approximation},
+    {"JPX-COLR-APPROX", kError, kJpx, "15444-2, M.11.7.3", "the approximation is reserved", code("colr"), colr_approximation},
     {"JP2-COLR-ENUMCS", kError, kJp2, "15444-1, I.5.3.3", "the enumerated colourspace is none of JP2's", code("colr"), colr_space_jp2},
     {"JPX-COLR-ENUMCS", kError, kJpx, "15444-2, M.11.7.3", "the enumerated colourspace is reserved", code("colr"), colr_space_jpx},
     {"JP2-COLR-CHANNELS", kError, kAny, "15444-1, I.5.3.3", "the image has fewer channels than the colourspace has colours", code("colr"), colr_channels},
@@ -78,7 +81,8 @@ constexpr Row kRows[] = {
     {"JP2-ICC-CLASS", kError, kAny, "15444-1, I.5.3.3", "a restricted ICC profile is of another class than input or display", code("colr"), icc_class},
     {"JP2-ICC-SPACE", kError, kAny, "15444-1, I.5.3.3", "a restricted ICC profile is neither grey nor RGB", code("colr"), icc_space},
     {"JP2-ICC-PCS", kError, kAny, "15444-1, I.5.3.3", "the connection space of a restricted ICC profile is not XYZ", code("colr"), icc_connection},
-    {"JP2-ICC-LUT", kError, kAny, "15444-1, I.5.3.3", "a restricted ICC profile works by a look-up table", code("colr"), icc_lookup},
+    {"JP2-ICC-TAGS", kError, kAny, "15444-1, I.5.3.3", "a restricted ICC profile lacks a tag of its matrix or curves", code("colr"), icc_tags},
+    {"JP2-ICC-LUT", kWarning, kAny, "15444-1, I.5.3.3", "a restricted ICC profile also has a look-up table", code("colr"), icc_lookup},
     // pclr, cmap, cdef, res
     {"JP2-PCLR-NE", kError, kAny, "15444-1, I.5.3.4", "the number of entries is out of range", code("pclr"), pclr_entries},
     {"JP2-PCLR-NPC", kError, kAny, "15444-1, I.5.3.4", "there are no columns", code("pclr"), pclr_columns},
@@ -110,16 +114,20 @@ constexpr Row kRows[] = {
     {"JPX-LBL-UTF8", kError, kJpx, "15444-2, M.11.13", "the label is not UTF-8", code("lbl "), label_utf8},
     {"JPX-LBL-CHARACTER", kError, kJpx, "15444-2, M.11.13", "a character is not allowed in labels", code("lbl "), label_characters},
     // JPX
-    {"JPX-RREQ-MISSING", kError, kJpx, "15444-2, M.11.1", "there is no reader requirements box", kTheFile, rreq_missing},
+    {"JPX-RREQ-MISSING", kWarning, kJpx, "15444-2, M.11.1", "there is no reader requirements box", kTheFile, rreq_missing},
     {"JPX-RREQ-ORDER", kError, kJpx, "15444-2, M.11.1", "the reader requirements do not follow the file type", kTheFile, rreq_second},
     {"JPX-RREQ-ML", kError, kJpx, "15444-2, M.11.1", "the length of masks is reserved", code("rreq"), rreq_mask_length},
-    {"JPX-RREQ-MASK", kWarning, kJpx, "15444-2, M.11.1", "a mask asks for features that are not listed", code("rreq"), rreq_masks},
+    {"JPX-RREQ-MASK", kNote, kJpx, "15444-2, M.11.1", "a mask asks for features that are not listed", code("rreq"), rreq_masks},
     {"JPX-RREQ-LAYERS", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of layers", code("rreq"), rreq_layers},
     {"JPX-RREQ-FRAGMENTS", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of fragments", code("rreq"), rreq_fragments},
     {"JPX-RREQ-PALETTE", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of a palette", code("rreq"), rreq_palette},
     {"JPX-RREQ-OPACITY", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of opacity", code("rreq"), rreq_opacity},
     {"JPX-RREQ-ICC", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of an ICC profile", code("rreq"), rreq_any_icc},
+    {"JPX-RREQ-COMPOSITION", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of a composition", code("rreq"), rreq_composition},
+    {"JPX-RREQ-EXTENSIONS", kWarning, kJpx, "15444-2, M.11.1", "the requirements do not tell of a codestream with extensions", code("rreq"), rreq_extensions},
     {"JPX-JPCH-COUNT", kWarning, kJpx, "15444-2, M.11.6", "there are more codestream headers than codestreams", kTheFile, codestream_headers},
+    {"JPX-JPLH-COUNT", kError, kJpx, "15444-2, M.11.7.7", "there are more layers than codestreams, and no codestream registration", kTheFile, layer_headers},
+    {"JPX-JPLH-COLOUR", kError, kJpx, "15444-2, M.11.7.1", "a layer has no colour specification", kTheFile, layer_colour},
     {"JPX-CREG-ALL", kError, kJpx, "15444-2, M.11.7.7", "some layers have a codestream registration, others have none", kTheFile, creg_all},
     {"JPX-CREG-GRID", kError, kJpx, "15444-2, M.11.7.7", "the registration grid's unit is 0", code("creg"), creg_grid},
     {"JPX-CREG-CDN", kError, kJpx, "15444-2, M.11.7.7", "a layer has a codestream that there is not", code("creg"), creg_codestream},
@@ -137,12 +145,14 @@ constexpr Row kRows[] = {
     {"JPX-NLST-TARGET", kError, kJpx, "15444-2, M.11.12", "there is no such codestream or layer", code("nlst"), nlst_target},
     {"JPX-FTBL-FLST", kError, kJpx, "15444-2, M.11.3", "there is not one fragment list", code("ftbl"), ftbl_list},
     {"JPX-CREF-FLST", kError, kJpx, "15444-2, M.11.4", "there is not one fragment list", code("cref"), cref_list},
+    {"JPX-CREF-RTYP", kError, kJpx, "15444-2, M.11.4", "a reference in a colour group is to another box than a colour specification", code("cref"), cref_type},
     {"JPX-FLST-NF", kError, kJpx, "15444-2, M.11.3.1", "there are no fragments", code("flst"), flst_empty},
     {"JPX-FLST-DR", kError, kJpx, "15444-2, M.11.3.1", "a fragment is in a file that the data references lack", code("flst"), flst_reference},
     {"JPX-FLST-RANGE", kError, kJpx, "15444-2, M.11.3.1", "a fragment reaches past the end of the file", code("flst"), flst_range},
     {"JPX-FLST-LEN", kError, kJpx, "15444-2, M.11.3.1", "a fragment is empty", code("flst"), flst_length},
     {"JPX-DTBL-NDR", kError, kJpx, "15444-2, M.11.2", "there is another number of URLs than told", code("dtbl"), dtbl_count},
     {"JP2-CODESTREAM-PART1", kError, kJp2, "15444-1, I.5.4", "the codestream is of another part of the standard", kTheFile, codestream_of_part_1},
+    {"JP2-CODESTREAM-HT", kWarning, kJp2, "15444-15", "the codestream is of high throughput, which readers of JP2 need not know", kTheFile, codestream_high_throughput},
 };
 
 struct ProblemRow {
@@ -159,11 +169,11 @@ constexpr ProblemRow kProblemRows[] = {
     KVJPX_PROBLEM(kNoSoc, "J2K-SOC", kError, "15444-1, A.4.1"),
     KVJPX_PROBLEM(kSizNotFirst, "J2K-SIZ-ORDER", kError, "15444-1, A.5.1"),
     KVJPX_PROBLEM(kNotAMarker, "J2K-NOT-A-MARKER", kError, "15444-1, A.3"),
-    KVJPX_PROBLEM(kUnknownMarker, "J2K-UNKNOWN-MARKER", kError, "15444-1, A.1"),
+    KVJPX_PROBLEM(kUnknownMarker, "J2K-UNKNOWN-MARKER", kWarning, "15444-1, A.1"),
     KVJPX_PROBLEM(kMisplaced, "J2K-MISPLACED", kError, "15444-1, A.3"),
     KVJPX_PROBLEM(kDuplicate, "J2K-DUPLICATE", kError, "15444-1, A.3"),
     KVJPX_PROBLEM(kDuplicateIndex, "J2K-DUPLICATE-INDEX", kError, "15444-1, A.7"),
-    KVJPX_PROBLEM(kMissingIndex, "J2K-MISSING-INDEX", kError, "15444-1, A.7"),
+    KVJPX_PROBLEM(kMissingIndex, "J2K-MISSING-INDEX", kWarning, "15444-1, A.7"),
     KVJPX_PROBLEM(kMissing, "J2K-MISSING", kError, "15444-1, A.3"),
     KVJPX_PROBLEM(kExtension, "J2K-EXTENSION", kError, "15444-2, A.2.1"),
     KVJPX_PROBLEM(kLengthTooShort, "J2K-LENGTH-SHORT", kError, "15444-1, A.1.4"),
@@ -225,12 +235,12 @@ constexpr ProblemRow kProblemRows[] = {
 // What the reader of boxes met. These come last: a content is called unreadable only where no rule
 // knows why.
 constexpr Row kBoxRows[] = {
-    {"BOX-LENGTH", kError, kAny, "15444-1, I.4", "a box is shorter than its header", kTheFile, reader_finding<KV_JPX_FINDING_BAD_LENGTH>},
-    {"BOX-CUT-SHORT", kError, kAny, "15444-1, I.4", "a box reaches past the end of its container or of the file", kTheFile, reader_finding<KV_JPX_FINDING_CUT_SHORT>},
-    {"BOX-TRAILING", kError, kAny, "15444-1, I.4", "bytes at the end belong to no box", kTheFile, reader_finding<KV_JPX_FINDING_TRAILING>},
-    {"BOX-OPEN-INSIDE", kError, kAny, "15444-1, I.4", "a box without a length stands in one with a length", kEveryBox, open_ended_inside},
+    {"BOX-LENGTH", kError, kEvery, "15444-1, I.4", "a box is shorter than its header", kTheFile, reader_finding<KV_JPX_FINDING_BAD_LENGTH>},
+    {"BOX-CUT-SHORT", kError, kEvery, "15444-1, I.4", "a box reaches past the end of its container or of the file", kTheFile, reader_finding<KV_JPX_FINDING_CUT_SHORT>},
+    {"BOX-TRAILING", kError, kEvery, "15444-1, I.4", "bytes at the end belong to no box", kTheFile, reader_finding<KV_JPX_FINDING_TRAILING>},
+    {"BOX-OPEN-INSIDE", kError, kEvery, "15444-1, I.4", "a box without a length stands in one with a length", kEveryBox, open_ended_inside},
     {"BOX-PLACE", kError, kAny, "15444-1, I.5; 15444-2, M.11", "the box may not stand here", kTheFile, reader_finding<KV_JPX_FINDING_MISPLACED>},
-    {"BOX-DEEP", kWarning, kAny, "15444-1, I.4", "boxes are nested so deeply that they are not read", kTheFile, reader_finding<KV_JPX_FINDING_TOO_DEEP>},
+    {"BOX-DEEP", kWarning, kEvery, "15444-1, I.4", "boxes are nested so deeply that they are not read", kTheFile, reader_finding<KV_JPX_FINDING_TOO_DEEP>},
     {"BOX-LONG", kError, kAny, "15444-1, I.5; 15444-2, M.11", "the content is longer than its fields", kTheFile, reader_finding<KV_JPX_FINDING_UNREAD>},
     {"BOX-CONTENT", kError, kAny, "15444-1, I.5; 15444-2, M.11", "the content is not what the type of box asks for", kTheFile, reader_finding<KV_JPX_FINDING_MALFORMED>},
 };
@@ -263,14 +273,14 @@ std::string rules_as_markdown() {
       "| Identifier | Severity | Profiles | Clause | What is wrong |\n"
       "|---|---|---|---|---|\n";
   for (const Rule& rule : rules()) {
-    std::string profiles;
-    for (const Profile profile : {kJp2, kJpx, kJph}) {
-      if ((rule.profiles & profile) == 0) continue;
+    const bool is_for_all = (rule.profiles & kAny) == kAny;
+    std::string profiles = is_for_all ? "all" : "";
+    for (const Profile profile : {kJp2, kJpx, kJph, kOther}) {
+      if ((rule.profiles & profile) == 0 || (is_for_all && profile != kOther)) continue;
       profiles += (profiles.empty() ? "" : ", ") + std::string(name(profile));
     }
-    text += "| " + rule.id + " | " + name(rule.severity) + " | " +
-            (rule.profiles == kAny ? "all" : profiles) + " | " + rule.clause + " | " + rule.text +
-            " |\n";
+    text += "| " + rule.id + " | " + name(rule.severity) + " | " + profiles + " | " + rule.clause +
+            " | " + rule.text + " |\n";
   }
   return text;
 }

@@ -311,11 +311,13 @@ void read_siz(SegmentReader& in, Knowledge& known) {
 }
 
 void read_cap(SegmentReader& in, Knowledge& known) {
+  constexpr unsigned kExtensions = 2;
   constexpr unsigned kHighThroughput = 15;
   constexpr uint32_t kReservedBits = 0x07C0;
   const uint32_t parts = in.number("Pcap", 4, capability_words);
   for (unsigned part = 1; part <= 32; ++part) {
     if (!(parts >> (32 - part) & 1)) continue;
+    if (part == kExtensions && !in.is_ignored()) known.has_part_2_cap = true;
     if (part != kHighThroughput) {
       in.element("Ccap", 2);
       continue;
@@ -402,7 +404,7 @@ void read_coc(SegmentReader& in, Knowledge& known) {
 void read_rgn(SegmentReader& in, Knowledge& known) {
   component_number(in, known, "Crgn");
   in.number("Srgn", 1, region_words);
-  in.require_at_most(0, ProblemKind::kRegionStyle);
+  if (!known.is_extended()) in.require_at_most(0, ProblemKind::kRegionStyle);
   in.number("SPrgn", 1);
 }
 

@@ -71,6 +71,7 @@ struct Knowledge {
   Summary summary;
   bool has_cap = false;
   bool has_ht_cap = false;
+  bool has_part_2_cap = false;
   bool has_ht_blocks = false;
   std::map<uint32_t, std::vector<TlmEntry>> tlm;  // by Ztlm
   std::map<uint32_t, std::string> ppm;            // by Zppm
@@ -80,7 +81,8 @@ struct Knowledge {
   TilePart tile_part;
 
   size_t components() const { return summary.image.components.size(); }
-  bool is_extended() const { return (summary.image.capabilities & 0x8000) != 0; }
+  // By ISO/IEC 15444-2.
+  bool is_extended() const { return (summary.image.capabilities & 0x8000) != 0 || has_part_2_cap; }
 };
 
 // What a number means.

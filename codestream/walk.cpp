@@ -73,6 +73,7 @@ class Walk {
   void note_tile_part(uint64_t offset);
   void end_tile_part(uint64_t offset, bool is_whole);
   uint64_t end_of_open_tile_part();
+  bool is_without_sop(uint64_t told, uint64_t there) const;
   void check_packet_lengths(uint64_t data, uint64_t end);
   void compare_with_tlm(uint64_t offset, uint64_t length);
   // The next SOT segment or EOC; size_ if there is none within the budget.
@@ -243,6 +244,7 @@ bool Walk::read_segment(uint16_t marker, unsigned place, uint64_t limit) {
     check_place(reader, *row, place);
     if (row->read) {
       row->read(reader, known_);
+      if (known_.is_extended()) reader.rest();  // extensions append fields
       reader.finish();
       is_length_bad_ = reader.is_short() || reader.left() > 0;
     }
@@ -460,10 +462,19 @@ uint64_t Walk::end_of_open_tile_part() {
   return std::max(position_, end);
 }
 
+// Whether packets are told without the SOP segments that stand in front of them, as they may be.
+bool Walk::is_without_sop(uint64_t told, uint64_t there) const {
+  constexpr uint32_t kMayHaveSop = 2;
+  constexpr uint64_t kSopSize = 6;
+  return (known_.summary.coding.style & kMayHaveSop) && told < there &&
+         (there - told) % kSopSize == 0;
+}
+
 void Walk::check_packet_lengths(uint64_t data, uint64_t end) {
   const bool has_plt = known_.tile.seen.lower_bound(uint64_t{kPlt} << 32) !=
                        known_.tile.seen.lower_bound(uint64_t{kPlt + 1} << 32);
-  if (has_plt && known_.tile.packet_bytes != end - data) {
+  if (!has_plt || is_without_sop(known_.tile.packet_bytes, end - data)) return;
+  if (known_.tile.packet_bytes != end - data) {
     report(ProblemKind::kPltLength, data, kPlt, end - data, known_.tile.packet_bytes, tile_part_);
   }
 }

@@ -4,6 +4,7 @@ steps, choices of a reader, codestreams. (Those of fuzz/corpus/, which all take,
 scripts/make_samples.py.) Needs opj_compress (libopenjp2-tools); always gives the same bytes."""
 
 import random
+import re
 import subprocess
 import tempfile
 from pathlib import Path
@@ -157,8 +158,39 @@ def decode_seeds():
     return seeds
 
 
+def script_bytes(text):
+    """What tests/support/bytes.cpp makes of the notation, without its patterns."""
+    parts = re.findall(r"\[.{4}|\]|'[^']*'|\*\d+|[0-9A-F]{2}", text)
+    stack = [[b"", b""]]
+    for part in parts:
+        if part[0] == "[":
+            stack.append([part[1:].encode(), b""])
+        elif part == "]":
+            kind, content = stack.pop()
+            stack[-1][1] += box(kind, content)
+        elif part[0] == "'":
+            stack[-1][1] += part[1:-1].encode()
+        elif part[0] == "*":
+            stack[-1][1] += stack[-1][1][-1:] * (int(part[1:]) - 1)
+        else:
+            stack[-1][1] += bytes.fromhex(part)
+    return stack[0][1]
+
+
+def check_seeds():
+    """The valid files that the tests of the rules change."""
+    names = {}
+    script = FUZZ.parent / "tests" / "check" / "rules.script"
+    for line in script.read_text().splitlines():
+        if line.startswith("= "):
+            _, name, text = line.split(" ", 2)
+            names[name] = re.sub(r"\{(\w+)\}", lambda match: names[match[1]], text)
+    return {f"rules-{name}": script_bytes(names[name]) for name in names if len(name) == 1}
+
+
 def main():
     corpora = {
+        "check": check_seeds(),
         "load": load_seeds(),
         "fields": step_seeds(300),
         "edit": edit_seeds(),
