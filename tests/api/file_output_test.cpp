@@ -8,8 +8,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <utility>
 
 #include "support/bytes.h"
 #include "support/files.h"

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "box/test_document.h"
-#include "support/files.h"
 #include "support/system_calls.h"
 
 namespace kvjpx::test {

@@ -1,12 +1,8 @@
 // Print-outs, byte for byte: a whole file against its golden print-out, and the variants of single
 // boxes that the file does not show.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "box/test_document.h"
-#include "support/files.h"
 
 namespace kvjpx::test {
 namespace {

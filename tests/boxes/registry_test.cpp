@@ -1,10 +1,7 @@
 // What every box type and every field promises: where a box may be made, what kind it is, that it
 // survives any payload and is written as long as it says; which keys and indices fields answer to.
-#include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "box/test_document.h"
 

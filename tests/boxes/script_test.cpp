@@ -20,15 +20,11 @@
 // "^" says that the file is written as it was read; it is for kept ones.
 // KEY may be a list, with an [index] for all; N may be a list where it is set. "@DATA" is the key
 // of opaque payloads, "?" one that no box has.
-#include <gtest/gtest.h>
 
 #include <regex>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "box/test_document.h"
-#include "support/bytes.h"
 
 namespace kvjpx::test {
 namespace {
