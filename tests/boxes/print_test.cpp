@@ -49,7 +49,7 @@ TEST(PrintOut, OfVariantsAreTheGoldenOnes) {
     all += BoxUnderTest("colr", enumerated(space)).printed();
   }
   BoxUnderTest reference("cref");
-  reference.set(JPX_FIELD_CREF_RTYP, type_code("jp2c"));
+  reference.set(reference.id, JPX_FIELD_CREF_RTYP, type_code("jp2c"));
   all += reference.printed() + BoxUnderTest("dtbl").printed() + BoxUnderTest("none").printed();
   EXPECT_EQ(all, file_contents("tests/golden/variants.txt"));
 }

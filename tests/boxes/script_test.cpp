@@ -96,9 +96,9 @@ class ScriptedBox : public BoxUnderTest {
                  const std::string& operand, int32_t code) {
     const std::vector<std::string> parts = split(operand, '/');
     if (action == "=") {
-      EXPECT_EQ(value(field.key, index), number_of(operand));
+      EXPECT_EQ(value(id, field.key, index), number_of(operand));
     } else if (action == "!") {
-      EXPECT_EQ(get_code(field.key, index), std::stoi(operand));
+      EXPECT_EQ(get_code(id, field.key, index), std::stoi(operand));
     } else if (action == "#") {
       uint64_t count = 0;
       uint32_t width = 0;
@@ -106,23 +106,24 @@ class ScriptedBox : public BoxUnderTest {
       EXPECT_TRUE(code != JPX_OK || count == number_of(parts[0])) << count;
       EXPECT_TRUE(parts.size() == 1 || width == number_of(parts[1])) << width;
     } else if (action == ">") {
-      EXPECT_EQ(field_bytes(field.key), bytes_of(operand));
+      EXPECT_EQ(field_bytes(id, field.key), bytes_of(operand));
       if (code != JPX_OK) get_in_every_way(field, bytes_of(operand), code);
     } else if (action == "%") {
-      expect_offer(field, number_of(parts[0]), number_of(parts[1]), code, field_bytes(field.key));
+      expect_offer(field, number_of(parts[0]), number_of(parts[1]), code,
+                   field_bytes(id, field.key));
     } else if (action == "<") {
       const size_t width = parts.size() == 1 ? field.width : number_of(parts[0]);
       const std::string bytes = bytes_of(parts.back());
-      EXPECT_EQ(set_bytes(field.key, bytes, static_cast<uint32_t>(width)), code);
+      EXPECT_EQ(set_bytes(id, field.key, bytes, static_cast<uint32_t>(width)), code);
       if (code != JPX_OK) return;
       const size_t blocks = allocator().live_blocks();
-      EXPECT_EQ(set_bytes(field.key, bytes, static_cast<uint32_t>(width)), JPX_OK);
+      EXPECT_EQ(set_bytes(id, field.key, bytes, static_cast<uint32_t>(width)), JPX_OK);
       EXPECT_EQ(allocator().live_blocks(), blocks) << "the copy before is released";
     } else {
       for (const std::string& number : split(operand, ',')) {
         uint64_t before = 0, after = 0;
         kv_jpx_get_box_field_int(get(), id, field.key, index, &before);
-        EXPECT_EQ(set(field.key, number_of(number), index), code) << number;
+        EXPECT_EQ(set(id, field.key, number_of(number), index), code) << number;
         kv_jpx_get_box_field_int(get(), id, field.key, index, &after);
         const uint64_t low_bytes = ~uint64_t{0} >> (field.width < 8 ? 64 - 8 * field.width : 0);
         EXPECT_TRUE(action != ":=" || after == (number_of(number) & low_bytes))
@@ -158,7 +159,7 @@ class ScriptedBox : public BoxUnderTest {
     EXPECT_EQ(get_buffer(field, &count, nullptr, &data), code);
     EXPECT_EQ(get_buffer(field, &count, &width, nullptr), JPX_ERR_INVALID_ARGUMENT);
     EXPECT_NE(kv_jpx_set_box_field_buffer(get(), id, field.key, count, width, nullptr), JPX_OK);
-    EXPECT_EQ(TestDocument::count(id, field.key), std::make_pair(count, width));
+    use_field(field, 0, "#", std::to_string(count) + '/' + std::to_string(width), JPX_OK);
     const uint64_t wraps = ~uint64_t{0} / width + 1;
     EXPECT_TRUE(width == 1 ||
                 kv_jpx_set_box_field_buffer(get(), id, field.key, wraps, width, "x") != JPX_OK);
@@ -186,8 +187,8 @@ TEST_P(BoxScript, Holds) {
         box = std::make_unique<ScriptedBox>(type);
       } else {
         const std::string payload = words[1] == "*" ? rule_of(type).payload : bytes_of(words[1]);
-        box = is_kept ? std::make_unique<ScriptedBox>(type, payload, type == "opct" ? depths : "")
-                      : std::make_unique<ScriptedBox>(type, payload);
+        box = std::make_unique<ScriptedBox>(type, payload, is_kept,
+                                            is_kept && type == "opct" ? depths : "");
         box->original = is_kept ? box->written() : "";
       }
       words.erase(words.begin(), words.begin() + 2);
