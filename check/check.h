@@ -7,7 +7,8 @@
 // file, however broken; none stops another.
 //
 // Adding a rule: its function and declaration, its row, a line of tests/check/rules.script with a
-// change that breaks it, and `kvjpx check --list` once more into docs/check.md.
+// change that breaks it, what that tells in tests/golden/findings.txt, and `kvjpx check --list`
+// once more into docs/check.md.
 #ifndef KVJPX_CHECK_CHECK_H_
 #define KVJPX_CHECK_CHECK_H_
 

@@ -24,9 +24,10 @@ import sys
 import time
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
-FOLDERS = ("src", "common", "codec", "tools")
+FOLDERS = ("src", "common", "codestream", "check", "codec", "tools")
 PRODUCTS = ("kvjpx", "kvj2k", "kvjpx_tool")  # what test programs load or run
 TESTS = {"kvjpx_tests": ("src", "common"), "kvjpx_hpp_tests": ("src", "common"), "codec_test": ("codec",),
+         "kvjpx_check_tests": ("src", "codestream", "check"),
          "kvjpx_tool_tests": FOLDERS}
 REPLAYS = {f"kvjpx_fuzz_replay_{name}": name for name in ("load", "edit", "fields", "reader", "stream", "decode")}
 

@@ -3,11 +3,6 @@
 //
 // The work is counted, not timed: in allocations, and in the bytes of them all together, since
 // every byte that the parser keeps is written once into a block that it asked for.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "box/test_document.h"
 

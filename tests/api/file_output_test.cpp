@@ -3,13 +3,10 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <utility>
 
 #include "support/bytes.h"
 #include "support/files.h"
@@ -82,26 +79,6 @@ TEST(FileOutput, MayBeTheMappedInput) {
     if (path == linked) unlink(path);
   }
   close(descriptor);
-}
-
-TEST(FileOutput, KeepsOwnerModeAttributesAndLink) {
-  const TempFile target("old");
-  const uid_t owner = chown(target.path(), 4711, 4712) == 0 ? 4711 : getuid();
-  ASSERT_EQ(chmod(target.path(), 06640), 0);
-  const bool has_attributes = setxattr(target.path(), "user.note", "kept", 4, 0) == 0;
-  const std::string link = std::string(target.path()) + ".link";
-  const std::string name = target.path() + std::string(target.path()).rfind('/') + 1;
-  ASSERT_EQ(symlink(name.c_str(), link.c_str()), 0);
-  TestContext context;
-  ASSERT_EQ(context.load(jp2_file()), JPX_OK);
-  EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), link.c_str()), JPX_OK);
-  EXPECT_TRUE(S_ISLNK(status_of(link.c_str()).st_mode));
-  EXPECT_EQ(status_of(target.path()).st_mode & 07777, 0640u) << "but not whom it acts as";
-  EXPECT_EQ(status_of(target.path()).st_uid, owner) << "which only the superuser can keep";
-  char note[4] = {};
-  EXPECT_TRUE(!has_attributes || getxattr(target.path(), "user.note", note, 4) == 4);
-  EXPECT_EQ(target.contents(), jp2_file());
-  unlink(link.c_str());
 }
 
 TEST_F(FolderTest, OutputInPlaceOfAnotherUsersIsOpenToNoOtherGroup) {

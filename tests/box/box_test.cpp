@@ -1,10 +1,6 @@
 // The box record and its header, and the links between boxes.
 #include "box/box.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "box/basic.h"
 #include "box/super.h"
 #include "support/bytes.h"

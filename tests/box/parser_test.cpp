@@ -1,9 +1,5 @@
 // The parser: header forms, nesting, identifiers, boxes that stand where they may not, and files
 // that lie about their lengths and counts.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "box/test_document.h"
 

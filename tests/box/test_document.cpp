@@ -55,12 +55,6 @@ uint64_t TestDocument::value(uint32_t id, uint32_t key, uint64_t index) {
   return result;
 }
 
-std::pair<uint64_t, uint32_t> TestDocument::count(uint32_t id, uint32_t key) {
-  std::pair<uint64_t, uint32_t> result;
-  EXPECT_EQ(kv_jpx_get_box_field_count(get(), id, key, &result.first, &result.second), JPX_OK);
-  return result;
-}
-
 std::string TestDocument::take(void* block, uint64_t length) {
   if (block == nullptr) return {};
   std::string result(static_cast<char*>(block), length);

@@ -45,7 +45,6 @@ class TestDocument : public TestContext {
     return kv_jpx_get_box_field_int(get(), id, key, index, &ignored);
   }
   uint64_t value(uint32_t id, uint32_t key, uint64_t index = 0);
-  std::pair<uint64_t, uint32_t> count(uint32_t id, uint32_t key);
   std::string field_bytes(uint32_t id, uint32_t key);
   int32_t set_bytes(uint32_t id, uint32_t key, std::string_view data, uint32_t element_size = 1) {
     return kv_jpx_set_box_field_buffer(get(), id, key, data.size() / element_size, element_size,
@@ -92,24 +91,11 @@ std::string in_parents(std::string_view type, const std::string& box);
 // there is none, added to the loaded parent.
 class BoxUnderTest : public TestDocument {
  public:
-  BoxUnderTest(std::string_view type, const std::string& payload)
-      : TestDocument(in_parents(type, box(type, payload))), id(find(type)) {}
+  BoxUnderTest(std::string_view type, const std::string& payload, bool is_kept = false,
+               const std::string& front = {})
+      : TestDocument(front + in_parents(type, box(type, payload)), is_kept), id(find(type)) {}
   explicit BoxUnderTest(std::string_view type);
-  // Read where everything is kept, behind other boxes.
-  BoxUnderTest(std::string_view type, const std::string& payload, const std::string& front)
-      : TestDocument(front + in_parents(type, box(type, payload)), true), id(find(type)) {}
 
-  int32_t set(uint32_t key, uint64_t value, uint64_t index = 0) {
-    return TestDocument::set(id, key, value, index);
-  }
-  int32_t get_code(uint32_t key, uint64_t index = 0) {
-    return TestDocument::get_code(id, key, index);
-  }
-  uint64_t value(uint32_t key, uint64_t index = 0) { return TestDocument::value(id, key, index); }
-  std::string field_bytes(uint32_t key) { return TestDocument::field_bytes(id, key); }
-  int32_t set_bytes(uint32_t key, std::string_view data, uint32_t element_size = 1) {
-    return TestDocument::set_bytes(id, key, data, element_size);
-  }
   std::string content() { return TestDocument::content(id); }
   uint64_t content_length() { return TestDocument::content_length(id); }
   std::string printed() { return TestDocument::printed(id); }

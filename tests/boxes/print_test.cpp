@@ -1,12 +1,8 @@
 // Print-outs, byte for byte: a whole file against its golden print-out, and the variants of single
 // boxes that the file does not show.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "box/test_document.h"
-#include "support/files.h"
 
 namespace kvjpx::test {
 namespace {
@@ -53,7 +49,7 @@ TEST(PrintOut, OfVariantsAreTheGoldenOnes) {
     all += BoxUnderTest("colr", enumerated(space)).printed();
   }
   BoxUnderTest reference("cref");
-  reference.set(JPX_FIELD_CREF_RTYP, type_code("jp2c"));
+  reference.set(reference.id, JPX_FIELD_CREF_RTYP, type_code("jp2c"));
   all += reference.printed() + BoxUnderTest("dtbl").printed() + BoxUnderTest("none").printed();
   EXPECT_EQ(all, file_contents("tests/golden/variants.txt"));
 }

@@ -1,10 +1,7 @@
 // What every box type and every field promises: where a box may be made, what kind it is, that it
 // survives any payload and is written as long as it says; which keys and indices fields answer to.
-#include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "box/test_document.h"
 
@@ -76,8 +73,8 @@ TEST(BoxTypes, SurviveShortPayloads) {
     }
   }
   BoxUnderTest header("ihdr", be32(3) + be16(7));
-  EXPECT_EQ(header.value(JPX_FIELD_IHDR_HEIGHT), 3u);
-  EXPECT_EQ(header.value(JPX_FIELD_IHDR_WIDTH), 0u);
+  EXPECT_EQ(header.value(header.id, JPX_FIELD_IHDR_HEIGHT), 3u);
+  EXPECT_EQ(header.value(header.id, JPX_FIELD_IHDR_WIDTH), 0u);
 }
 
 // Every operation asks for its own type first, that of an opaque box for its kind, so that a box
@@ -116,10 +113,10 @@ TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
     SCOPED_TRACE(type + '.' + info.name);
     BoxUnderTest box = type == "cref" ? BoxUnderTest(type)  // a read one has no field
                                       : BoxUnderTest(type, rule_of(type).payload);
-    EXPECT_EQ(box.get_code(0x12345678), 4);
-    EXPECT_EQ(box.set(0x12345678, 1), 4);
+    EXPECT_EQ(box.get_code(box.id, 0x12345678), 4);
+    EXPECT_EQ(box.set(box.id, 0x12345678, 1), 4);
     EXPECT_EQ(kv_jpx_get_box_field_count(box.get(), box.id, 0x12345678, nullptr, nullptr), 4);
-    EXPECT_EQ(box.set_bytes(0x12345678, "x"), 4);
+    EXPECT_EQ(box.set_bytes(box.id, 0x12345678, "x"), 4);
     void* data = nullptr;
     EXPECT_EQ(kv_jpx_get_box_field_buffer(box.get(), box.id, 0x12345678, nullptr, nullptr, &data),
               4);
@@ -129,10 +126,10 @@ TEST(IntegerFields, AnswerToTheirKeyAndIndexOnly) {
     if (info.access != KV_JPX_FIELD_INTEGER) continue;
     // The index is judged before the value.
     for (const uint64_t value : {uint64_t{0}, uint64_t{1}, ~uint64_t{0}}) {
-      EXPECT_EQ(box.set(info.key, value, 1), 4);
+      EXPECT_EQ(box.set(box.id, info.key, value, 1), 4);
     }
-    EXPECT_EQ(box.get_code(info.key, 1), 4);
-    EXPECT_EQ(box.get_code(info.key, uint64_t{1} << 32), 4);
+    EXPECT_EQ(box.get_code(box.id, info.key, 1), 4);
+    EXPECT_EQ(box.get_code(box.id, info.key, uint64_t{1} << 32), 4);
   }
 }
 

@@ -13,20 +13,18 @@
 //   KEY<B, KEY<W/B     bytes are taken, in entries of W
 //   KEY<B!C            they are answered by C
 //   KEY>B              the bytes that the field holds
+//   KEY>B!C            the same, got and counted in every way; C answers a buffer without its size
+//   KEY%N/W!C          a buffer with room for N entries of W bytes is answered by C
 //   =B, ~N             the payload as it is written, its length as the box tells it
 //   +TYPE              a box is added into this one
 // "^" says that the file is written as it was read; it is for kept ones.
 // KEY may be a list, with an [index] for all; N may be a list where it is set. "@DATA" is the key
 // of opaque payloads, "?" one that no box has.
-#include <gtest/gtest.h>
 
 #include <regex>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "box/test_document.h"
-#include "support/bytes.h"
 
 namespace kvjpx::test {
 namespace {
@@ -68,7 +66,8 @@ class ScriptedBox : public BoxUnderTest {
 
   void run(const std::string& type, const std::string& operation) {
     SCOPED_TRACE(operation);
-    static const std::regex kForm(R"(([\w@?,]*)(?:\[([^\]]+)\])?(:=|[:=!#<>~+^])(.*?)(?:!(\d+))?)");
+    static const std::regex kForm(
+        R"(([\w@?,]*)(?:\[([^\]]+)\])?(:=|[:=!#<>%~+^])(.*?)(?:!(\d+))?)");
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(operation, parts, kForm));
     const std::string operand = parts[4];
@@ -97,9 +96,9 @@ class ScriptedBox : public BoxUnderTest {
                  const std::string& operand, int32_t code) {
     const std::vector<std::string> parts = split(operand, '/');
     if (action == "=") {
-      EXPECT_EQ(value(field.key, index), number_of(operand));
+      EXPECT_EQ(value(id, field.key, index), number_of(operand));
     } else if (action == "!") {
-      EXPECT_EQ(get_code(field.key, index), std::stoi(operand));
+      EXPECT_EQ(get_code(id, field.key, index), std::stoi(operand));
     } else if (action == "#") {
       uint64_t count = 0;
       uint32_t width = 0;
@@ -107,15 +106,24 @@ class ScriptedBox : public BoxUnderTest {
       EXPECT_TRUE(code != JPX_OK || count == number_of(parts[0])) << count;
       EXPECT_TRUE(parts.size() == 1 || width == number_of(parts[1])) << width;
     } else if (action == ">") {
-      EXPECT_EQ(field_bytes(field.key), bytes_of(operand));
+      EXPECT_EQ(field_bytes(id, field.key), bytes_of(operand));
+      if (code != JPX_OK) get_in_every_way(field, bytes_of(operand), code);
+    } else if (action == "%") {
+      expect_offer(field, number_of(parts[0]), number_of(parts[1]), code,
+                   field_bytes(id, field.key));
     } else if (action == "<") {
       const size_t width = parts.size() == 1 ? field.width : number_of(parts[0]);
-      EXPECT_EQ(set_bytes(field.key, bytes_of(parts.back()), static_cast<uint32_t>(width)), code);
+      const std::string bytes = bytes_of(parts.back());
+      EXPECT_EQ(set_bytes(id, field.key, bytes, static_cast<uint32_t>(width)), code);
+      if (code != JPX_OK) return;
+      const size_t blocks = allocator().live_blocks();
+      EXPECT_EQ(set_bytes(id, field.key, bytes, static_cast<uint32_t>(width)), JPX_OK);
+      EXPECT_EQ(allocator().live_blocks(), blocks) << "the copy before is released";
     } else {
       for (const std::string& number : split(operand, ',')) {
         uint64_t before = 0, after = 0;
         kv_jpx_get_box_field_int(get(), id, field.key, index, &before);
-        EXPECT_EQ(set(field.key, number_of(number), index), code) << number;
+        EXPECT_EQ(set(id, field.key, number_of(number), index), code) << number;
         kv_jpx_get_box_field_int(get(), id, field.key, index, &after);
         const uint64_t low_bytes = ~uint64_t{0} >> (field.width < 8 ? 64 - 8 * field.width : 0);
         EXPECT_TRUE(action != ":=" || after == (number_of(number) & low_bytes))
@@ -123,6 +131,38 @@ class ScriptedBox : public BoxUnderTest {
         EXPECT_TRUE(code != JPX_ERR_INVALID_ARGUMENT || after == before) << number;
       }
     }
+  }
+
+  int32_t get_buffer(const kv_jpx_field_info& field, uint64_t* count, uint32_t* width,
+                     void** data) {
+    return kv_jpx_get_box_field_buffer(get(), id, field.key, count, width, data);
+  }
+  void expect_offer(const kv_jpx_field_info& field, uint64_t room, uint32_t width, int32_t code,
+                    const std::string& bytes) {
+    std::string buffer(bytes.size() + 100, '#');
+    const std::string untouched = buffer;
+    void* data = buffer.data();
+    EXPECT_EQ(get_buffer(field, &room, &width, &data), code);
+    // A vendor's UUID is counted as one entry and got as 16.
+    const uint32_t got_width = field.key == JPX_FIELD_COLR_UUID ? 1 : field.width;
+    EXPECT_EQ(std::make_pair(room, width), std::make_pair(bytes.size() / got_width, got_width));
+    EXPECT_EQ(buffer, code == JPX_OK ? bytes + untouched.substr(bytes.size()) : untouched);
+  }
+  void get_in_every_way(const kv_jpx_field_info& field, const std::string& bytes, int32_t code) {
+    uint64_t count = bytes.size() / field.width;
+    uint32_t width = field.width;
+    const std::pair<uint64_t, uint32_t> too_small[] = {{bytes.size() - 1, 1}, {count, 0}, {0, 16}};
+    for (const auto& [room, size] : too_small) expect_offer(field, room, size, 5, bytes);
+    expect_offer(field, count, width, JPX_OK, bytes);
+    void* data = &width;
+    EXPECT_EQ(get_buffer(field, nullptr, &width, &data), code);
+    EXPECT_EQ(get_buffer(field, &count, nullptr, &data), code);
+    EXPECT_EQ(get_buffer(field, &count, &width, nullptr), JPX_ERR_INVALID_ARGUMENT);
+    EXPECT_NE(kv_jpx_set_box_field_buffer(get(), id, field.key, count, width, nullptr), JPX_OK);
+    use_field(field, 0, "#", std::to_string(count) + '/' + std::to_string(width), JPX_OK);
+    const uint64_t wraps = ~uint64_t{0} / width + 1;
+    EXPECT_TRUE(width == 1 ||
+                kv_jpx_set_box_field_buffer(get(), id, field.key, wraps, width, "x") != JPX_OK);
   }
 };
 
@@ -147,8 +187,8 @@ TEST_P(BoxScript, Holds) {
         box = std::make_unique<ScriptedBox>(type);
       } else {
         const std::string payload = words[1] == "*" ? rule_of(type).payload : bytes_of(words[1]);
-        box = is_kept ? std::make_unique<ScriptedBox>(type, payload, type == "opct" ? depths : "")
-                      : std::make_unique<ScriptedBox>(type, payload);
+        box = std::make_unique<ScriptedBox>(type, payload, is_kept,
+                                            is_kept && type == "opct" ? depths : "");
         box->original = is_kept ? box->written() : "";
       }
       words.erase(words.begin(), words.begin() + 2);
