@@ -29,6 +29,7 @@ class InfoFacts {
       facts_[list] = Json::array();
     }
     for (const box place : file.document().boxes()) add_box(place);
+    if (!has_registration_) number_layers();
     for (const kvjpx::finding& finding : file.document().findings()) {
       facts_["unusual"].push_back(finding_facts(paths_, finding));
     }
@@ -44,6 +45,8 @@ class InfoFacts {
     const auto brand = type.get<kvjpx::ftyp::br>();
     if (!brand) return;
     facts_["brand"] = code_text(*brand);
+    const std::string name = value_name(JPX_FIELD_FTYP_BR, *brand);
+    if (!name.empty()) facts_["format"] = name;
     Json& brands = facts_["compatible"] = Json::array();
     for (uint64_t i = 0; const auto code = type.get<kvjpx::ftyp::cl>(i); ++i) {
       brands.push_back(code_text(*code));
@@ -136,6 +139,7 @@ class InfoFacts {
     if (const box label = place.child("lbl")) facts["label"] = label_text(label);
     const box registration = place.child("creg");
     if (!registration) return facts;
+    has_registration_ = true;
     facts["codestreams"] = Json::array();
     for (uint64_t i = 0; const auto number = registration.get<kvjpx::creg::cdn>(i); ++i) {
       facts["codestreams"].push_back(*number);
@@ -143,9 +147,15 @@ class InfoFacts {
     return facts;
   }
 
+  // Without any registration, every layer has the codestream of its own number (ISO/IEC 15444-2,
+  // M.11.7.7).
+  void number_layers() {
+    for (size_t i = 0; i < facts_["layers"].size(); ++i) facts_["layers"][i]["codestreams"] = {i};
+  }
+
   static std::string label_text(box place) {
     const auto text = place.payload();
-    return text && is_utf8(text->text()) ? std::string(text->text()) : std::string();
+    return text ? std::string(text->text()) : std::string();
   }
 
   void add_label(box place) {
@@ -211,6 +221,7 @@ class InfoFacts {
 
   const OpenedFile& file_;
   kvjpx::box_paths paths_;
+  bool has_registration_ = false;
   Json facts_;
 };
 
@@ -380,7 +391,7 @@ std::string info_text(const Json& facts) {
   if (facts["kind"] == "codestream") {
     text += "bare codestream";
   } else {
-    text += brand == "jp2 " ? "JP2" : brand == "jpx " ? "JPX" : "no brand of JPEG 2000";
+    text += facts.value("format", "no brand of JPEG 2000");
   }
   text += ", " + text_of(facts["size"]) + " bytes\n";
   if (facts.contains("image")) text += line("image", image_text(facts["image"]));
