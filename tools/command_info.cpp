@@ -106,7 +106,8 @@ class InfoFacts {
       facts["name"] = value_name(JPX_FIELD_COLR_EnumCS, *value);
     } else if (const auto profile = place.bytes<kvjpx::colr::icc>()) {
       facts["profile_length"] = profile->size();
-      facts["name"] = profile_description(profile->text());
+      const std::string description = profile_description(profile->text());
+      if (!description.empty()) facts["name"] = description;
     } else if (const auto vendor = place.bytes<kvjpx::colr::uuid>()) {
       facts["name"] = uuid_text(vendor->text());
     }
@@ -364,8 +365,10 @@ std::string unusual_text(const Json& problem) {
   return text + (others == 0 ? "" : " and " + counted(others, "other place"));
 }
 
-std::string line(const std::string& heading, const std::string& text) {
+std::string line(const std::string& heading, std::string text) {
   constexpr size_t kWidth = 14;
+  // Names and labels may have several.
+  std::replace(text.begin(), text.end(), '\n', ' ');
   return "  " + heading + std::string(kWidth - heading.size(), ' ') + text + "\n";
 }
 

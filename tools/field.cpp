@@ -273,7 +273,14 @@ void Field::set_integer(const std::string& text) const {
   std::optional<uint64_t> value = parse_signed_number(text);
   if (!value) value = value_of_name(info_.key, text);
   if (!value && info_.width == 4) value = parse_code(text);
-  if (!value) throw Failure(kEditRefused, place() + ": '" + text + "' is not a number");
+  if (!value) {
+    const std::vector<std::string_view> names = value_names(info_.key);
+    Suggestion suggestion(text);
+    for (const std::string_view name : names) suggestion.consider(name);
+    throw Failure(kEditRefused, place() + ": '" + text + "' is not a number" +
+                                    (names.empty() ? "" : ", nor a name that the field knows") +
+                                    suggestion.text());
+  }
   check_range(*value, text);
   const uint64_t index = index_.value_or(0);
   const bool appends = repeats() && index == count();

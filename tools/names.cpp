@@ -218,6 +218,14 @@ std::optional<uint64_t> value_of_name(uint32_t key, std::string_view name) {
   return std::nullopt;
 }
 
+std::vector<std::string_view> value_names(uint32_t key) {
+  std::vector<std::string_view> names;
+  for (const NamedValue& row : kValues) {
+    if (row.key == table_key(key)) names.push_back(row.name);
+  }
+  return names;
+}
+
 bool is_code_field(uint32_t key) {
   return key == JPX_FIELD_FTYP_BR || key == JPX_FIELD_FTYP_CL || key == JPX_FIELD_CREF_RTYP;
 }

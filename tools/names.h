@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kvjpx_tool {
 
@@ -16,6 +17,9 @@ std::string value_name(uint32_t key, uint64_t value);
 // The value that a name stands for; case, blanks, hyphens and the like do not count. Nothing for
 // fields and words without a meaning.
 std::optional<uint64_t> value_of_name(uint32_t key, std::string_view name);
+
+// The names of all values of a field.
+std::vector<std::string_view> value_names(uint32_t key);
 
 // Whether the field holds four-character codes.
 bool is_code_field(uint32_t key);
