@@ -52,17 +52,44 @@ class Requirements {
   std::vector<uint64_t> vendor_features_;
 };
 
-void need_feature(const Check& check, bool is_used, const char* use,
+// `is_used` tells whether the file uses what these features stand for. It is asked once for a file,
+// however many boxes of requirements there are.
+template <class IsUsed>
+void need_feature(const Check& check, const IsUsed& is_used, const char* use,
                   std::initializer_list<uint32_t> features) {
-  // Once for a file, however many such boxes it has.
-  if (!is_used || check.box != check.file.child(check.file.root(), code("rreq"))) return;
+  if (check.box != check.file.child(check.file.root(), code("rreq"))) return;
   const Requirements requirements(check.fields());
-  if (!requirements.is_readable() || requirements.lists(features)) return;
+  if (!requirements.is_readable() || requirements.lists(features) || !is_used(check.file)) return;
   std::string numbers;
   for (const uint32_t feature : features) {
     numbers += (numbers.empty() ? "feature " : ", ") + std::to_string(feature);
   }
   check.tell(1, use, numbers);
+}
+
+bool has_opacity(const File& file) {
+  for (const uint32_t place : file.all(code("cdef"))) {
+    const Fields cdef = file.fields(file.boxes()[place]);
+    for (uint64_t at = 2; cdef.has(at, 6); at += 6) {
+      const uint32_t type = cdef.u16(at + 2);
+      if (type == KV_JPX_TYP_OPACITY || type == KV_JPX_TYP_PREMULTIPLIED_OPACITY) return true;
+    }
+  }
+  return !file.all(code("opct")).empty();
+}
+
+bool has_any_icc(const File& file) {
+  const std::vector<uint32_t>& all = file.all(code("colr"));
+  return std::any_of(all.begin(), all.end(), [&](uint32_t place) {
+    return file.fields(file.boxes()[place]).u8(0) == KV_JPX_METH_ANY_ICC;
+  });
+}
+
+bool has_extensions(const File& file) {
+  const std::vector<Codestream>& all = file.codestreams();
+  return std::any_of(all.begin(), all.end(), [](const Codestream& one) {
+    return (one.summary.image.capabilities & 0x8000) != 0;
+  });
 }
 
 // Calls `look` with where each entry of a list stands that fills the content from `begin` on.
@@ -119,49 +146,33 @@ void rreq_masks(Check& check) {
 }
 
 void rreq_layers(Check& check) {
-  need_feature(check, check.file.layer_headers().size() > 1, "several layers", {2});
+  const auto is_used = [](const File& file) { return file.layer_headers().size() > 1; };
+  need_feature(check, is_used, "several layers", {2});
 }
 
 void rreq_fragments(Check& check) {
-  need_feature(check, check.file.count(check.file.root(), code("ftbl")) > 0,
-               "a codestream in fragments", {13, 14, 15, 16});
+  const auto is_used = [](const File& file) { return file.count(file.root(), code("ftbl")) > 0; };
+  need_feature(check, is_used, "a codestream in fragments", {13, 14, 15, 16});
 }
 
 void rreq_palette(Check& check) {
-  need_feature(check, !check.file.all(code("pclr")).empty(), "a palette", {42});
+  const auto is_used = [](const File& file) { return !file.all(code("pclr")).empty(); };
+  need_feature(check, is_used, "a palette", {42});
 }
 
-void rreq_opacity(Check& check) {
-  bool is_used = !check.file.all(code("opct")).empty();
-  for (const uint32_t place : check.file.all(code("cdef"))) {
-    const Fields cdef = check.file.fields(check.file.boxes()[place]);
-    for (uint64_t at = 2; cdef.has(at, 6); at += 6) {
-      const uint32_t type = cdef.u16(at + 2);
-      is_used |= type == KV_JPX_TYP_OPACITY || type == KV_JPX_TYP_PREMULTIPLIED_OPACITY;
-    }
-  }
-  need_feature(check, is_used, "opacity", {9, 10, 11});
-}
+void rreq_opacity(Check& check) { need_feature(check, has_opacity, "opacity", {9, 10, 11}); }
 
 void rreq_any_icc(Check& check) {
-  bool is_used = false;
-  for (const uint32_t place : check.file.all(code("colr"))) {
-    is_used |= check.file.fields(check.file.boxes()[place]).u8(0) == KV_JPX_METH_ANY_ICC;
-  }
-  need_feature(check, is_used, "an ICC profile of any kind", {44});
+  need_feature(check, has_any_icc, "an ICC profile of any kind", {44});
 }
 
 void rreq_composition(Check& check) {
-  need_feature(check, !check.file.all(code("comp")).empty(), "a composition",
-               {2, 17, 18, 19, 24, 25, 26, 27, 28, 29, 30});
+  const auto is_used = [](const File& file) { return !file.all(code("comp")).empty(); };
+  need_feature(check, is_used, "a composition", {2, 17, 18, 19, 24, 25, 26, 27, 28, 29, 30});
 }
 
 void rreq_extensions(Check& check) {
-  bool is_used = false;
-  for (const Codestream& codestream : check.file.codestreams()) {
-    is_used |= (codestream.summary.image.capabilities & 0x8000) != 0;
-  }
-  need_feature(check, is_used, "a codestream of ISO/IEC 15444-2", {6});
+  need_feature(check, has_extensions, "a codestream of ISO/IEC 15444-2", {6});
 }
 
 // ---- Headers of codestreams and layers

@@ -34,7 +34,7 @@ constexpr Row kRows[] = {
     {"JP2-FTYP-VERSION", kError, kAny, "15444-1, I.5.2", "the minor version is not 0", code("ftyp"), ftyp_version},
     {"JP2-FTYP-LIST", kError, kJp2, "15444-1, I.5.2", "the compatibility list lacks jp2", code("ftyp"), ftyp_jp2},
     {"JPX-FTYP-LIST", kError, kJpx, "15444-2, M.2.1", "the compatibility list has neither jpx nor jpxb", code("ftyp"), ftyp_jpx},
-    {"JPH-FTYP-LIST", kError, kJph, "15444-15, D.2", "the compatibility list lacks jph", code("ftyp"), ftyp_jph},
+    {"JPH-FTYP-LIST", kError, kJph, "15444-15, Annex D", "the compatibility list lacks jph", code("ftyp"), ftyp_jph},
     {"JP2-FTYP-OTHER", kNote, kOther, "15444-1, I.5.2", "the file is of another part of the standard: only its boxes are checked", code("ftyp"), ftyp_other},
     {"JP2-HEADER-MISSING", kError, kAny, "15444-1, I.5.3", "there is no JP2 header box", kTheFile, header_missing},
     {"JP2-HEADER-LATE", kError, kAny, "15444-1, I.5.3", "the JP2 header box stands behind a codestream", kTheFile, header_late},
@@ -67,10 +67,10 @@ constexpr Row kRows[] = {
     {"JP2-COLR-MISSING", kError, kJp2 | kJph, "15444-1, I.5.3.3", "the JP2 header has no colour specification", code("jp2h"), colr_missing},
     {"JP2-COLR-SCATTERED", kError, kAny, "15444-1, I.5.3.3", "other boxes stand between the colour specifications", code("jp2h"), colr_scattered},
     {"JP2-COLR-METH", kError, kJp2, "15444-1, I.5.3.3", "the method is reserved", code("colr"), colr_method_jp2},
-    {"JPX-COLR-METH", kError, kJpx, "15444-2, M.11.7.3", "the method is reserved", code("colr"), colr_method_jpx},
+    {"JPX-COLR-METH", kError, kJpx, "15444-2, M.11.7.2", "the method is reserved", code("colr"), colr_method_jpx},
     {"JP2-COLR-PREC", kNote, kJp2, "15444-1, I.5.3.3", "the precedence is not 0, which readers ignore", code("colr"), colr_precedence},
     {"JP2-COLR-APPROX", kError, kJp2, "15444-1, I.5.3.3", "the approximation is reserved", code("colr"), colr_approximation},
-    {"JPX-COLR-APPROX", kError, kJpx, "15444-2, M.11.7.3", "the approximation is reserved", code("colr"), colr_approximation},
+    {"JPX-COLR-APPROX", kError, kJpx, "15444-2, M.11.7.2", "the approximation is reserved", code("colr"), colr_approximation},
     {"JP2-COLR-ENUMCS", kError, kJp2, "15444-1, I.5.3.3", "the enumerated colourspace is none of JP2's", code("colr"), colr_space_jp2},
     {"JPX-COLR-ENUMCS", kError, kJpx, "15444-2, M.11.7.3", "the enumerated colourspace is reserved", code("colr"), colr_space_jpx},
     {"JP2-COLR-CHANNELS", kError, kAny, "15444-1, I.5.3.3", "the image has fewer channels than the colourspace has colours", code("colr"), colr_channels},
@@ -152,7 +152,7 @@ constexpr Row kRows[] = {
     {"JPX-FLST-LEN", kError, kJpx, "15444-2, M.11.3.1", "a fragment is empty", code("flst"), flst_length},
     {"JPX-DTBL-NDR", kError, kJpx, "15444-2, M.11.2", "there is another number of URLs than told", code("dtbl"), dtbl_count},
     {"JP2-CODESTREAM-PART1", kError, kJp2, "15444-1, I.5.4", "the codestream is of another part of the standard", kTheFile, codestream_of_part_1},
-    {"JP2-CODESTREAM-HT", kWarning, kJp2, "15444-15", "the codestream is of high throughput, which readers of JP2 need not know", kTheFile, codestream_high_throughput},
+    {"JP2-CODESTREAM-HT", kWarning, kJp2, "15444-15, A.3", "the codestream is of high throughput, which readers of JP2 need not know", kTheFile, codestream_high_throughput},
 };
 
 struct ProblemRow {
