@@ -16,7 +16,8 @@ constexpr uint64_t kTags = 128;
 
 bool has_profile(const Check& check) {
   const uint32_t method = check.fields().u8(0);
-  return method == KV_JPX_METH_RESTRICTED_ICC || method == KV_JPX_METH_ANY_ICC;
+  return method == KV_JPX_METH_RESTRICTED_ICC ||
+         (method == KV_JPX_METH_ANY_ICC && check.profile != kJp2);  // a method of JPX
 }
 
 // A number of a profile that is there, at the offset in the profile.
