@@ -136,12 +136,6 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
   TestDocument document(box("aaaa") + box("asoc", box("bbbb") + box("asoc", box("aaaa"))));
   Environment* const env = document.env();
   Box* const root = document.record(KV_JPX_ROOT);
-  // The answer to a question, held against the box that it should be about.
-  const auto expect_found = [](int32_t code, uint32_t found, const Box* box,
-                               uint32_t Box::*member) {
-    EXPECT_EQ(code, box != nullptr ? JPX_OK : 3);
-    EXPECT_TRUE(box == nullptr || found == box->*member);
-  };
   for (int step = 0; step < 4000 && !HasFailure(); ++step) {
     const uint32_t last = document.get()->next_id;
     Box* const picked = root->find_by_id(root, below(last + 1));
@@ -172,10 +166,13 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
       const uint32_t id = below(last + 2);
       const uint32_t type = below(8) == 0 ? KV_JPX_ROOT : type_code(types[below(3)]);
       uint32_t found = 0;
-      int32_t code = kv_jpx_get_box_type_by_id(document.get(), id, &found);
-      expect_found(code, found, root->find_by_id(root, id), &Box::type);
-      code = kv_jpx_get_next_box_id_by_type(document.get(), type, id, &found);
-      expect_found(code, found, root->find_by_type(root, type, id), &Box::id);
+      const Box* box = root->find_by_id(root, id);
+      EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), id, &found), box != nullptr ? JPX_OK : 3);
+      EXPECT_TRUE(box == nullptr || found == box->type);
+      box = root->find_by_type(root, type, id);
+      EXPECT_EQ(kv_jpx_get_next_box_id_by_type(document.get(), type, id, &found),
+                box != nullptr ? JPX_OK : 3);
+      EXPECT_TRUE(box == nullptr || found == box->id);
       EXPECT_EQ(kv_jpx_get_box_count_by_type(document.get(), type, &found), JPX_OK);
       EXPECT_EQ(found, jpx_count_boxes_of_type(root, type));
     }
