@@ -201,11 +201,10 @@ TEST(BoxBuffer, HandsOutOpaquePayloadsAndSaysSo) {
         [&] { EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), id, &length, &data), JPX_OK); });
     EXPECT_EQ(document.take(data, length), payload);
     const auto* const box = static_cast<BasicBox*>(document.record(id));
-    char expected[80];
-    snprintf(expected, sizeof(expected), "%zu %d %d %d\n", strlen(payload),
-             static_cast<int>(box->payload_offset),
-             static_cast<int>(reinterpret_cast<uintptr_t>(box->source)), box->owns_stream);
-    EXPECT_EQ(line, expected);
+    const auto source = static_cast<int>(reinterpret_cast<uintptr_t>(box->source));
+    EXPECT_EQ(line, std::to_string(strlen(payload)) + ' ' + std::to_string(box->payload_offset) +
+                        ' ' + std::to_string(source) + ' ' + std::to_string(box->owns_stream) +
+                        '\n');
   }
   for (const char* typed : {"ihdr", "jp2h", "jP  "}) {
     EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), document.find(typed), &length, &data), 4);

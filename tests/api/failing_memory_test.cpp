@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "api/recording_codec.h"
 #include "box/test_document.h"
 
 namespace kvjpx::test {
@@ -114,6 +115,14 @@ TEST(FailingMemory, WhileTheFileIsDelivered) {
     return kv_jpx_get_output_image_file(document.get(), existing.path());
   });
   EXPECT_EQ(existing.contents(), TestDocument(file).written());
+  const std::string pictures =
+      box("jp2c", picture({2, 2, 1, 1})) + box("jp2c", picture({1, 1, 1, 2}));
+  run("decoding", jp2_file() + pictures, [&](TestDocument& document) {
+    data = nullptr;
+    kv_jpx_set_output_type(document.get(), 68);  // PNG
+    return kv_jpx_get_output_image(document.get(), &data, &length);
+  });
+  EXPECT_EQ(codec().instances + codec().blocks, 0);
   run("payload", file, [&](TestDocument& document) {
     data = nullptr;
     int32_t code = -1;
