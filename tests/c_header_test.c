@@ -1,4 +1,4 @@
-/* Reads a field through the public headers alone, as a C99 program. */
+/* Sets a field and reads it through the public headers alone, as a C99 program. */
 #include <stdio.h>
 
 #include "kv_j2k.h"
@@ -13,21 +13,18 @@ int32_t kv_j2k_create(void** codec) {
 int32_t kv_j2k_destroy(void* codec) { return codec == stderr ? 0 : 2; }
 #endif
 
-static const unsigned char kFile[] = {
-    0,   0,   0,   12,  'j', 'P', ' ', ' ', 0x0D, 0x0A, 0x87, 0x0A, /* signature */
-    0,   0,   0,   30,  'j', 'p', '2', 'h', 0,    0,    0,    22,   /* header ... */
-    'i', 'h', 'd', 'r', 0,   0,   0,   3,   0,    0,    0,    5,
-    0,   1,   7,   7,   0,   0}; /* ... of 5 x 3 samples */
-
 int main(void) {
   kv_jpx_context* context = NULL;
-  uint32_t id = KV_JPX_ROOT;
+  uint32_t header = KV_JPX_ROOT, id = KV_JPX_ROOT;
   uint64_t width = 0;
-  int32_t failed =
-      kv_jpx_create(&context) != JPX_OK ||
-      kv_jpx_set_input_image(context, kFile, sizeof(kFile)) != JPX_OK ||
-      kv_jpx_get_next_box_id_by_type(context, KV_JPX_TYPE('i', 'h', 'd', 'r'), 0, &id) != JPX_OK ||
-      kv_jpx_get_box_field_int(context, id, JPX_FIELD_IHDR_WIDTH, 0, &width) != JPX_OK;
+  int32_t failed = kv_jpx_create(&context) != JPX_OK ||
+                   kv_jpx_set_input_image(context, "", 0) != JPX_OK ||
+                   kv_jpx_add_box(context, KV_JPX_TYPE('j', 'p', '2', 'h'), KV_JPX_ROOT,
+                                  KV_JPX_PLACE_FIRST_CHILD, &header) != JPX_OK ||
+                   kv_jpx_add_box(context, KV_JPX_TYPE('i', 'h', 'd', 'r'), header,
+                                  KV_JPX_PLACE_FIRST_CHILD, &id) != JPX_OK ||
+                   kv_jpx_set_box_field_int(context, id, JPX_FIELD_IHDR_WIDTH, 0, 5) != JPX_OK ||
+                   kv_jpx_get_box_field_int(context, id, JPX_FIELD_IHDR_WIDTH, 0, &width) != JPX_OK;
 #ifdef KVJPX_BROKEN_CODEC
   {
     void* image = NULL;

@@ -149,21 +149,5 @@ TEST_F(DecodingTest, CallersBuffer) {
   EXPECT_EQ(document_.allocator().live_blocks(), blocks);
 }
 
-TEST_F(DecodingTest, AnyFailingAllocationEndsTheCodec) {
-  const std::string file = composition({3, 2, 1}, {{2, 2, 1, 1}, {2, 2, 2, 2}}, {{0, 0}, {1, 0}});
-  bool has_failed = true;
-  for (size_t n = 1; has_failed; ++n) {
-    TestDocument context(file);
-    kv_jpx_set_output_type(context.get(), kPng);
-    context.allocator().fail_at(n);
-    void* data = nullptr;
-    uint64_t length = 0;
-    const int32_t result = kv_jpx_get_output_image(context.get(), &data, &length);
-    has_failed = context.allocator().has_failed();
-    EXPECT_EQ(result, has_failed ? JPX_ERR_MEMORY : JPX_OK);
-    EXPECT_EQ(codec().instances + codec().blocks, 0);
-  }
-}
-
 }  // namespace
 }  // namespace kvjpx::test

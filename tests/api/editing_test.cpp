@@ -136,12 +136,6 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
   TestDocument document(box("aaaa") + box("asoc", box("bbbb") + box("asoc", box("aaaa"))));
   Environment* const env = document.env();
   Box* const root = document.record(KV_JPX_ROOT);
-  // The answer to a question, held against the box that it should be about.
-  const auto expect_found = [](int32_t code, uint32_t found, const Box* box,
-                               uint32_t Box::*member) {
-    EXPECT_EQ(code, box != nullptr ? JPX_OK : 3);
-    EXPECT_TRUE(box == nullptr || found == box->*member);
-  };
   for (int step = 0; step < 4000 && !HasFailure(); ++step) {
     const uint32_t last = document.get()->next_id;
     Box* const picked = root->find_by_id(root, below(last + 1));
@@ -172,10 +166,13 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
       const uint32_t id = below(last + 2);
       const uint32_t type = below(8) == 0 ? KV_JPX_ROOT : type_code(types[below(3)]);
       uint32_t found = 0;
-      int32_t code = kv_jpx_get_box_type_by_id(document.get(), id, &found);
-      expect_found(code, found, root->find_by_id(root, id), &Box::type);
-      code = kv_jpx_get_next_box_id_by_type(document.get(), type, id, &found);
-      expect_found(code, found, root->find_by_type(root, type, id), &Box::id);
+      const Box* box = root->find_by_id(root, id);
+      EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), id, &found), box != nullptr ? JPX_OK : 3);
+      EXPECT_TRUE(box == nullptr || found == box->type);
+      box = root->find_by_type(root, type, id);
+      EXPECT_EQ(kv_jpx_get_next_box_id_by_type(document.get(), type, id, &found),
+                box != nullptr ? JPX_OK : 3);
+      EXPECT_TRUE(box == nullptr || found == box->id);
       EXPECT_EQ(kv_jpx_get_box_count_by_type(document.get(), type, &found), JPX_OK);
       EXPECT_EQ(found, jpx_count_boxes_of_type(root, type));
     }
@@ -204,11 +201,10 @@ TEST(BoxBuffer, HandsOutOpaquePayloadsAndSaysSo) {
         [&] { EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), id, &length, &data), JPX_OK); });
     EXPECT_EQ(document.take(data, length), payload);
     const auto* const box = static_cast<BasicBox*>(document.record(id));
-    char expected[80];
-    snprintf(expected, sizeof(expected), "%zu %d %d %d\n", strlen(payload),
-             static_cast<int>(box->payload_offset),
-             static_cast<int>(reinterpret_cast<uintptr_t>(box->source)), box->owns_stream);
-    EXPECT_EQ(line, expected);
+    const auto source = static_cast<int>(reinterpret_cast<uintptr_t>(box->source));
+    EXPECT_EQ(line, std::to_string(strlen(payload)) + ' ' + std::to_string(box->payload_offset) +
+                        ' ' + std::to_string(source) + ' ' + std::to_string(box->owns_stream) +
+                        '\n');
   }
   for (const char* typed : {"ihdr", "jp2h", "jP  "}) {
     EXPECT_EQ(kv_jpx_get_box_buffer(document.get(), document.find(typed), &length, &data), 4);

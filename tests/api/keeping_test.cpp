@@ -1,12 +1,8 @@
 // Inputs of which everything is kept: where boxes stand, what was found, how headers and fragments
 // follow edits, and what the last error was.
-#include <unistd.h>
-
 #include <array>
-#include <thread>
 
 #include "box/test_document.h"
-#include "support/system_calls.h"
 
 namespace kvjpx::test {
 namespace {
@@ -228,51 +224,6 @@ TEST(Keeping, GrowsHeadersAtFourGibibytes) {
   EXPECT_EQ(length(), kMost);
   append(document, "free", 0);
   EXPECT_EQ(length(), kMost + 8 + 8) << "the container's header has grown";
-}
-
-// Large pieces are copied inside the system where it does that.
-TEST(Keeping, CopiesFilesWhateverTheSystemRefuses) {
-  const std::string tail = box("jp2c", pattern(300'000)) + "tail";
-  const TempFile input(box("lbl ", "old") + tail);
-  const std::string expected = box("lbl ", "label") + tail;
-  int pipes[2];
-  ASSERT_EQ(pipe(pipes), 0);
-  const std::string pipe_path = "/dev/fd/" + std::to_string(pipes[1]);
-  const struct {
-    SystemCall refused;
-    size_t n;  // of it, 0: none
-    int32_t code;
-  } rows[] = {{kMmap, 0, JPX_OK},
-              {kMmap, 1, JPX_OK},
-              {kSendfile, 1, JPX_OK},
-              {kWrite, 1, JPX_ERR_FILE_IO},
-              {kOpen, 3, JPX_OK}};
-  for (const auto& [refused, n, code] : rows) {
-    for (const bool is_pipe : {false, true}) {
-      if (is_pipe && n != 0 && refused != kSendfile) continue;
-      SCOPED_TRACE(refused * 10 + is_pipe);
-      const TempFile output("what was there");
-      TestDocument document(std::string(), true);
-      fail_system_call(refused, n);
-      ASSERT_EQ(kv_jpx_set_input_image_file(document.get(), input.path()), JPX_OK);
-      document.set_bytes(0, JPX_FIELD_JP2C_DATA, "label");
-      std::string piped(is_pipe ? expected.size() : 0, '\0');
-      std::thread reader([&] {
-        for (size_t done = 0; done < piped.size();) {
-          done += static_cast<size_t>(read(pipes[0], piped.data() + done, piped.size() - done));
-        }
-      });
-      EXPECT_EQ(
-          kv_jpx_get_output_image_file(document.get(), is_pipe ? pipe_path.c_str() : output.path()),
-          code);
-      reader.join();
-      EXPECT_EQ(has_system_call_failed(), n != 0);
-      EXPECT_TRUE((is_pipe ? piped : output.contents()) ==
-                  (code == JPX_OK ? expected : "what was there"));
-    }
-  }
-  close(pipes[0]);
-  close(pipes[1]);
 }
 
 // Code, box, type and place of the last error, and the sentence.

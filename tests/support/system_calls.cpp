@@ -42,6 +42,12 @@ bool has_system_call_failed() { return has_failed; }
 
 using namespace kvjpx::test;
 
+// A call that fails when it shall and is the system's otherwise.
+#define SYSTEM_CALL(result, name, parameters, call, failure, ...)                           \
+  result name parameters {                                                                  \
+    return fails(call) ? failure : (result)(syscall(__VA_ARGS__)); /* NOLINT: any result */ \
+  }
+
 extern "C" {
 
 int open(const char* path, int flags, ...) {
@@ -59,11 +65,6 @@ int mkostemp(char* pattern, int flags) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "mkostemp"))(pattern, flags);
 }
 
-int fstat(int descriptor, struct stat* status) noexcept {
-  if (fails(kFstat)) return -1;
-  return static_cast<int>(syscall(SYS_fstat, descriptor, status));
-}
-
 // Delivers pieces, as network file systems do.
 ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
   constexpr size_t kPiece = 8192;
@@ -74,36 +75,6 @@ ssize_t pread(int descriptor, void* buffer, size_t count, off_t offset) {
 ssize_t write(int descriptor, const void* buffer, size_t count) {
   if (descriptor > 2 && fails(kWrite)) return -1;
   return syscall(SYS_write, descriptor, buffer, count);
-}
-
-ssize_t sendfile(int to, int from, off_t* offset, size_t count) noexcept {
-  if (fails(kSendfile)) return -1;
-  return syscall(SYS_sendfile, to, from, offset, count);
-}
-
-off_t lseek(int descriptor, off_t offset, int origin) noexcept {
-  if (fails(kSeek)) return -1;
-  return syscall(SYS_lseek, descriptor, offset, origin);
-}
-
-int ftruncate(int descriptor, off_t length) noexcept {
-  if (fails(kTruncate)) return -1;
-  return static_cast<int>(syscall(SYS_ftruncate, descriptor, length));
-}
-
-int fallocate(int descriptor, int mode, off_t offset, off_t length) {
-  if (fails(kReserve)) return -1;
-  return static_cast<int>(syscall(SYS_fallocate, descriptor, mode, offset, length));
-}
-
-int fchmod(int descriptor, mode_t mode) noexcept {
-  if (fails(kAttribute)) return -1;
-  return static_cast<int>(syscall(SYS_fchmod, descriptor, mode));
-}
-
-ssize_t flistxattr(int descriptor, char* names, size_t size) noexcept {
-  if (fails(kAttribute)) return -1;
-  return syscall(SYS_flistxattr, descriptor, names, size);
 }
 
 void* mmap(void* address, size_t length, int protection, int flags, int descriptor,
@@ -119,9 +90,20 @@ int close(int descriptor) {
   return descriptor > 2 && fails(kClose) ? -1 : result;
 }
 
-int rename(const char* from, const char* to) noexcept {
-  if (fails(kRename)) return -1;
-  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
-}
+SYSTEM_CALL(int, fstat, (int file, struct stat* status) noexcept, kFstat, -1, SYS_fstat, file,
+            status)
+SYSTEM_CALL(ssize_t, sendfile, (int to, int from, off_t* offset, size_t count) noexcept, kSendfile,
+            -1, SYS_sendfile, to, from, offset, count)
+SYSTEM_CALL(off_t, lseek, (int file, off_t offset, int origin) noexcept, kSeek, -1, SYS_lseek, file,
+            offset, origin)
+SYSTEM_CALL(int, ftruncate, (int file, off_t length) noexcept, kTruncate, -1, SYS_ftruncate, file,
+            length)
+SYSTEM_CALL(int, fallocate, (int file, int mode, off_t offset, off_t length), kReserve, -1,
+            SYS_fallocate, file, mode, offset, length)
+SYSTEM_CALL(int, fchmod, (int file, mode_t mode) noexcept, kAttribute, -1, SYS_fchmod, file, mode)
+SYSTEM_CALL(ssize_t, flistxattr, (int file, char* names, size_t size) noexcept, kAttribute, -1,
+            SYS_flistxattr, file, names, size)
+SYSTEM_CALL(int, rename, (const char* from, const char* to) noexcept, kRename, -1, SYS_renameat2,
+            AT_FDCWD, from, AT_FDCWD, to, 0)
 
 }  // extern "C"

@@ -16,7 +16,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -34,11 +33,6 @@ namespace fs = std::filesystem;
 constexpr char kSmallFile[] =
     "[jP  0D0A870A][ftyp'jp2 '00000000'jp2 '][jp2h[ihdr00000003_00000005_0001_07070000]"
     "[colr010000_00000010][colr010000_00000011]][lbl 'Nemo'][jp2cFF4F0001FFD9]";
-
-std::string read(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 void write(const std::string& name, const std::string& bytes) {
   std::ofstream(name, std::ios::binary) << bytes;
@@ -67,7 +61,8 @@ void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.whe
 std::vector<Scenario> scenarios() {
   std::vector<Scenario> result;
   for (const char* const file : {"program", "decode", "edit", "check", "see"}) {
-    std::istringstream lines(read(KVJPX_TRANSCRIPTS "/" + std::string(file) + ".transcript"));
+    std::istringstream lines(
+        file_contents(KVJPX_TRANSCRIPTS "/" + std::string(file) + ".transcript"));
     std::vector<std::pair<std::string, std::string>> names;
     for (std::string line; std::getline(lines, line);) {
       if (line[0] == '#') continue;
@@ -131,7 +126,7 @@ TEST_P(Transcript, IsWhatHappens) {
     if (action == ">") {
       write(parts[3], bytes_of(parts[4]));
     } else if (action == "<") {
-      EXPECT_EQ(read(parts[3]), bytes_of(parts[4]));
+      EXPECT_EQ(file_contents(parts[3]), bytes_of(parts[4]));
     } else {
       std::string command = parts[3].str() + parts[4].str();
       std::string expected;
