@@ -75,8 +75,8 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
   Box* const box = make_box(context, type, parent);
   if (box == nullptr) return JPX_ERR_CANNOT_MAKE_BOX;
   ++context.next_id;
-  index_announce(&context.environment, context.index, box->id, type);
-  index_settle(context.index, box->id, box);
+  index_announce(&context.environment, context.index, box->id);
+  index_settle(&context.environment, context.index, box->id, box);
   link_box(context.index, box, reference, placement);
   index_note_change(context.index, box);
   if (new_id != nullptr) *new_id = box->id;

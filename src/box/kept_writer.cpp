@@ -554,12 +554,11 @@ void follow_all_fragments(KeptOutput* output) {
     follow_fragments(output, box, run->to + (content_begin(entry) - run->from));
   };
   // The search by type begins behind identifier 0.
-  Box* box = index_find(output->env, index, 0);
-  if (box != nullptr) follow_untouched(box);
-  for (uint32_t id = 0;
-       box = index_find_by_type(output->env, index, code("flst"), id), box != nullptr;) {
-    follow_untouched(box);
-    id = box->id;
+  uint32_t id = 0;
+  Box* const first = index_find(output->env, index, id);
+  if (first != nullptr) follow_untouched(first);
+  while (index_find_by_type(output->env, index, code("flst"), id, &id)) {
+    follow_untouched(index_find(output->env, index, id));
   }
   for (uint64_t i = 0; i < output->changed_lists.count; ++i) {
     const auto& list = *entry_at<ChangedList>(output->changed_lists, i);

@@ -71,7 +71,7 @@ void read_list(Environment* env, Stream* stream, const BoxLayout& layout, Box* b
   if (list == nullptr) return;
   const uint64_t entry_width = size_of_numbers(layout.fields, list);
   const uint64_t count = list->count_width != 0 ? bs_read_n_byte(env, stream, list->count_width, 0)
-                                                : bytes_left(env, stream) / entry_width;
+                                                : bytes_left(stream) / entry_width;
   if (!has_content(env, stream, count, entry_width)) return;
   EntryList* const entries = list->list_of(box);
   list_resize(env, entries, list->entry_size, count);
