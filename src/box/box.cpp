@@ -2,6 +2,7 @@
 #include "box/box.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include "box/super.h"
 
@@ -25,7 +26,8 @@ void unlink_box(Box* box) {
 
 Box* make_record(Environment* env, size_t size, uint32_t kind, uint32_t type, Box* parent,
                  uint32_t id, const BoxOperations& op) {
-  auto* box = static_cast<Box*>(allocate_zeroed(env, size));
+  auto* box = static_cast<Box*>(allocate(env, size));
+  if (size > sizeof(Box)) memset(box + 1, 0, size - sizeof(Box));
   *box = {kind,
           type,
           id,

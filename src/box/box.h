@@ -131,7 +131,7 @@ inline unsigned long long printable(uint64_t number) { return number; }
 // Moves the stream to the end of the content, whatever the reader took of it.
 inline void skip_content(Environment* env, Stream* stream) {
   stream->unread = bytes_left(stream);
-  if (stream->unread != 0) bs_set_current_position(env, stream, limit_of(stream));
+  if (stream->unread != 0) move_to(env, stream, limit_of(stream));
 }
 
 // Whether the rest of the content can hold a count, before anything is allocated for it. Raises 18

@@ -158,6 +158,7 @@ void enter_children(BoxIndex* index, const SuperBox* parent) {
     index_entry(index, parent->id)->flags |= kLookInside;
   }
   for (Box* box = parent->first_child; box != nullptr; box = box->next) {
+    if (box->type == code("flst")) index->has_fragments = true;
     if (box->id >= index->count || entry_of(*index, box->id).box != nullptr) {
       index->has_strangers = true;
     } else {
@@ -231,6 +232,7 @@ BoxIndex* make_index(Environment* env, Trouble* at) {
   auto* index = static_cast<BoxIndex*>(allocate_zeroed(env, sizeof(BoxIndex)));
   index->at = at;
   index->is_all_ours = true;
+  index->has_all_marks = true;
   index->seen_changes = outside_changes();
   return index;
 }
@@ -243,6 +245,7 @@ void destroy_index(Environment* env, BoxIndex*& index) {
   release(env, index->node_chunks);
   release(env, index->trees);
   list_release(env, &index->findings);
+  list_release(env, &index->marks);
   release(env, index);
 }
 
@@ -261,6 +264,7 @@ BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
 
 void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
   entry_of(*index, id).box = box;
+  if (box != nullptr && box->type == code("flst")) index->has_fragments = true;
   if (index->has_trees) index->has_trees = add_to_tree(env, index, id, box->type);
 }
 
@@ -306,11 +310,23 @@ void index_discard(Environment* env, BoxIndex* index, Box* box) {
   JPX_SafeFreeInternal(env, box);
 }
 
-void index_note_change(BoxIndex* index, const Box* box) {
+// No change fails because its mark can't be made.
+void index_note_link(Environment* env, BoxIndex* index, const Box* box) {
+  if (index->keeps_everything == 0 || box == nullptr || box->id >= index->count) return;
+  BoxEntry& entry = entry_of(*index, box->id);
+  if (entry.header_length == 0 || (entry.flags & kMarked) != 0) return;
+  entry.flags |= kMarked;
+  const Mark mark = {entry.offset, box->id};
+  index->has_all_marks =
+      index->has_all_marks && list_try_append(env, &index->marks, sizeof(mark), &mark);
+}
+
+void index_note_change(Environment* env, BoxIndex* index, const Box* box) {
   while (box != nullptr) {
     if (box->id == kRoot || box->id < index->count) {
       index_entry(index, box->id)->flags |= KV_JPX_BOX_CHANGED;
     }
+    index_note_link(env, index, box);
     // What other code inserted may name a parent that is no more.
     box = index->is_all_ours || index->keeps_everything != 0 ? box->parent : nullptr;
   }

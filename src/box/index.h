@@ -13,8 +13,11 @@ namespace kvjpx {
 
 constexpr uint32_t kNoId = kRoot;
 
-// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container.
+// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container; the box
+// has a mark.
 constexpr uint16_t kLookInside = 0x8000;
+constexpr uint16_t kMarked = 0x4000;
+constexpr uint16_t kPublicFlags = 0x3FFF;
 
 struct BoxEntry {
   Box* box;  // null: no box of the tree has this identifier
@@ -24,7 +27,7 @@ struct BoxEntry {
   uint64_t content_length;
   uint64_t tail_length;
   uint32_t last_child;     // of a container, as far as known; see index_last_child
-  uint16_t flags;          // bits of kv_jpx_box_flags, and kLookInside
+  uint16_t flags;          // bits of kv_jpx_box_flags, and those above
   uint16_t header_length;  // 0: the box is not from the input
 };
 
@@ -45,6 +48,13 @@ struct TypeNode {
   uint32_t next;  // of the type; kNoId: none; the identifier itself: it is in no tree
 };
 
+// A box of an input of which everything is kept that has changed, or that has another box behind it
+// than in the input. Between marks the boxes stand as they stood, so that nobody need look at them.
+struct Mark {
+  uint64_t offset;  // of the box in the input
+  uint32_t id;
+};
+
 struct BoxIndex {
   Box* root;
   BoxEntry root_entry;
@@ -52,6 +62,9 @@ struct BoxIndex {
   EntryList findings;           // of Trouble
   uint64_t findings_of_reader;  // the first so many; the writer's are behind
   uint8_t keeps_everything;
+  bool has_fragments;  // or once had: an flst box
+  EntryList marks;     // of Mark, in the order in which they were made
+  bool has_all_marks;  // memory was there for each
   BoxEntry** chunks;
   uint32_t chunk_capacity;
   uint32_t chunk_count;
@@ -96,7 +109,10 @@ void index_replace(BoxIndex* index, Box* box, Box* by);
 void index_discard(Environment* env, BoxIndex* index, Box* box);
 
 // Notes that a box and so the containers above are no longer as they were read.
-void index_note_change(BoxIndex* index, const Box* box);
+void index_note_change(Environment* env, BoxIndex* index, const Box* box);
+
+// Notes that the box, which may be null, gets another one behind it.
+void index_note_link(Environment* env, BoxIndex* index, const Box* box);
 
 // What a search through the tree would find; null or false for nothing. No search fails for memory.
 Box* index_find(Environment* env, BoxIndex* index, uint32_t id);

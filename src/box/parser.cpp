@@ -49,8 +49,8 @@ Trouble read_header(Environment* env, Stream* stream, Header* header) {
   const uint64_t left = bytes_left(stream);
   *header = {kRoot, 0, 0, position_of(stream), 0};
   if (left < kHeaderSize) return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
-  const uint64_t lbox = bs_read_4_byte_big(env, stream);
-  header->type = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
+  const uint64_t lbox = read_number(env, stream, 4);
+  header->type = static_cast<uint32_t>(read_number(env, stream, 4));
   header->length = kHeaderSize;
   uint64_t total = lbox;
   if (lbox == 1) {
@@ -59,7 +59,7 @@ Trouble read_header(Environment* env, Stream* stream, Header* header) {
     if (left < header->length) {
       return trouble_at(KV_JPX_FINDING_TRAILING, *header, header->length, left);
     }
-    total = bs_read_8_byte_big(env, stream);
+    total = read_number(env, stream, 8);
   }
   const uint64_t room = left - header->length;
   uint64_t length = content_length(total, header->length);

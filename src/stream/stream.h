@@ -135,6 +135,32 @@ inline uint64_t bytes_left(const Stream* stream) {
   return limit > position ? limit - position : 0;
 }
 
+// As bs_read_n_byte and bs_set_current_position, which are called only for what is not at hand.
+inline bool has_at_hand(const Stream* stream, uint64_t width) {
+  return stream->cursor < stream->buffer_end &&
+         static_cast<uint64_t>(stream->buffer_end - stream->cursor) >= width &&
+         bytes_left(stream) >= width;
+}
+inline uint64_t read_number(Environment* env, Stream* stream, uint32_t width) {
+  if (width > sizeof(uint64_t) || !has_at_hand(stream, width)) {
+    return bs_read_n_byte(env, stream, width, 0);
+  }
+  uint64_t value = 0;
+  for (uint32_t i = 0; i < width; ++i) value = value << 8 | stream->cursor[i];
+  stream->cursor += width;
+  return value;
+}
+inline void move_to(Environment* env, Stream* stream, uint64_t position) {
+  const uint64_t place = position - stream->buffer_offset;
+  const bool is_in_view = position >= stream->buffer_offset &&
+                          place <= static_cast<uint64_t>(stream->buffer_end - stream->buffer_start);
+  if (is_in_view && position <= stream->size) {
+    stream->cursor = stream->buffer_start + place;
+  } else {
+    bs_set_current_position(env, stream, position);
+  }
+}
+
 // A writer for the library's own output of about this length, to a file that is open for reading
 // and writing, or with -1 to memory that the writer owns. It goes on when the system refuses
 // something, so that the caller can answer that without an error exit, and grows in larger steps
