@@ -41,7 +41,7 @@ void link_between(SuperBox* parent, Box* previous, Box* box, Box* next) {
   if (next != nullptr) next->previous = box;
 }
 
-void link_box(BoxIndex* index, Box* box, Box* reference, int32_t placement) {
+void link_box(Environment* env, BoxIndex* index, Box* box, Box* reference, int32_t placement) {
   auto* const parent = static_cast<SuperBox*>(box->parent);
   if (placement == kFirstChild) {
     link_between(parent, nullptr, box, parent->first_child);
@@ -53,6 +53,7 @@ void link_box(BoxIndex* index, Box* box, Box* reference, int32_t placement) {
     link_between(parent, reference, box, reference->next);
   }
   if (box->next == nullptr) index_note_last_child(index, parent, box);
+  index_note_link(env, index, box->previous);
 }
 
 // Null for a type that may not stand there.
@@ -75,10 +76,10 @@ int32_t add_box(Context& context, uint32_t type, Box* reference, int32_t placeme
   Box* const box = make_box(context, type, parent);
   if (box == nullptr) return JPX_ERR_CANNOT_MAKE_BOX;
   ++context.next_id;
-  index_announce(&context.environment, context.index, box->id, type);
-  index_settle(context.index, box->id, box);
-  link_box(context.index, box, reference, placement);
-  index_note_change(context.index, box);
+  index_announce(&context.environment, context.index, box->id);
+  index_settle(&context.environment, context.index, box->id, box);
+  link_box(&context.environment, context.index, box, reference, placement);
+  index_note_change(&context.environment, context.index, box);
   if (new_id != nullptr) *new_id = box->id;
   return JPX_OK;
 }
@@ -110,19 +111,22 @@ int32_t move_box(Context& context, Box* box, Box* reference, int32_t placement) 
   if (height != 0 && container_depth(parent) + height - 1 > kMaxDepth) {
     return JPX_ERR_INVALID_ARGUMENT;
   }
+  Environment* const env = &context.environment;
   BoxIndex* const index = context.index;
   auto* const old_parent = static_cast<SuperBox*>(box->parent);
-  index_note_change(index, old_parent);
+  index_note_change(env, index, old_parent);
+  index_note_link(env, index, box->previous);
+  index_note_link(env, index, box);
   if (box->next != nullptr) box->next->previous = box->previous;
   (box->previous != nullptr ? box->previous->next : old_parent->first_child) = box->next;
   if (box->next == nullptr) index_note_last_child(index, old_parent, box->previous);
   box->parent = parent;
   if (placement == kBefore && reference->previous == nullptr) {
-    link_box(index, box, parent, kFirstChild);
+    link_box(env, index, box, parent, kFirstChild);
   } else {
-    link_box(index, box, reference, placement);
+    link_box(env, index, box, reference, placement);
   }
-  index_note_change(index, parent);
+  index_note_change(env, index, parent);
   return JPX_OK;
 }
 
@@ -163,7 +167,7 @@ int32_t set_content(Context& context, Box* old, const void* data, uint64_t lengt
   link_between(static_cast<SuperBox*>(old->parent), old->previous, box, old->next);
   index_replace(context.index, old, box);
   if (BoxEntry* const entry = entry_of_box(context, box)) entry->tail_length = 0;
-  index_note_change(context.index, box);
+  index_note_change(env, context.index, box);
   old->destroy(old, env);
   JPX_SafeFreeInternal(env, old);
   return JPX_OK;
@@ -192,7 +196,8 @@ int32_t kv_jpx_append_box(kv_jpx_context* context, uint32_t type, uint32_t paren
 int32_t kv_jpx_delete_box(kv_jpx_context* context, uint32_t id) {
   return guarded_with_box(context, id, [](Context& live, Box* box) -> int32_t {
     if (box == live.root) return JPX_ERR_INVALID_ARGUMENT;
-    index_note_change(live.index, box->parent);
+    index_note_change(&live.environment, live.index, box->parent);
+    index_note_link(&live.environment, live.index, box->previous);
     if (box->next == nullptr && live.index->is_all_ours) {
       index_note_last_child(live.index, static_cast<SuperBox*>(box->parent), box->previous);
     }

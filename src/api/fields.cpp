@@ -38,7 +38,7 @@ static int32_t set_back(Context& context, Box* box, uint32_t key, uint64_t index
 int32_t kv_jpx_set_box_field_int(kv_jpx_context* context, uint32_t id, uint32_t key, uint64_t index,
                                  uint64_t value) {
   return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
-    index_note_change(live.index, box);
+    index_note_change(&live.environment, live.index, box);
     const int32_t result = box->set_int_field(box, &live.environment, key, index, value);
     if (result != JPX_ERR_INVALID_ARGUMENT || live.index->keeps_everything == 0) return result;
     return set_back(live, box, key, index, value);
@@ -58,7 +58,7 @@ int32_t kv_jpx_set_box_field_count(kv_jpx_context* context, uint32_t id, uint32_
     const BoxLayout* const layout = layout_of(box);
     const Field* const field = layout != nullptr ? find_field(*layout, box, key) : nullptr;
     if (field == nullptr) return JPX_ERR_NO_SUCH_FIELD;
-    index_note_change(live.index, box);
+    index_note_change(&live.environment, live.index, box);
     return resize_field(*field, box, &live.environment, count);
   });
 }
@@ -66,7 +66,7 @@ int32_t kv_jpx_set_box_field_count(kv_jpx_context* context, uint32_t id, uint32_
 int32_t kv_jpx_set_box_field_buffer(kv_jpx_context* context, uint32_t id, uint32_t key,
                                     uint64_t count, uint32_t element_size, const void* data) {
   return guarded_with_box(context, id, [&](Context& live, Box* box) -> int32_t {
-    index_note_change(live.index, box);
+    index_note_change(&live.environment, live.index, box);
     return box->set_buffer_field(box, &live.environment, key, count, element_size, data);
   });
 }

@@ -30,7 +30,7 @@ int32_t kv_jpx_get_box_extent(kv_jpx_context* context, uint32_t id, kv_jpx_box_e
       return JPX_ERR_NO_SUCH_FIELD;
     }
     const uint32_t misplaced = belongs(box->type, box->parent) ? 0 : KV_JPX_BOX_MISPLACED;
-    *out = {sizeof(*out),          (entry->flags & ~uint32_t{kLookInside}) | misplaced,
+    *out = {sizeof(*out),          (entry->flags & uint32_t{kPublicFlags}) | misplaced,
             entry->offset,         entry->header_length,
             entry->content_length, box->kind == kSuper ? entry->tail_length : 0};
     return JPX_OK;

@@ -16,8 +16,9 @@ inline Box* find_box(Context& context, uint32_t id) {
 inline void destroy_tree(Context& context) {
   Environment* const env = &context.environment;
   if (context.root != nullptr) {
-    index_forget(context.index, context.root);
+    begin_tree_end(env);
     context.root->box_destroy(context.root, env);
+    finish_tree_end(env);
   }
   destroy_index(env, context.index);
   context.root = nullptr;

@@ -10,10 +10,9 @@ int32_t kv_jpx_get_next_box_id_by_type(kv_jpx_context* context, uint32_t type, u
                                        uint32_t* out) {
   return guarded_with_input(context, [&](Context& live) -> int32_t {
     if (out == nullptr) return JPX_OK;
-    const Box* const box = index_find_by_type(&live.environment, live.index, type, after);
-    if (box == nullptr) return JPX_ERR_INVALID_ARGUMENT;
-    *out = box->id;
-    return JPX_OK;
+    return index_find_by_type(&live.environment, live.index, type, after, out)
+               ? JPX_OK
+               : JPX_ERR_INVALID_ARGUMENT;
   });
 }
 

@@ -88,7 +88,7 @@ void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
   release_payload(box, env);
   BasicBox* const self = basic(box);
   self->payload_offset = bs_get_current_position(env, stream);
-  self->payload_length = bytes_left(env, stream);
+  self->payload_length = bytes_left(stream);
   self->source = stream;
   skip_content(env, stream);
   stream->unread = 0;
@@ -97,7 +97,7 @@ void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
 Box* jpx_read_basic_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
                         uint32_t* counter) {
   Box* const box = jpx_make_basic_box(env, type, parent, *counter);
-  read_typed(env, stream, kOpaque, box);
+  jpx_read_basic_box_data(env, stream, box);
   return box;
 }
 

@@ -2,6 +2,7 @@
 #include "box/box.h"
 
 #include <stdio.h>
+#include <string.h>
 
 #include "box/super.h"
 
@@ -23,6 +24,34 @@ void unlink_box(Box* box) {
 
 }  // namespace
 
+Box* make_record(Environment* env, size_t size, uint32_t kind, uint32_t type, Box* parent,
+                 uint32_t id, const BoxOperations& op) {
+  auto* box = static_cast<Box*>(allocate(env, size));
+  if (size > sizeof(Box)) memset(box + 1, 0, size - sizeof(Box));
+  *box = {kind,
+          type,
+          id,
+          parent,
+          nullptr,
+          nullptr,
+          op.length,
+          jpx_box_length,
+          op.render,
+          jpx_box_render,
+          op.print,
+          jpx_box_destroy,
+          op.destroy,
+          op.find_by_id,
+          op.find_by_type,
+          op.set_int_field,
+          op.get_int_field,
+          op.get_field_count,
+          op.set_buffer_field,
+          op.get_buffer_field};
+  mark_block(box, kBoxInTree);
+  return box;
+}
+
 extern "C" {
 
 Box* jpx_make_box(Environment* env, size_t record_size, uint32_t kind, uint32_t type, Box* parent,
@@ -31,29 +60,9 @@ Box* jpx_make_box(Environment* env, size_t record_size, uint32_t kind, uint32_t 
                   SetIntFieldFn* set_int_field, GetIntFieldFn* get_int_field,
                   GetFieldCountFn* get_field_count, SetBufferFieldFn* set_buffer_field,
                   GetBufferFieldFn* get_buffer_field) {
-  auto* box = static_cast<Box*>(allocate_zeroed(env, record_size));
-  *box = {kind,
-          type,
-          id,
-          parent,
-          nullptr,
-          nullptr,
-          length,
-          jpx_box_length,
-          render,
-          jpx_box_render,
-          print,
-          jpx_box_destroy,
-          destroy,
-          find_by_id,
-          find_by_type,
-          set_int_field,
-          get_int_field,
-          get_field_count,
-          set_buffer_field,
-          get_buffer_field};
-  mark_block(box, kBoxInTree);
-  return box;
+  return make_record(env, record_size, kind, type, parent, id,
+                     {length, render, print, destroy, find_by_id, find_by_type, set_int_field,
+                      get_int_field, get_field_count, set_buffer_field, get_buffer_field});
 }
 
 uint64_t jpx_box_length(Box* box) {

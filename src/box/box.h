@@ -122,35 +122,22 @@ KVJPX_EXPORT void jpx_print_uuid(const uint8_t* uuid);
 constexpr uint32_t kUuidSize = 16;
 
 // Makes a record that extends Box. Everything behind the common part is zero.
-inline Box* make_record(Environment* env, size_t size, Kind kind, uint32_t type, Box* parent,
-                        uint32_t id, const BoxOperations& op) {
-  return jpx_make_box(env, size, kind, type, parent, id, op.length, op.render, op.print, op.destroy,
-                      op.find_by_id, op.find_by_type, op.set_int_field, op.get_int_field,
-                      op.get_field_count, op.set_buffer_field, op.get_buffer_field);
-}
+Box* make_record(Environment* env, size_t size, uint32_t kind, uint32_t type, Box* parent,
+                 uint32_t id, const BoxOperations& op);
 
 // For print-outs, whose formats count in unsigned long long.
 inline unsigned long long printable(uint64_t number) { return number; }
 
-// Bytes of the content that the stream has not reached yet.
-inline uint64_t bytes_left(Environment* env, Stream* stream) {
-  const uint64_t limit = bs_get_current_read_limit(env, stream);
-  const uint64_t position = bs_get_current_position(env, stream);
-  return limit > position ? limit - position : 0;
-}
-
 // Moves the stream to the end of the content, whatever the reader took of it.
 inline void skip_content(Environment* env, Stream* stream) {
-  stream->unread = bytes_left(env, stream);
-  if (stream->unread != 0) {
-    bs_set_current_position(env, stream, bs_get_current_read_limit(env, stream));
-  }
+  stream->unread = bytes_left(stream);
+  if (stream->unread != 0) move_to(env, stream, limit_of(stream));
 }
 
 // Whether the rest of the content can hold a count, before anything is allocated for it. Raises 18
 // if it cannot, unless everything is kept: then the content is bad, and its reader stops.
 inline bool has_content(Environment* env, Stream* stream, uint64_t count, uint64_t smallest_entry) {
-  if (count <= bytes_left(env, stream) / smallest_entry) return true;
+  if (count <= bytes_left(stream) / smallest_entry) return true;
   if (stream->keeps_everything == 0) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   stream->content_is_bad = 1;
   return false;

@@ -15,6 +15,10 @@ BoxEntry& entry_of(const BoxIndex& index, uint32_t id) {
   return index.chunks[id / kChunk][id % kChunk];
 }
 
+TypeNode& node_of(const BoxIndex& index, uint32_t id) {
+  return index.node_chunks[id / kChunk][id % kChunk];
+}
+
 // Makes room for an entry with this identifier.
 void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
   const uint32_t chunk = id / kChunk;
@@ -29,6 +33,29 @@ void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
     index->chunks[index->chunk_count++] = static_cast<BoxEntry*>(fresh);
   }
   if (id >= index->count) index->count = id + 1;
+}
+
+// Makes room for the node of an entry. False when memory is short.
+bool provide_node(Environment* env, BoxIndex* index, uint32_t id) {
+  const uint32_t chunk = id / kChunk;
+  if (chunk >= index->node_chunk_capacity) {
+    // As many as there may be entries, so that it is not made anew for each.
+    const uint32_t capacity = index->chunk_capacity;
+    void* const fresh = try_allocate_zeroed(env, size_t{capacity} * sizeof(void*));
+    if (fresh == nullptr) return false;
+    if (index->node_chunk_count != 0) {
+      memcpy(fresh, index->node_chunks, index->node_chunk_count * sizeof(void*));
+    }
+    release(env, index->node_chunks);
+    index->node_chunks = static_cast<TypeNode**>(fresh);
+    index->node_chunk_capacity = capacity;
+  }
+  while (index->node_chunk_count <= chunk) {
+    void* const fresh = try_allocate_zeroed(env, kChunk * sizeof(TypeNode));
+    if (fresh == nullptr) return false;
+    index->node_chunks[index->node_chunk_count++] = static_cast<TypeNode*>(fresh);
+  }
+  return true;
 }
 
 // No two numbers become the same one, and no row of them with equal steps comes out in order.
@@ -67,51 +94,62 @@ bool provide_tree(Environment* env, BoxIndex* index) {
 
 bool is_above(uint32_t id, uint32_t other) { return scrambled(id) > scrambled(other); }
 
-// The identifier is larger than all in the tree, so all that is below it is to its left. False when
-// memory is short.
-bool add_to_tree(Environment* env, BoxIndex* index, uint32_t id) {
-  if (!provide_tree(env, index)) return false;
-  BoxEntry& entry = entry_of(*index, id);
-  TypeTree* const tree = tree_of(*index, entry.type);
+// Enters a box, whose identifier is larger than all in the tree, so all that is below it is to its
+// left. False when memory is short.
+bool add_to_tree(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
+  if (!provide_node(env, index, id) || !provide_tree(env, index)) return false;
+  TypeTree* const tree = tree_of(*index, type);
   if (!tree->is_used) {
-    *tree = {entry.type, kNoId, 0, true};
+    *tree = {type, kNoId, kNoId, 0, true};
     ++index->tree_count;
   }
   uint32_t* link = &tree->root;
-  while (*link != kNoId && is_above(*link, id)) link = &entry_of(*index, *link).right;
-  entry.left = *link;
-  entry.right = kNoId;
+  while (*link != kNoId && is_above(*link, id)) link = &node_of(*index, *link).right;
+  node_of(*index, id) = {type, *link, kNoId, kNoId};
   *link = id;
-  ++tree->count;
+  if (tree->count++ != 0) node_of(*index, tree->last).next = id;
+  tree->last = id;
   return true;
 }
 
+// Takes an identifier from the list of its type, in which `before` is in front; kNoId: nothing.
+void take_from_list(BoxIndex* index, TypeTree* tree, uint32_t before, uint32_t id) {
+  TypeNode& node = node_of(*index, id);
+  if (before != kNoId) node_of(*index, before).next = node.next;
+  if (tree->last == id) tree->last = before;
+  node.next = id;
+  --tree->count;
+}
+
 void take_from_tree(BoxIndex* index, uint32_t id) {
-  if (index->tree_count == 0) return;
-  const BoxEntry& entry = entry_of(*index, id);
-  TypeTree* const tree = tree_of(*index, entry.type);
-  uint32_t* link = tree->is_used ? &tree->root : nullptr;
-  while (link != nullptr && *link != id) {
-    if (*link == kNoId) return;
-    BoxEntry& above = entry_of(*index, *link);
+  if (!index->has_trees || node_of(*index, id).next == id) return;
+  const TypeNode& node = node_of(*index, id);
+  TypeTree* const tree = tree_of(*index, node.type);
+  uint32_t before = kNoId;
+  uint32_t* link = &tree->root;
+  while (*link != id) {
+    TypeNode& above = node_of(*index, *link);
+    if (id > *link) before = *link;
     link = id < *link ? &above.left : &above.right;
   }
-  if (link == nullptr) return;
-  uint32_t left = entry.left;
-  uint32_t right = entry.right;
+  for (uint32_t below = node.left; below != kNoId; below = node_of(*index, below).right) {
+    before = below;
+  }
+  uint32_t left = node.left;
+  uint32_t right = node.right;
   while (left != kNoId && right != kNoId) {
     if (is_above(left, right)) {
       *link = left;
-      link = &entry_of(*index, left).right;
+      link = &node_of(*index, left).right;
       left = *link;
     } else {
       *link = right;
-      link = &entry_of(*index, right).left;
+      link = &node_of(*index, right).left;
       right = *link;
     }
   }
   *link = left != kNoId ? left : right;
-  --tree->count;
+  take_from_list(index, tree, before, id);
 }
 
 // What other code moved can't be told from what it left, so every container is to be looked into.
@@ -120,6 +158,7 @@ void enter_children(BoxIndex* index, const SuperBox* parent) {
     index_entry(index, parent->id)->flags |= kLookInside;
   }
   for (Box* box = parent->first_child; box != nullptr; box = box->next) {
+    if (box->type == code("flst")) index->has_fragments = true;
     if (box->id >= index->count || entry_of(*index, box->id).box != nullptr) {
       index->has_strangers = true;
     } else {
@@ -129,44 +168,51 @@ void enter_children(BoxIndex* index, const SuperBox* parent) {
   }
 }
 
-// Builds the trees of the types anew. False when memory is short.
-bool build_trees(Environment* env, BoxIndex* index) {
+// Builds the trees of the types, unless they are there. False when memory is short; the next search
+// tries again.
+bool provide_trees(Environment* env, BoxIndex* index) {
+  if (index->has_trees) return true;
   if (index->tree_count != 0) {
     memset(index->trees, 0, index->tree_capacity * sizeof(TypeTree));
     index->tree_count = 0;
   }
   for (uint32_t id = 0; id < index->count; ++id) {
-    BoxEntry& entry = entry_of(*index, id);
-    if (entry.box == nullptr) continue;
-    entry.type = entry.box->type;
-    if (!add_to_tree(env, index, id)) return false;
+    const Box* const box = entry_of(*index, id).box;
+    if (box == nullptr) {
+      if (!provide_node(env, index, id)) return false;
+      node_of(*index, id).next = id;
+    } else if (!add_to_tree(env, index, id, box->type)) {
+      return false;
+    }
   }
+  index->has_trees = true;
   return true;
 }
 
-// Enters what the tree holds now, if other code may have changed it. Whether searches must do
-// without the index is in has_strangers then.
-void bring_up_to_date(Environment* env, BoxIndex* index) {
+// Enters what the tree holds now, if other code may have changed it.
+void bring_up_to_date(BoxIndex* index) {
   const uint64_t changes = outside_changes();
   if (index->seen_changes == changes) return;
   for (uint32_t id = 0; id < index->count; ++id) entry_of(*index, id).box = nullptr;
   index->has_strangers = false;
+  index->has_trees = false;
   enter_children(index, static_cast<SuperBox*>(index->root));
-  if (!build_trees(env, index)) {
-    index->has_strangers = true;
-    return;  // tried again next time
-  }
   index->seen_changes = changes;
   index->is_all_ours = false;
 }
 
-// The box with the smallest identifier above `after` in a tree; null for none.
-Box* search_tree(const BoxIndex& index, const TypeTree& tree, uint32_t after) {
-  Box* found = nullptr;
+// The smallest identifier above `after` in a tree; kNoId for none.
+uint32_t search_tree(const BoxIndex& index, uint32_t type, uint32_t after) {
+  if (after < index.count) {
+    const TypeNode& node = node_of(index, after);
+    if (node.type == type && node.next != after) return node.next;
+  }
+  const TypeTree& tree = *tree_of(index, type);
+  uint32_t found = kNoId;
   for (uint32_t id = tree.is_used ? tree.root : kNoId; id != kNoId;) {
-    const BoxEntry& entry = entry_of(index, id);
-    if (id > after) found = entry.box;
-    id = id > after ? entry.left : entry.right;
+    const TypeNode& node = node_of(index, id);
+    if (id > after) found = id;
+    id = id > after ? node.left : node.right;
   }
   return found;
 }
@@ -186,6 +232,7 @@ BoxIndex* make_index(Environment* env, Trouble* at) {
   auto* index = static_cast<BoxIndex*>(allocate_zeroed(env, sizeof(BoxIndex)));
   index->at = at;
   index->is_all_ours = true;
+  index->has_all_marks = true;
   index->seen_changes = outside_changes();
   return index;
 }
@@ -194,8 +241,11 @@ void destroy_index(Environment* env, BoxIndex*& index) {
   if (index == nullptr) return;
   for (uint32_t i = 0; i < index->chunk_count; ++i) release(env, index->chunks[i]);
   release(env, index->chunks);
+  for (uint32_t i = 0; i < index->node_chunk_count; ++i) release(env, index->node_chunks[i]);
+  release(env, index->node_chunks);
   release(env, index->trees);
   list_release(env, &index->findings);
+  list_release(env, &index->marks);
   release(env, index);
 }
 
@@ -203,22 +253,19 @@ BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
   return id == kRoot ? &index->root_entry : &entry_of(*index, id);
 }
 
-BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
-  const bool has_come_round = id < index->count;
-  provide_entry(env, index, id);
-  BoxEntry& entry = entry_of(*index, id);
-  entry.type = type;
-  if (has_come_round) {
+BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
+  if (id < index->count) {  // the numbers have come round
     index->has_strangers = true;
-  } else if (!add_to_tree(env, index, id)) {
-    JPX_ErrorExit(env, JPX_ERR_MEMORY);
+    index->has_trees = false;
   }
-  return &entry;
+  provide_entry(env, index, id);
+  return &entry_of(*index, id);
 }
 
-void index_settle(BoxIndex* index, uint32_t id, Box* box) {
-  if (box == nullptr) take_from_tree(index, id);
+void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
   entry_of(*index, id).box = box;
+  if (box != nullptr && box->type == code("flst")) index->has_fragments = true;
+  if (index->has_trees) index->has_trees = add_to_tree(env, index, id, box->type);
 }
 
 // An identifier that is out of date is found out by the box that it leads to.
@@ -263,36 +310,55 @@ void index_discard(Environment* env, BoxIndex* index, Box* box) {
   JPX_SafeFreeInternal(env, box);
 }
 
-void index_note_change(BoxIndex* index, const Box* box) {
+// No change fails because its mark can't be made.
+void index_note_link(Environment* env, BoxIndex* index, const Box* box) {
+  if (index->keeps_everything == 0 || box == nullptr || box->id >= index->count) return;
+  BoxEntry& entry = entry_of(*index, box->id);
+  if (entry.header_length == 0 || (entry.flags & kMarked) != 0) return;
+  entry.flags |= kMarked;
+  const Mark mark = {entry.offset, box->id};
+  index->has_all_marks =
+      index->has_all_marks && list_try_append(env, &index->marks, sizeof(mark), &mark);
+}
+
+void index_note_change(Environment* env, BoxIndex* index, const Box* box) {
   while (box != nullptr) {
     if (box->id == kRoot || box->id < index->count) {
       index_entry(index, box->id)->flags |= KV_JPX_BOX_CHANGED;
     }
+    index_note_link(env, index, box);
     // What other code inserted may name a parent that is no more.
     box = index->is_all_ours || index->keeps_everything != 0 ? box->parent : nullptr;
   }
 }
 
-Box* index_find(Environment* env, BoxIndex* index, uint32_t id) {
-  bring_up_to_date(env, index);
+Box* index_find(Environment*, BoxIndex* index, uint32_t id) {
+  bring_up_to_date(index);
   if (index->has_strangers) return index->root->find_by_id(index->root, id);
   if (id == kRoot) return index->root;
   return id < index->count ? entry_of(*index, id).box : nullptr;
 }
 
-Box* index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after) {
-  bring_up_to_date(env, index);
+bool index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after,
+                        uint32_t* found) {
+  bring_up_to_date(index);
   Box* const root = index->root;
-  if (index->has_strangers) return root->find_by_type(root, type, after);
-  Box* const found =
-      index->tree_count != 0 ? search_tree(*index, *tree_of(*index, type), after) : nullptr;
-  return found != nullptr ? found : jpx_generic_find_by_type(root, type, after);
+  if (index->has_strangers || !provide_trees(env, index)) {
+    const Box* const box = root->find_by_type(root, type, after);
+    if (box != nullptr) *found = box->id;
+    return box != nullptr;
+  }
+  const uint32_t id = index->tree_count != 0 ? search_tree(*index, type, after) : kNoId;
+  if (id == kNoId && jpx_generic_find_by_type(root, type, after) == nullptr) return false;
+  *found = id;
+  return true;
 }
 
 uint32_t index_count(Environment* env, BoxIndex* index, uint32_t type) {
-  bring_up_to_date(env, index);
+  bring_up_to_date(index);
   Box* const root = index->root;
-  if (index->has_strangers || root->next != nullptr) return jpx_count_boxes_of_type(root, type);
+  const bool is_known = !index->has_strangers && root->next == nullptr;
+  if (!is_known || !provide_trees(env, index)) return jpx_count_boxes_of_type(root, type);
   const uint32_t count = index->tree_count != 0 ? tree_of(*index, type)->count : 0;
   return count + (root->type == type ? 1 : 0);
 }

@@ -13,31 +13,46 @@ namespace kvjpx {
 
 constexpr uint32_t kNoId = kRoot;
 
-// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container.
+// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container; the box
+// has a mark.
 constexpr uint16_t kLookInside = 0x8000;
+constexpr uint16_t kMarked = 0x4000;
+constexpr uint16_t kPublicFlags = 0x3FFF;
 
 struct BoxEntry {
   Box* box;  // null: no box of the tree has this identifier
-  uint32_t type;
-  uint32_t left;  // in the tree of its type; kNoId: nothing
-  uint32_t right;
-  uint32_t last_child;     // of a container, as far as known; see index_last_child
-  uint16_t flags;          // bits of kv_jpx_box_flags, and kLookInside
-  uint16_t header_length;  // 0: the box is not from the input
   // Where the box stands in the input: its header, and how long its content is. The tail is the
   // content's end, in which a container has no boxes.
   uint64_t offset;
   uint64_t content_length;
   uint64_t tail_length;
+  uint32_t last_child;     // of a container, as far as known; see index_last_child
+  uint16_t flags;          // bits of kv_jpx_box_flags, and those above
+  uint16_t header_length;  // 0: the box is not from the input
 };
 
 // The boxes of one type as a search tree by identifier. What is above what follows from a scrambled
 // identifier (a treap), so the tree is flat whatever is added, deleted and searched in which order.
+// They are also a list, for those who go from one to the next.
 struct TypeTree {
   uint32_t type;
   uint32_t root;   // kNoId: the tree is empty
+  uint32_t last;   // the largest identifier
   uint32_t count;  // of boxes
   bool is_used;    // else a free place of the table
+};
+struct TypeNode {
+  uint32_t type;
+  uint32_t left;  // kNoId: nothing
+  uint32_t right;
+  uint32_t next;  // of the type; kNoId: none; the identifier itself: it is in no tree
+};
+
+// A box of an input of which everything is kept that has changed, or that has another box behind it
+// than in the input. Between marks the boxes stand as they stood, so that nobody need look at them.
+struct Mark {
+  uint64_t offset;  // of the box in the input
+  uint32_t id;
 };
 
 struct BoxIndex {
@@ -47,10 +62,18 @@ struct BoxIndex {
   EntryList findings;           // of Trouble
   uint64_t findings_of_reader;  // the first so many; the writer's are behind
   uint8_t keeps_everything;
+  bool has_fragments;  // or once had: an flst box
+  EntryList marks;     // of Mark, in the order in which they were made
+  bool has_all_marks;  // memory was there for each
   BoxEntry** chunks;
   uint32_t chunk_capacity;
   uint32_t chunk_count;
-  uint32_t count;   // identifiers below have an entry
+  uint32_t count;  // identifiers below have an entry
+  // What searches by type need is made by the first of them.
+  bool has_trees;
+  TypeNode** node_chunks;
+  uint32_t node_chunk_capacity;
+  uint32_t node_chunk_count;
   TypeTree* trees;  // a hash table
   uint32_t tree_capacity;
   uint32_t tree_count;
@@ -64,8 +87,8 @@ void destroy_index(Environment* env, BoxIndex*& index);
 
 // Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
 // all before, then the record, null if there will be none.
-BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
-void index_settle(BoxIndex* index, uint32_t id, Box* box);
+BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id);
+void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box);
 
 // Of an identifier that was announced, or the root's.
 BoxEntry* index_entry(BoxIndex* index, uint32_t id);
@@ -86,11 +109,15 @@ void index_replace(BoxIndex* index, Box* box, Box* by);
 void index_discard(Environment* env, BoxIndex* index, Box* box);
 
 // Notes that a box and so the containers above are no longer as they were read.
-void index_note_change(BoxIndex* index, const Box* box);
+void index_note_change(Environment* env, BoxIndex* index, const Box* box);
 
-// What a search through the tree would find; null for nothing. No search fails for memory.
+// Notes that the box, which may be null, gets another one behind it.
+void index_note_link(Environment* env, BoxIndex* index, const Box* box);
+
+// What a search through the tree would find; null or false for nothing. No search fails for memory.
 Box* index_find(Environment* env, BoxIndex* index, uint32_t id);
-Box* index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after);
+bool index_find_by_type(Environment* env, BoxIndex* index, uint32_t type, uint32_t after,
+                        uint32_t* found);
 
 // What jpx_count_boxes_of_type counts from the root on.
 uint32_t index_count(Environment* env, BoxIndex* index, uint32_t type);

@@ -1,9 +1,10 @@
 // Writes a tree of which everything is kept (see kept_writer.h).
 //
 // First every changed box is measured, and compared with what it was: one that has got its old
-// content back counts as unchanged. Then the output is gone through once without writing, which
-// tells where the bytes of the input come to lie and so what becomes of fragments that name them by
-// their position, and once to write.
+// content back counts as unchanged. Where there are fragments, which name bytes of the input by their
+// position, the output is then gone through without writing, which tells where those bytes come to
+// lie. At last it is written. The boxes between two changed ones are never looked at: they are one
+// piece of the input.
 #include "box/kept_writer.h"
 
 #include <errno.h>
@@ -55,6 +56,7 @@ struct KeptOutput {
   EntryList patches;
   EntryList changed_lists;
   uint64_t length;
+  bool has_marks;  // the index knows all that changed; else every box is looked at
 
   // Of one pass:
   Target target;
@@ -131,24 +133,48 @@ void put_plain(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
   output->position += length;
 }
 
+// How far bytes of the input lie behind their places in the output, modulo the size of pages. A pipe
+// has no places.
+uint64_t distance_to_output(const KeptOutput* output, uint64_t offset) {
+  const off_t place = lseek(output->descriptor, 0, SEEK_CUR);
+  return place < 0 ? 0 : (static_cast<uint64_t>(place) - offset) % output->input->alignment;
+}
+
+// Reads some of the input file and writes it. What pread says. Processors take several times as long
+// to copy bytes a little further on in their page than they were, so the buffer's part that serves
+// lies half a page away from either place.
+ssize_t copy_by_hand(KeptOutput* output, off_t offset, uint64_t length, uint64_t distance) {
+  const uint64_t page = output->input->alignment;
+  const uint64_t wanted = static_cast<uint64_t>(offset) + distance / 2 + page / 2;
+  uint8_t* const place =
+      output->buffer + (wanted - reinterpret_cast<uintptr_t>(output->buffer)) % page;
+  const ssize_t got = pread(output->input->descriptor, place, smaller(length, kBufferSize), offset);
+  if (got > 0) put_raw(output, place, static_cast<uint64_t>(got));
+  return got;
+}
+
 // Copies a piece of the input file inside the system, which costs no memory; where the system does
-// not do that, piece by piece.
+// not do that, or not well, piece by piece.
 void copy_file_piece(KeptOutput* output, uint64_t offset, uint64_t length) {
   flush_buffer(output);
+  const uint64_t distance = distance_to_output(output, offset);
+  bool sends = distance == 0;  // it is that copying a little further on else
   auto from = static_cast<off_t>(offset);
   uint64_t left = length;
   while (left != 0 && !output->has_failed) {
-    ssize_t moved = sendfile(output->descriptor, output->input->descriptor, &from,
-                             smaller(left, kTransferLimit));
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved < 0) {
-      moved = pread(output->input->descriptor, output->buffer, smaller(left, kBufferSize), from);
-      if (moved > 0) put_raw(output, output->buffer, static_cast<uint64_t>(moved));
+    ssize_t moved;
+    if (sends) {
+      moved = sendfile(output->descriptor, output->input->descriptor, &from,
+                       smaller(left, kTransferLimit));
+    } else {
+      moved = copy_by_hand(output, from, left, distance);
       from += moved > 0 ? moved : 0;
     }
-    if (moved < 0) output->has_failed = true;
+    if (moved < 0 && errno == EINTR) continue;
     if (moved == 0) JPX_ErrorExit(output->env, JPX_ERR_READ_PAST_END);
     if (moved > 0) left -= static_cast<uint64_t>(moved);
+    if (moved < 0 && !sends) output->has_failed = true;
+    if (moved < 0) sends = false;
   }
   output->position += length;
 }
@@ -210,6 +236,63 @@ void put_bytes(KeptOutput* output, uint8_t* bytes, uint64_t length) {
     ++output->next_patch;
   }
   put_plain(output, bytes, length);
+}
+
+// ------------------------------------------------------------------------------------- sorted lists
+
+// Sorts by `number`, a member of the entries: boxes that were moved stand in another order than in
+// the input. In place (a heap), as the C library's sort may allocate. Most lists are in order.
+template <class Entry>
+void sort_list(const EntryList& list, uint64_t Entry::*number) {
+  auto* const entries = entry_at<Entry>(list, 0);
+  const auto swap = [entries](uint64_t i, uint64_t j) {
+    const Entry entry = entries[i];
+    entries[i] = entries[j];
+    entries[j] = entry;
+  };
+  const auto sink = [&](uint64_t i, uint64_t count) {
+    for (uint64_t child; child = 2 * i + 1, child < count; i = child) {
+      if (child + 1 < count && entries[child].*number < entries[child + 1].*number) ++child;
+      if (entries[i].*number >= entries[child].*number) return;
+      swap(i, child);
+    }
+  };
+  uint64_t sorted = 1;
+  while (sorted < list.count && entries[sorted - 1].*number <= entries[sorted].*number) ++sorted;
+  if (sorted >= list.count) return;
+  for (uint64_t i = list.count / 2; i-- != 0;) sink(i, list.count);
+  for (uint64_t count = list.count; count-- > 1;) {
+    swap(0, count);
+    sink(0, count);
+  }
+}
+
+// The place of the first entry whose number is above, in a list that is sorted by it.
+template <class Entry>
+uint64_t first_above(const EntryList& list, uint64_t Entry::*number, uint64_t value) {
+  uint64_t first = 0;
+  for (uint64_t end = list.count; first < end;) {
+    const uint64_t middle = first + (end - first) / 2;
+    if (entry_at<Entry>(list, middle)->*number > value) {
+      end = middle;
+    } else {
+      first = middle + 1;
+    }
+  }
+  return first;
+}
+
+// Leaves the marks of boxes that are still there, in the order of the input.
+void prepare_marks(BoxIndex* index) {
+  uint64_t count = 0;
+  for (uint64_t i = 0; i < index->marks.count; ++i) {
+    const Mark mark = *entry_at<Mark>(index->marks, i);
+    if (index_entry(index, mark.id)->box != nullptr) {
+      *entry_at<Mark>(index->marks, count++) = mark;
+    }
+  }
+  index->marks.count = count;
+  sort_list(index->marks, &Mark::offset);
 }
 
 // ------------------------------------------------------------------------------------- measuring
@@ -310,6 +393,32 @@ bool is_followed_in(const Box* child, const BoxEntry* parent, bool parent_is_fol
   return child->next != nullptr || tail_of(parent) != 0 || parent_is_followed;
 }
 
+// The box at which the run of boxes ends that stand in the output as in the input, from a child on;
+// the child itself if it must be looked at. The last child always is, because it may have to get
+// another header when something follows its container.
+Box* end_of_run(const KeptOutput* output, Box* child, Box* last) {
+  const BoxEntry* const entry = entry_of(output, child);
+  if (!output->has_marks || entry == nullptr || (entry->flags & kMarked) != 0) return child;
+  const EntryList& marks = output->index->marks;
+  const uint64_t place = first_above(marks, &Mark::offset, entry->offset);
+  const Mark* const mark = place < marks.count ? entry_at<Mark>(marks, place) : nullptr;
+  const BoxEntry* const end = entry_of(output, last);
+  if (end != nullptr && end->offset >= entry->offset &&
+      (mark == nullptr || end->offset <= mark->offset)) {
+    return last;
+  }
+  return mark != nullptr ? index_entry(output->index, mark->id)->box : child;
+}
+
+// The last child of a container, if that is of use for the end of a run.
+Box* last_child(const KeptOutput* output, const SuperBox* box) {
+  return output->has_marks ? index_last_child(output->index, box) : nullptr;
+}
+
+uint64_t run_length(const KeptOutput* output, const Box* child, const Box* end) {
+  return entry_of(output, end)->offset - entry_of(output, child)->offset;
+}
+
 Measure measure_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry,
                           bool is_followed) {
   const uint64_t prefix = prefix_length(box);
@@ -323,7 +432,17 @@ Measure measure_container(KeptOutput* output, SuperBox* box, const BoxEntry* ent
       release(output->env, bytes);
     }
   }
+  Box* const last = last_child(output, box);
   for (Box* child = box->first_child; child != nullptr; child = child->next) {
+    Box* const end = end_of_run(output, child, last);
+    if (end != child) {
+      const uint64_t begin = entry_of(output, child)->offset;
+      const uint64_t length = run_length(output, child, end);
+      measure.content_length += length;
+      measure.is_same = measure.is_same && begin == expected;
+      expected = begin + length;
+      child = end;
+    }
     bool is_same;
     const bool follows = is_followed_in(child, entry, is_followed);
     measure.content_length += measure_box(output, child, follows, &is_same);
@@ -403,7 +522,13 @@ void put_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry, boo
     put_bytes(output, bytes, prefix);
     release(output->env, bytes);
   }
+  Box* const last = last_child(output, box);
   for (Box* child = box->first_child; child != nullptr; child = child->next) {
+    Box* const end = end_of_run(output, child, last);
+    if (end != child) {
+      put_run(output, entry_of(output, child)->offset, run_length(output, child, end));
+    }
+    child = end;
     put_box(output, child, is_followed_in(child, entry, is_followed));
   }
 }
@@ -465,49 +590,13 @@ void go_through(KeptOutput* output) {
 
 // -------------------------------------------------------------------------------------- fragments
 
-// Sorts by `number`, a member of the entries: boxes that were moved stand in another order than in
-// the input. In place (a heap), as the C library's sort may allocate. Most lists are in order.
-template <class Entry>
-void sort_list(const EntryList& list, uint64_t Entry::*number) {
-  auto* const entries = entry_at<Entry>(list, 0);
-  const auto swap = [entries](uint64_t i, uint64_t j) {
-    const Entry entry = entries[i];
-    entries[i] = entries[j];
-    entries[j] = entry;
-  };
-  const auto sink = [&](uint64_t i, uint64_t count) {
-    for (uint64_t child; child = 2 * i + 1, child < count; i = child) {
-      if (child + 1 < count && entries[child].*number < entries[child + 1].*number) ++child;
-      if (entries[i].*number >= entries[child].*number) return;
-      swap(i, child);
-    }
-  };
-  uint64_t sorted = 1;
-  while (sorted < list.count && entries[sorted - 1].*number <= entries[sorted].*number) ++sorted;
-  if (sorted >= list.count) return;
-  for (uint64_t i = list.count / 2; i-- != 0;) sink(i, list.count);
-  for (uint64_t count = list.count; count-- > 1;) {
-    swap(0, count);
-    sink(0, count);
-  }
-}
-
 // The run that holds all of a piece of the input; null for none.
 const Run* run_with(const KeptOutput* output, uint64_t offset, uint64_t length) {
-  uint64_t first = 0;
-  for (uint64_t end = output->runs.count; first < end;) {
-    const uint64_t middle = first + (end - first) / 2;
-    const Run& run = *entry_at<Run>(output->runs, middle);
-    if (run.from + run.length <= offset) {
-      first = middle + 1;
-    } else {
-      end = middle;
-    }
-  }
-  if (first == output->runs.count) return nullptr;
-  const Run* const run = entry_at<Run>(output->runs, first);
-  const bool is_inside = run->from <= offset && length <= run->length - (offset - run->from);
-  return is_inside ? run : nullptr;
+  const uint64_t behind = first_above(output->runs, &Run::from, offset);
+  if (behind == 0) return nullptr;
+  const Run* const run = entry_at<Run>(output->runs, behind - 1);
+  const uint64_t place = offset - run->from;
+  return place < run->length && length <= run->length - place ? run : nullptr;
 }
 
 void follow_fragment(KeptOutput* output, Box* box, uint64_t number, uint64_t content_position) {
@@ -554,12 +643,11 @@ void follow_all_fragments(KeptOutput* output) {
     follow_fragments(output, box, run->to + (content_begin(entry) - run->from));
   };
   // The search by type begins behind identifier 0.
-  Box* box = index_find(output->env, index, 0);
-  if (box != nullptr) follow_untouched(box);
-  for (uint32_t id = 0;
-       box = index_find_by_type(output->env, index, code("flst"), id), box != nullptr;) {
-    follow_untouched(box);
-    id = box->id;
+  uint32_t id = 0;
+  Box* const first = index_find(output->env, index, id);
+  if (first != nullptr) follow_untouched(first);
+  while (index_find_by_type(output->env, index, code("flst"), id, &id)) {
+    follow_untouched(index_find(output->env, index, id));
   }
   for (uint64_t i = 0; i < output->changed_lists.count; ++i) {
     const auto& list = *entry_at<ChangedList>(output->changed_lists, i);
@@ -577,11 +665,14 @@ KeptOutput* plan_kept_output(Environment* env, BoxIndex* index, Stream* input, u
   output->index = index;
   output->input = input;
   index_find(env, index, kRoot);  // brings the index up to date
+  output->has_marks = index->is_all_ours && !index->has_strangers && index->has_all_marks;
+  if (output->has_marks) prepare_marks(index);
   bool is_same;
-  measure_box(output, index->root, false, &is_same);
-  go_through(output);
-  output->length = output->position;
-  if (!is_same) follow_all_fragments(output);
+  output->length = measure_box(output, index->root, false, &is_same);
+  if (!is_same && index->has_fragments) {
+    go_through(output);
+    follow_all_fragments(output);
+  }
   *length = output->length;
   return output;
 }
@@ -595,7 +686,8 @@ void write_kept_to_memory(KeptOutput* output, uint8_t* memory) {
 bool write_kept_to_file(KeptOutput* output, int descriptor) {
   output->target = Target::kFile;
   output->descriptor = descriptor;
-  output->buffer = static_cast<uint8_t*>(allocate(output->env, kBufferSize));
+  const uint64_t size = kBufferSize + output->input->alignment;
+  output->buffer = static_cast<uint8_t*>(allocate(output->env, size));
   go_through(output);
   flush_buffer(output);
   release(output->env, output->buffer);

@@ -46,11 +46,11 @@ uint64_t content_length(uint64_t total, uint64_t header) {
 // end of its container ends there.
 Trouble read_header(Environment* env, Stream* stream, Header* header) {
   const bool keeps = stream->keeps_everything != 0;
-  const uint64_t left = bytes_left(env, stream);
-  *header = {kRoot, 0, 0, bs_get_current_position(env, stream), 0};
+  const uint64_t left = bytes_left(stream);
+  *header = {kRoot, 0, 0, position_of(stream), 0};
   if (left < kHeaderSize) return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
-  const uint64_t lbox = bs_read_4_byte_big(env, stream);
-  header->type = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
+  const uint64_t lbox = read_number(env, stream, 4);
+  header->type = static_cast<uint32_t>(read_number(env, stream, 4));
   header->length = kHeaderSize;
   uint64_t total = lbox;
   if (lbox == 1) {
@@ -59,17 +59,17 @@ Trouble read_header(Environment* env, Stream* stream, Header* header) {
     if (left < header->length) {
       return trouble_at(KV_JPX_FINDING_TRAILING, *header, header->length, left);
     }
-    total = bs_read_8_byte_big(env, stream);
+    total = read_number(env, stream, 8);
   }
   const uint64_t room = left - header->length;
   uint64_t length = content_length(total, header->length);
   if (lbox == 0) {
     header->flags = KV_JPX_BOX_OPEN_ENDED;
-    length = bs_get_file_size(env, stream) - bs_get_current_position(env, stream);
+    length = stream->size - position_of(stream);
   } else if (keeps && total < header->length) {
     return trouble_at(KV_JPX_FINDING_BAD_LENGTH, *header, total, left);
   }
-  header->end = bs_get_current_position(env, stream) + (length < room ? length : room);
+  header->end = position_of(stream) + (length < room ? length : room);
   if (keeps && lbox == 0 && !is_plausible(header->type)) {
     return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
   }
@@ -99,11 +99,11 @@ Box* read_kept(Environment* env, const Header& header, Stream* stream, Box* pare
     add_finding(env, index, trouble);
   };
   if (!belongs(header.type, parent)) report(KV_JPX_FINDING_MISPLACED);
-  const uint64_t begin = bs_get_current_position(env, stream);
+  const uint64_t begin = position_of(stream);
   const uint64_t findings = index->findings.count;
   const BoxType* const known = find_box_type(header.type);
   const bool is_container = known != nullptr && known->kind == kSuper;
-  const bool is_too_deep = is_container && container_depth(parent) > kMaxDepth;
+  const bool is_too_deep = is_container && depth_of_child(stream, parent) > kMaxDepth;
   stream->content_is_bad = 0;
   stream->unread = 0;
   Box* box = nullptr;
@@ -133,18 +133,20 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
   const uint32_t id = ++*counter;
   BoxIndex* const index = stream->index;
   if (index != nullptr) {
-    BoxEntry* const entry = index_announce(env, index, id, header.type);
+    BoxEntry* const entry = index_announce(env, index, id);
     entry->flags = header.flags;
     entry->header_length = header.length;
     entry->offset = header.offset;
     entry->content_length = header.end - header.offset - header.length;
     *index->at = {0, header.type, id, header.offset, {}};
   }
-  bs_push_read_limit(env, stream, header.end);
+  // The limit lies in this frame, which costs no block; an error exit ends the stream as well.
+  ReadLimit limit = {header.end, stream->limits};
+  stream->limits = &limit;
   Box* const box = (stream->keeps_everything != 0 ? read_kept : read_content)(env, header, stream,
                                                                               parent, counter);
-  bs_pop_read_limit(env, stream);
-  if (index != nullptr) index_settle(index, id, box);
+  stream->limits = limit.next;
+  if (index != nullptr) index_settle(env, index, id, box);
   return box;
 }
 
@@ -152,9 +154,13 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
 
 void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* counter) {
   BoxIndex* const index = stream->index;
-  uint64_t end_of_boxes = bs_get_current_position(env, stream);
+  const Box* const outer = stream->container;
+  const uint32_t outer_depth = stream->container_depth;
+  stream->container_depth = box->type == kRoot ? 0 : depth_of_child(stream, box->parent);
+  stream->container = box;
+  uint64_t end_of_boxes = position_of(stream);
   Box* last = nullptr;
-  while (bs_at_limit(env, stream) == 0) {
+  while (position_of(stream) != limit_of(stream)) {
     Header header;
     Trouble trouble = read_header(env, stream, &header);
     if (trouble.kind != 0) {
@@ -173,9 +179,11 @@ void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* co
     append_child(box, last, child);
     last = child;
   }
+  stream->container = outer;
+  stream->container_depth = outer_depth;
   if (index == nullptr) return;
   BoxEntry* const entry = index_entry(index, box->id);
-  entry->tail_length = bs_get_current_read_limit(env, stream) - end_of_boxes;
+  entry->tail_length = limit_of(stream) - end_of_boxes;
   if (last != nullptr) entry->last_child = last->id;
   if (stream->keeps_everything == 0) return;
   skip_content(env, stream);
@@ -184,7 +192,7 @@ void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* co
 
 extern "C" Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
                                    uint32_t* counter) {
-  if (type != kRoot && container_depth(parent) > kMaxDepth) {
+  if (type != kRoot && depth_of_child(stream, parent) > kMaxDepth) {
     if (stream->index != nullptr) stream->index->at->kind = KV_JPX_FINDING_TOO_DEEP;
     JPX_ErrorExit(env, JPX_ERR_INVALID_ARGUMENT);
   }

@@ -25,6 +25,12 @@ void append_child(SuperBox* parent, Box* last, Box* box);
 // How deep a container in this parent is nested; stops counting behind kMaxDepth.
 uint32_t container_depth(const Box* parent);
 
+// The same, while the parent's boxes are being read from a stream, which knows it.
+inline uint32_t depth_of_child(const Stream* stream, const Box* parent) {
+  return parent != nullptr && stream->container == parent ? stream->container_depth + 1
+                                                          : container_depth(parent);
+}
+
 LengthFn jpx_super_length;
 RenderFn jpx_super_render;
 PrintFn jpx_super_print;

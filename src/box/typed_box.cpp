@@ -54,7 +54,7 @@ void read_numbers(Environment* env, Stream* stream, const FieldRows& rows, const
                   void* record) {
   for (const Field& field : rows) {
     if (!is_stored(field, list)) continue;
-    field.wire.slot.store(record, bs_read_n_byte(env, stream, field.wire.width, 0));
+    field.wire.slot.store(record, read_number(env, stream, field.wire.width));
   }
 }
 
@@ -70,8 +70,8 @@ void read_list(Environment* env, Stream* stream, const BoxLayout& layout, Box* b
   const ListTraits* const list = stored_list(layout);
   if (list == nullptr) return;
   const uint64_t entry_width = size_of_numbers(layout.fields, list);
-  const uint64_t count = list->count_width != 0 ? bs_read_n_byte(env, stream, list->count_width, 0)
-                                                : bytes_left(env, stream) / entry_width;
+  const uint64_t count = list->count_width != 0 ? read_number(env, stream, list->count_width)
+                                                : bytes_left(stream) / entry_width;
   if (!has_content(env, stream, count, entry_width)) return;
   EntryList* const entries = list->list_of(box);
   list_resize(env, entries, list->entry_size, count);

@@ -24,7 +24,7 @@ constexpr Field kFields[] = {
 };
 
 void read_depths(Environment* env, Stream* stream, Box* box) {
-  if (bytes_left(env, stream) > kMaxReadEntries) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
+  if (bytes_left(stream) > kMaxReadEntries) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   read_list(env, stream, kBpcc, box);
 }
 

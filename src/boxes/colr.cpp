@@ -408,7 +408,7 @@ void jpx_colr_print(Box* box) {
 // Kept for compatibility: an enumerated space with parameters, or only a part of one, fails the
 // load. Without it, files with CIELab parameters would load.
 void read_plain_colour_space(Environment* env, Stream* stream, ColrBox* self) {
-  const uint64_t left = bytes_left(env, stream);
+  const uint64_t left = bytes_left(stream);
   if (left != 0 && left != kEnumCsSize) JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   self->colour_space = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
 }
@@ -417,7 +417,7 @@ void read_plain_colour_space(Environment* env, Stream* stream, ColrBox* self) {
 void read_colour_space(Environment* env, Stream* stream, Box* box) {
   colr(box)->colour_space = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
   const ParameterSpace* const space = live_space(box);
-  if (space == nullptr || bytes_left(env, stream) < space->count * sizeof(uint32_t)) return;
+  if (space == nullptr || bytes_left(stream) < space->count * sizeof(uint32_t)) return;
   Parameters& parameters = colr(box)->*space->parameters;
   parameters.are_given = true;
   for (uint32_t i = 0; i < space->count; ++i) {
@@ -429,7 +429,7 @@ void read_bytes(Environment* env, Stream* stream, Box* box) {
   if (has_vendor_data(box)) jpx_read_uuid(env, stream, colr(box)->uuid);
   Data* const data = data_of(box);
   if (data == nullptr) return;
-  data->length = static_cast<uint32_t>(bytes_left(env, stream));
+  data->length = static_cast<uint32_t>(bytes_left(stream));
   data->bytes = static_cast<uint8_t*>(allocate(env, data->length));
   bs_read_memcpy(env, stream, data->bytes, data->length);
 }

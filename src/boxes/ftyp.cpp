@@ -123,7 +123,7 @@ void jpx_ftyp_print(Box* box) {
 
 void read_brands(Environment* env, Stream* stream, Box* box) {
   FtypBox* const self = ftyp(box);
-  for (uint64_t left = bytes_left(env, stream) / kBrandSize; left != 0; --left) {
+  for (uint64_t left = bytes_left(stream) / kBrandSize; left != 0; --left) {
     const auto brand = static_cast<uint32_t>(bs_read_4_byte_big(env, stream));
     const uint8_t flag = flag_of(brand);
     self->known_brands |= flag;

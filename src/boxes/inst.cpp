@@ -164,7 +164,7 @@ void jpx_inst_print(Box* box) {
 
 void read_instructions(Environment* env, Stream* stream, Box* box) {
   const uint64_t size = instruction_size(box);
-  const uint64_t count = size == 0 ? 0 : bytes_left(env, stream) / size;
+  const uint64_t count = size == 0 ? 0 : bytes_left(stream) / size;
   EntryList* const instructions = instructions_of(box);
   list_resize(env, instructions, sizeof(Instruction), count);
   for (uint64_t k = 0; k < count; ++k) {

@@ -321,7 +321,7 @@ void read_wide_key(Environment* env, Stream* stream, Box* box) {
   if (!has_chroma_key(box)) return;
   const uint64_t count = bs_read_1_byte(env, stream);
   set_channels(env, box, count);
-  const uint64_t left = bytes_left(env, stream);
+  const uint64_t left = bytes_left(stream);
   if (total_width(box) > left) {
     if (left % count != 0 || left == 0 || left / count > kMaxWidth) {
       stream->content_is_bad = 1;

@@ -1,6 +1,7 @@
 // The box registry (see registry.h), made from the list of box types.
 #include "box/registry.h"
 
+#include "box/code_table.h"
 #include "boxes/boxes.h"
 
 namespace kvjpx {
@@ -16,9 +17,20 @@ namespace {
   {code(type), kind, read, make, layout, nullptr, Misplaced::kTaken, {__VA_ARGS__}},
 constexpr BoxType kRows[] = {
     KVJPX_BOX_TYPES(KVJPX_TYPED_ROW, KVJPX_CONTAINER_ROW, KVJPX_OPAQUE_ROW, KVJPX_OWN_ROW)};
+constexpr CodeTable kTable(kRows);
+
+bool may_stand(const BoxType& row, const Box* parent) {
+  if (row.parents[0] == kNoParent) return true;
+  if (parent == nullptr) return false;
+  if (row.parents[0] == kAnyParent) return true;
+  for (const uint32_t allowed : row.parents) {
+    if (allowed != 0 && allowed == parent->type) return true;
+  }
+  return false;
+}
 
 Box* make_by_row(const BoxType& row, Environment* env, uint32_t type, Box* parent, uint32_t id) {
-  if (!may_stand(row.code, parent)) return nullptr;
+  if (!may_stand(row, parent)) return nullptr;
   if (row.kind == kSuper) return jpx_make_super_box(env, type, parent, id);
   if (row.layout == nullptr) return jpx_make_basic_box(env, type, parent, id);
   return make_record(env, row.layout->record_size, row.kind, type, parent, id, *row.operations);
@@ -27,8 +39,7 @@ Box* make_by_row(const BoxType& row, Environment* env, uint32_t type, Box* paren
 Box* read_by_row(const BoxType& row, Environment* env, uint32_t type, Stream* stream, Box* parent,
                  uint32_t* counter) {
   if (row.kind == kSuper) return jpx_read_super_box(env, type, stream, parent, counter);
-  if (row.layout == nullptr ||
-      (row.misplaced == Misplaced::kOpaque && !may_stand(row.code, parent)))
+  if (row.layout == nullptr || (row.misplaced == Misplaced::kOpaque && !may_stand(row, parent)))
     return jpx_read_basic_box(env, type, stream, parent, counter);
   Box* const box = make_by_row(row, env, type, parent, *counter);
   if (box != nullptr) read_typed(env, stream, *row.layout, box);
@@ -40,22 +51,11 @@ Box* read_by_row(const BoxType& row, Environment* env, uint32_t type, Stream* st
 
 BoxTypes all_box_types() { return {kRows, sizeof(kRows) / sizeof(kRows[0])}; }
 
-const BoxType* find_box_type(uint32_t code) {
-  for (const BoxType& row : kRows) {
-    if (row.code == code) return &row;
-  }
-  return nullptr;
-}
+const BoxType* find_box_type(uint32_t code) { return kTable.find(code); }
 
 bool may_stand(uint32_t code, const Box* parent) {
   const BoxType* const row = find_box_type(code);
-  if (row == nullptr || row->parents[0] == kNoParent) return true;
-  if (parent == nullptr) return false;
-  if (row->parents[0] == kAnyParent) return true;
-  for (const uint32_t allowed : row->parents) {
-    if (allowed != 0 && allowed == parent->type) return true;
-  }
-  return false;
+  return row == nullptr || may_stand(*row, parent);
 }
 
 extern "C" {
@@ -63,10 +63,12 @@ extern "C" {
 // The functions of all rows but those that have their own.
 #define KVJPX_DEFINE(type_code, make, read)                                                    \
   Box* make(Environment* env, uint32_t type, Box* parent, uint32_t id) {                       \
-    return make_by_row(*find_box_type(code(type_code)), env, type, parent, id);                \
+    constexpr const BoxType& kRow = *kTable.find(code(type_code));                             \
+    return make_by_row(kRow, env, type, parent, id);                                           \
   }                                                                                            \
   Box* read(Environment* env, uint32_t type, Stream* stream, Box* parent, uint32_t* counter) { \
-    return read_by_row(*find_box_type(code(type_code)), env, type, stream, parent, counter);   \
+    constexpr const BoxType& kRow = *kTable.find(code(type_code));                             \
+    return read_by_row(kRow, env, type, stream, parent, counter);                              \
   }
 #define KVJPX_DEFINE_TYPED(kind, type, make, read, ...) KVJPX_DEFINE(type, make, read)
 #define KVJPX_DEFINE_PLAIN(type, make, read, ...) KVJPX_DEFINE(type, make, read)

@@ -1,6 +1,7 @@
 // Box types as the standard has them (see standard.h).
 #include "box/standard.h"
 
+#include "box/code_table.h"
 #include "boxes/boxes.h"
 #include "kvjpx.h"
 #include "stream/view.h"
@@ -88,13 +89,9 @@ constexpr StandardType kTypes[] = {
     {code("free"), KVJPX_PLAIN, {kAnywhere}},
 };
 // clang-format on
+constexpr CodeTable kTable(kTypes);
 
-const StandardType* find_standard_type(uint32_t type) {
-  for (const StandardType& row : kTypes) {
-    if (row.code == type) return &row;
-  }
-  return nullptr;
-}
+const StandardType* find_standard_type(uint32_t type) { return kTable.find(type); }
 
 Box* read_container(Environment* env, Stream* stream, const BoxLayout* layout, SuperBox* box,
                     uint32_t* counter) {

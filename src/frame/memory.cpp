@@ -64,9 +64,10 @@ BlockHeader* require_live(Environment* env, void* block) {
     JPX_ErrorExit(env, JPX_ERR_MEMORY);
   }
   // Every block that goes comes by here.
-  if (header_of(block)->content == kBoxInTree) note_outside_change();
-  if (header_of(block)->content == kOwnsResources) release_resources_in(env, header_of(block));
-  return header_of(block);
+  BlockHeader* const header = header_of(block);
+  if (header->content == kBoxInTree && env->head->content != kTreeIsEnding) note_outside_change();
+  if (header->content == kOwnsResources) release_resources_in(env, header);
+  return header;
 }
 
 void adopt(Environment* env, BlockHeader* header, size_t size) {
@@ -125,8 +126,6 @@ void JPX_TrackerReleaseAll(Environment* env) {
 void note_outside_change() { __atomic_fetch_add(&changes_count, 1, __ATOMIC_RELAXED); }
 
 uint64_t outside_changes() { return __atomic_load_n(&changes_count, __ATOMIC_RELAXED); }
-
-void mark_block(void* block, BlockContent content) { header_of(block)->content = content; }
 
 void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*)) {
   resource->release = release;

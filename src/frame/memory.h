@@ -47,6 +47,7 @@ enum BlockContent : uint32_t {
   kPlain = 0,
   kBoxInTree = 1,      // look-ups may remember it: freeing it is an outside change
   kOwnsResources = 2,  // its resources go with it
+  kTreeIsEnding = 3,   // head sentinel: what look-ups remember goes as well, so nobody need know
 };
 
 constexpr uint32_t kLiveBlock = 0x2FF8FD44;
@@ -77,7 +78,13 @@ inline bool is_spent(const Environment* env) { return env->head == nullptr; }
 void note_outside_change();
 uint64_t outside_changes();
 
-void mark_block(void* block, BlockContent content);
+inline void mark_block(void* block, BlockContent content) {
+  (static_cast<BlockHeader*>(block) - 1)->content = content;
+}
+
+// In between, freeing boxes is no outside change.
+inline void begin_tree_end(Environment* env) { env->head->content = kTreeIsEnding; }
+inline void finish_tree_end(Environment* env) { env->head->content = kPlain; }
 
 // Detaching a resource that hangs nowhere does nothing.
 void attach_resource(Environment* env, Resource* resource, void (*release)(Resource*));

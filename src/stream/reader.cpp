@@ -23,7 +23,7 @@ Stream* open_reader(Environment* env, Source source, const char* path, bool is_r
 
 // Makes `width` bytes readable at the cursor. False when the innermost limit stops the read; that
 // is tested first, so that a box means the same at the end of the file as elsewhere.
-bool prepare_read(Environment* env, Stream* stream, uint64_t width) {
+inline bool prepare_read(Environment* env, Stream* stream, uint64_t width) {
   require(env, stream != nullptr && stream->direction == kReader);
   if (stream->limits != nullptr &&
       reaches_past(position_of(stream), width, stream->limits->limit)) {
@@ -35,6 +35,23 @@ bool prepare_read(Environment* env, Stream* stream, uint64_t width) {
     JPX_ErrorExit(env, JPX_ERR_READ_PAST_END);
   }
   return true;
+}
+
+// Inline, so that each function that reads a fixed width is made for it.
+inline uint64_t read_big(Environment* env, Stream* stream, uint32_t width) {
+  if (!prepare_read(env, stream, width) || width < 1 || width > 8) return 0;
+  uint64_t value = 0;
+  for (uint32_t i = 0; i < width; ++i) value = value << 8 | stream->cursor[i];
+  stream->cursor += width;
+  return value;
+}
+
+inline uint64_t read_little(Environment* env, Stream* stream, uint32_t width) {
+  if (!prepare_read(env, stream, width) || width < 1 || width > 8) return 0;
+  uint64_t value = 0;
+  for (uint32_t i = width; i-- != 0;) value = value << 8 | stream->cursor[i];
+  stream->cursor += width;
+  return value;
 }
 
 void refill_from_mapping(Environment* env, Stream* stream, uint64_t needed) {
@@ -87,35 +104,29 @@ Stream* bs_reader_from_mmap(Environment* env, const char* path) {
 }
 
 uint64_t bs_read_n_byte(Environment* env, Stream* stream, uint32_t width, uint32_t little_endian) {
-  if (!prepare_read(env, stream, width) || width < 1 || width > 8) return 0;
-  uint64_t value = 0;
-  for (uint32_t i = 0; i < width; ++i) {
-    const uint64_t byte = *stream->cursor++;
-    value = little_endian != 0 ? value | byte << (8 * i) : value << 8 | byte;
-  }
-  return value;
+  return little_endian != 0 ? read_little(env, stream, width) : read_big(env, stream, width);
 }
 
 uint64_t bs_read_1_byte(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 1, 0);
+  return read_big(env, stream, 1);
 }
 uint64_t bs_read_2_byte_big(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 2, 0);
+  return read_big(env, stream, 2);
 }
 uint64_t bs_read_4_byte_big(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 4, 0);
+  return read_big(env, stream, 4);
 }
 uint64_t bs_read_8_byte_big(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 8, 0);
+  return read_big(env, stream, 8);
 }
 uint64_t bs_read_2_byte_little(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 2, 1);
+  return read_little(env, stream, 2);
 }
 uint64_t bs_read_4_byte_little(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 4, 1);
+  return read_little(env, stream, 4);
 }
 uint64_t bs_read_8_byte_little(Environment* env, Stream* stream) {
-  return bs_read_n_byte(env, stream, 8, 1);
+  return read_little(env, stream, 8);
 }
 
 void bs_read_memcpy(Environment* env, Stream* stream, void* destination, uint64_t count) {
@@ -149,13 +160,11 @@ void bs_pop_read_limit(Environment* env, Stream* stream) {
   JPX_SafeFreeInternal(env, node);
 }
 
-uint64_t bs_get_current_read_limit(Environment*, Stream* stream) {
-  return stream->limits != nullptr ? stream->limits->limit : stream->size;
-}
+uint64_t bs_get_current_read_limit(Environment*, Stream* stream) { return limit_of(stream); }
 
 uint32_t bs_at_limit(Environment* env, Stream* stream) {
-  const uint64_t position = bs_get_current_position(env, stream);
-  return position == bs_get_current_read_limit(env, stream);
+  require(env, stream != nullptr);
+  return position_of(stream) == limit_of(stream);
 }
 
 }  // extern "C"

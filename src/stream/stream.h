@@ -35,13 +35,16 @@ struct Stream {
   uint64_t alignment;      // of the start of mapped views
   int32_t descriptor;      // -1 when there is none
   uint64_t view_size;      // step of bs_write_from_bs, and view of writers
-  ReadLimit* limits;
+  ReadLimit* limits;       // the innermost
   uint8_t owns_buffer;
   uint8_t view_is_read_only;  // a writer's mapping made by positioning
   uint64_t mapped_length;     // the view may have been cut since
   Resource resource;          // descriptor and mapping
   BoxIndex* index;            // of the boxes read from the stream; null when nobody asks
-  // For the parser where everything is kept:
+  // For the parser: the container whose boxes are read now, and how deep it is nested.
+  const struct Box* container;
+  uint32_t container_depth;
+  // And where everything is kept:
   uint8_t keeps_everything;
   uint8_t content_is_bad;  // the reader of the box could not take its content
   uint64_t unread;         // bytes at the end of the content that the reader did not take
@@ -117,6 +120,46 @@ KVJPX_EXPORT void bs_set_eof(Environment* env, Stream* stream);
 KVJPX_EXPORT uint8_t* bs_writer_get_buffer(Environment* env, Stream* stream, uint64_t* length);
 
 }  // extern "C"
+
+// For streams that are known to be readers, without a call:
+inline uint64_t position_of(const Stream* stream) {
+  return static_cast<uint64_t>(stream->cursor - stream->buffer_start) + stream->buffer_offset;
+}
+inline uint64_t limit_of(const Stream* stream) {
+  return stream->limits != nullptr ? stream->limits->limit : stream->size;
+}
+// Bytes of the content that the stream has not reached yet.
+inline uint64_t bytes_left(const Stream* stream) {
+  const uint64_t limit = limit_of(stream);
+  const uint64_t position = position_of(stream);
+  return limit > position ? limit - position : 0;
+}
+
+// As bs_read_n_byte and bs_set_current_position, which are called only for what is not at hand.
+inline bool has_at_hand(const Stream* stream, uint64_t width) {
+  return stream->cursor < stream->buffer_end &&
+         static_cast<uint64_t>(stream->buffer_end - stream->cursor) >= width &&
+         bytes_left(stream) >= width;
+}
+inline uint64_t read_number(Environment* env, Stream* stream, uint32_t width) {
+  if (width > sizeof(uint64_t) || !has_at_hand(stream, width)) {
+    return bs_read_n_byte(env, stream, width, 0);
+  }
+  uint64_t value = 0;
+  for (uint32_t i = 0; i < width; ++i) value = value << 8 | stream->cursor[i];
+  stream->cursor += width;
+  return value;
+}
+inline void move_to(Environment* env, Stream* stream, uint64_t position) {
+  const uint64_t place = position - stream->buffer_offset;
+  const bool is_in_view = position >= stream->buffer_offset &&
+                          place <= static_cast<uint64_t>(stream->buffer_end - stream->buffer_start);
+  if (is_in_view && position <= stream->size) {
+    stream->cursor = stream->buffer_start + place;
+  } else {
+    bs_set_current_position(env, stream, position);
+  }
+}
 
 // A writer for the library's own output of about this length, to a file that is open for reading
 // and writing, or with -1 to memory that the writer owns. It goes on when the system refuses

@@ -21,10 +21,6 @@ inline uint64_t view_length(const Stream* stream) {
   return static_cast<uint64_t>(stream->buffer_end - stream->buffer_start);
 }
 
-inline uint64_t position_of(const Stream* stream) {
-  return static_cast<uint64_t>(stream->cursor - stream->buffer_start) + stream->buffer_offset;
-}
-
 // Bytes between the cursor and the end of the view. A file that shrank leaves the cursor behind the
 // end: nothing is left there.
 inline uint64_t available(const Stream* stream) {
