@@ -81,7 +81,8 @@ typedef struct kv_j2k_samples {
 } kv_j2k_samples;
 
 /** As kv_j2k_set_input_image, but the bytes stay the caller's and must stay unchanged until the
- *  handle gets another input or ends; and the length has 64 bits. */
+ *  handle gets another input or ends; and the length has 64 bits. Broken headers of tile-parts are
+ * no failure yet: what they cost, decoding tells. */
 KV_J2K_API int32_t kv_j2k_set_input_borrowed(void* codec, const void* data, uint64_t length);
 
 /** Describes the input. Returns 0; 2; 3 when out is null or its size is wrong; 8, also for raw
