@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <string>
+
+#include "failure.h"
 
 namespace kvj2k {
 namespace {
@@ -18,12 +21,12 @@ constexpr uint32_t kMaxPrecision = 31;  // OpenJPEG's samples are 32-bit signed 
 constexpr size_t kSotSize = 12;
 constexpr size_t kSmallestTilePart = kSotSize + 2;  // SOT segment and SOD marker
 
-// What OpenJPEG spends on its records, in samples of 8 bytes and some 20 ns each.
-constexpr Cost kCostOfTile = 1024;
-constexpr Cost kCostOfTileComponent = 192;
-constexpr Cost kCostOfBlock = 64;  // also of a precinct
-constexpr Cost kCostOfPacket = 4;
-constexpr Cost kCostOfPosition = 0.25;
+// What OpenJPEG spends on its records, in the unit of work_limits.h.
+constexpr Cost kCostOfTile = 4096;
+constexpr Cost kCostOfTileComponent = 768;
+constexpr Cost kCostOfBlock = 256;  // also of a precinct
+constexpr Cost kCostOfPacket = 16;
+constexpr Cost kCostOfPosition = 1;
 
 enum Marker : uint32_t {
   kSoc = 0xFF4F,
@@ -48,7 +51,8 @@ enum Marker : uint32_t {
   kMco = 0xFF77,
   kCbd = 0xFF78,
   kSot = 0xFF90,
-  kSod = 0xFF93
+  kSod = 0xFF93,
+  kEoc = 0xFFD9
 };
 
 [[noreturn]] void fail(const std::string& text) {
@@ -61,6 +65,7 @@ class Cursor {
   Cursor(const uint8_t* data, size_t length) : position_(data), end_(data + length) {}
 
   size_t left() const { return static_cast<size_t>(end_ - position_); }
+  const uint8_t* position() const { return position_; }
 
   uint32_t number(size_t bytes) {
     uint32_t value = 0;
@@ -100,7 +105,7 @@ class CodingBounds {
     const uint32_t style = segment.number(1);
     segment.skip(1);  // progression order
     layers_ = std::max(layers_, segment.number(2));
-    segment.skip(1);  // multiple component transformation
+    has_component_transform_ = has_component_transform_ || segment.number(1) != 0;
     note_style(style, segment);
     has_default_ = true;
   }
@@ -116,8 +121,13 @@ class CodingBounds {
     progressions_ = std::max(progressions_, segment.left() / entry_size);
   }
 
+  // Arrays of coefficients that mix components (ISO/IEC 15444-2, Annex J).
+  void note_array_transform() { has_component_transform_ = true; }
+
   bool has_default() const { return has_default_; }
+  bool has_component_transform() const { return has_component_transform_; }
   uint32_t fewest_levels() const { return fewest_levels_; }
+  uint32_t most_layers() const { return layers_; }
 
   Cost tile_cost(const CodestreamHeader& header) const {
     Cost blocks = 0;
@@ -189,6 +199,7 @@ class CodingBounds {
   }
 
   bool has_default_ = false;
+  bool has_component_transform_ = false;
   uint32_t layers_ = 1;
   size_t progressions_ = 1;
   uint32_t most_levels_ = 0;
@@ -277,6 +288,32 @@ void note_segment(uint32_t marker, const Cursor& segment, size_t components, Cod
   if (marker == kCod) bounds.note_cod(segment);
   if (marker == kCoc) bounds.note_coc(segment, components);
   if (marker == kPoc) bounds.note_poc(segment, components);
+  if (marker == kMct || marker == kMcc) bounds.note_array_transform();
+}
+
+// Whether each tile needs the segment. Lengths, comments and the like it does not.
+bool is_shared(uint32_t marker) {
+  switch (marker) {
+    case kSiz:
+    case kTlm:
+    case kPlm:
+    case kPpm:
+    case kCrg:
+    case kCom:
+      return false;
+    default:
+      return true;
+  }
+}
+
+void share_segment(CodestreamHeader& header, const uint8_t* begin, const uint8_t* end) {
+  std::vector<ByteView>& shared = header.shared_segments;
+  const auto length = static_cast<size_t>(end - begin);
+  if (!shared.empty() && shared.back().data + shared.back().length == begin) {
+    shared.back().length += length;
+  } else {
+    shared.push_back({begin, length});
+  }
 }
 
 // Leaves the cursor behind the first SOT marker.
@@ -289,9 +326,11 @@ void read_main_header(Cursor& cursor, CodestreamHeader& header, CodingBounds& bo
   while ((marker = cursor.number(2)) != kSot) {
     // OpenJPEG does not trust the length of a marker segment it does not know; it looks for the
     // next marker that it knows, two bytes at a time. What it may find must be found here too.
-    if (is_known(marker)) {
-      note_segment(marker, cursor.segment(), header.components.size(), bounds);
-    }
+    if (!is_known(marker)) continue;
+    const uint8_t* const begin = cursor.position() - 2;
+    note_segment(marker, cursor.segment(), header.components.size(), bounds);
+    if (is_shared(marker)) share_segment(header, begin, cursor.position());
+    header.has_packed_headers = header.has_packed_headers || marker == kPpm;
   }
   if (!bounds.has_default()) fail("the main header has no coding style");
 }
@@ -308,41 +347,186 @@ bool read_tile_part_header(Cursor& cursor, size_t components, CodingBounds& boun
   return false;
 }
 
-// Visits all tile-part headers; the cursor is behind the first SOT marker. Ends quietly where the
-// chain breaks, as OpenJPEG reads no further either.
-void read_tile_parts(Cursor cursor, size_t components, CodingBounds& bounds) {
-  do {
-    if (cursor.left() < kSotSize - 2) return;
-    const size_t before = cursor.left() + 2;
+constexpr size_t kNowhere = std::numeric_limits<size_t>::max();
+
+// Collects the tile-parts behind the main header.
+class TileParts {
+ public:
+  TileParts(ByteView codestream, CodestreamHeader& header, CodingBounds& bounds)
+      : bytes_(codestream), header_(header), bounds_(bounds) {}
+
+  // From tile-part to tile-part as their lengths tell. Ends quietly where the chain breaks, as
+  // OpenJPEG reads no further either.
+  void follow(size_t at) {
+    header_.is_chain_whole = false;
+    do {
+      if (left(at) < kSotSize) return;
+      const Found found = read_header(at);
+      if (found.told == kSotSize) {  // OpenJPEG takes this for a tile-part without even a SOD
+        at += found.sot_length;
+        continue;
+      }
+      if (found.header_length == 0) return;
+      if (found.told == 0) {
+        header_.is_chain_whole = has_end_marker();
+        return note(found, data_end() - at, !has_end_marker());
+      }
+      if (found.told < found.header_length) return;
+      if (found.told > left(at)) return note(found, left(at), true);
+      note(found, found.told, false);
+      at += found.told;
+    } while (is_at(at, kSot));
+    header_.is_chain_whole = is_end(at);
+  }
+
+  // Whatever stands between: a tile-part whose length leads nowhere ends where the next one begins.
+  // (No packet holds a number like that of SOT.)
+  void recover(size_t at) {
+    while (at != kNowhere) {
+      Found found = {};
+      try {
+        found = read_header(at);
+      } catch (const Failure&) {
+        // Not one to be read; the search goes on behind it.
+      }
+      at = found.header_length == 0 ? find(at + 2) : recover_part(at, found);
+    }
+  }
+
+ private:
+  struct Found {
+    TilePart part;
+    size_t told;           // Psot
+    size_t sot_length;     // with its marker
+    size_t header_length;  // with SOT and SOD; 0: there is no SOD
+  };
+
+  size_t left(size_t at) const { return bytes_.length - at; }
+  bool is_at(size_t at, uint32_t marker) const {
+    return left(at) >= 2 && (uint32_t{bytes_.data[at]} << 8 | bytes_.data[at + 1]) == marker;
+  }
+  bool has_end_marker() const { return is_at(bytes_.length - 2, kEoc); }
+  size_t data_end() const { return bytes_.length - (has_end_marker() ? 2 : 0); }
+  // Whether nothing follows that is a tile-part's; the end marker may be missing.
+  bool is_end(size_t at) const { return left(at) < 2 || is_at(at, kEoc); }
+
+  Found read_header(size_t at) {
+    Found found = {};
+    found.part.offset = at;
+    Cursor cursor(bytes_.data + at, left(at));
+    cursor.skip(2);
     Cursor sot = cursor.segment();
-    sot.skip(2);  // tile index
-    const size_t length = sot.number(4);
-    if (length == kSotSize) continue;  // OpenJPEG takes this for a tile-part without even a SOD
-    if (!read_tile_part_header(cursor, components, bounds)) return;
-    const size_t taken = before - cursor.left();
-    if (length < taken || length - taken > cursor.left()) return;  // 0: all the rest is data
-    cursor.skip(length - taken);
-  } while (cursor.left() >= 2 && cursor.number(2) == kSot);
+    found.sot_length = left(at) - cursor.left();
+    found.part.tile = static_cast<uint16_t>(sot.number(2));
+    found.told = sot.number(4);
+    if (found.told == kSotSize) return found;
+    if (sot.left() >= 2) {
+      found.part.index = static_cast<uint8_t>(sot.number(1));
+      found.part.count = static_cast<uint8_t>(sot.number(1));
+    }
+    if (read_tile_part_header(cursor, header_.components.size(), bounds_)) {
+      found.header_length = left(at) - cursor.left();
+    }
+    return found;
+  }
+
+  // Returns where the next one begins.
+  size_t recover_part(size_t at, const Found& found) {
+    const size_t told = found.told;
+    const bool fits = told >= found.header_length && told <= left(at);
+    if (fits && is_at(at + told, kSot)) {
+      note(found, told, false);
+      return at + told;
+    }
+    if (fits && is_end(at + told)) {
+      note(found, told, false);
+      return kNowhere;
+    }
+    const size_t next = find(at + found.header_length);
+    const size_t end = next != kNowhere ? next : data_end();
+    if (fits && at + told <= end) {
+      note(found, told, false);
+    } else {
+      const bool is_last = told == 0 && next == kNowhere && has_end_marker();
+      note(found, end - at, !is_last);
+    }
+    return next;
+  }
+
+  // The next place from `at` on that looks like a tile-part's begin.
+  size_t find(size_t at) const {
+    while (at < bytes_.length) {
+      const void* const found = std::memchr(bytes_.data + at, 0xFF, left(at));
+      if (found == nullptr) return kNowhere;
+      at = static_cast<size_t>(static_cast<const uint8_t*>(found) - bytes_.data);
+      if (left(at) < kSmallestTilePart) return kNowhere;
+      Cursor cursor(bytes_.data + at, left(at));
+      if (cursor.number(2) == kSot && cursor.number(2) == kSotSize - 2 &&
+          cursor.number(2) < header_.tile_count()) {
+        return at;
+      }
+      ++at;
+    }
+    return kNowhere;
+  }
+
+  void note(const Found& found, size_t length, bool is_cut) {
+    constexpr size_t kMost = std::numeric_limits<uint32_t>::max();
+    if (found.part.tile >= header_.tile_count() || found.sot_length != kSotSize) return;
+    header_.parts.push_back(found.part);
+    TilePart& part = header_.parts.back();
+    part.is_cut = is_cut || length > kMost;
+    part.length = static_cast<uint32_t>(std::min(length, kMost));
+  }
+
+  ByteView bytes_;
+  CodestreamHeader& header_;
+  CodingBounds& bounds_;
+};
+
+void check_tile_count(const CodestreamHeader& header, size_t length) {
+  const uint64_t tiles = uint64_t{header.x.tile_count()} * header.y.tile_count();
+  if (tiles > kMaxTiles) fail("there are more than 65535 tiles");
+  if (tiles > length / kSmallestTilePart) fail("there are more tiles than the length has room for");
+}
+
+void weigh(CodestreamHeader& header, const CodingBounds& bounds) {
+  const Cost tile =
+      kCostOfTile + kCostOfTileComponent * static_cast<Cost>(header.components.size());
+  header.tile_cost = bounds.tile_cost(header);
+  header.base_cost = header.tile_count() * tile;
+  header.opening_cost = tile;
+  for (const ByteView& segments : header.shared_segments) {
+    header.opening_cost += static_cast<Cost>(segments.length);
+  }
 }
 
 }  // namespace
 
-CodestreamHeader read_codestream_header(const uint8_t* data, size_t length) {
+CodestreamHeader read_codestream_header(ByteView codestream, Chain chain) {
   CodestreamHeader header;
   CodingBounds bounds;
-  Cursor cursor(data, length);
+  Cursor cursor(codestream.data, codestream.length);
   read_main_header(cursor, header, bounds);
+  check_tile_count(header, codestream.length);
 
-  const uint64_t tiles = uint64_t{header.x.tile_count()} * header.y.tile_count();
-  if (tiles > kMaxTiles) fail("there are more than 65535 tiles");
-  if (tiles > length / kSmallestTilePart) fail("there are more tiles than the length has room for");
-
-  read_tile_parts(cursor, header.components.size(), bounds);
+  TileParts parts(codestream, header, bounds);
+  const size_t first = codestream.length - cursor.left() - 2;
+  if (chain == Chain::kRecovered) {
+    parts.recover(first);
+  } else {
+    try {
+      parts.follow(first);
+    } catch (const Failure& failure) {
+      header.chain_failure = failure.what();
+    }
+  }
+  std::stable_sort(header.parts.begin(), header.parts.end(),
+                   [](const TilePart& a, const TilePart& b) { return a.tile < b.tile; });
   header.fewest_levels = bounds.fewest_levels();
-  header.tile_cost = bounds.tile_cost(header);
-  header.base_cost =
-      static_cast<Cost>(tiles) *
-      (kCostOfTile + kCostOfTileComponent * static_cast<Cost>(header.components.size()));
+  header.most_layers = bounds.most_layers();
+  header.has_component_transform = bounds.has_component_transform();
+  weigh(header, bounds);
   return header;
 }
 

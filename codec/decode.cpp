@@ -2,13 +2,19 @@
 #include "decode.h"
 
 #include <algorithm>
+#include <cmath>
+#include <memory>
+#include <utility>
 #include <vector>
 
-#include "opj.h"
-#include "sampling.h"
+#include "area_decoder.h"
 
 namespace kvj2k {
 namespace {
+
+// Of a larger picture no more samples than these are decoded at a time: OpenJPEG's take four bytes
+// each, and more on the way.
+constexpr uint64_t kMostSamplesAtOnce = uint64_t{1} << 25;
 
 // One direction of the work: what to decode, and what to make of it.
 struct AxisPlan {
@@ -36,7 +42,7 @@ AxisPlan plan_picture(const GridAxis& axis, const Span& rectangle, const DecodeS
 
 class Decoding {
  public:
-  Decoding(const Bytes& codestream, const CodestreamHeader& header, const DecodeSettings& settings)
+  Decoding(ByteView codestream, const CodestreamHeader& header, const DecodeSettings& settings)
       : codestream_(codestream),
         header_(header),
         settings_(settings),
@@ -49,9 +55,9 @@ class Decoding {
     choose_reduction();
     plan_decoded_area();
     const Cost planned = cost();
-    settings_.limits.check(planned, codestream_.size());
+    settings_.limits.check(planned, codestream_.length);
     *work = planned;
-    return make_picture(*decode_area());
+    return make_picture();
   }
 
  private:
@@ -69,6 +75,7 @@ class Decoding {
     while (!std::all_of(components.begin(), components.end(), has_samples)) --reduction_;
   }
 
+  // What the picture needs, or as much of it as `x_` and `y_` hold.
   void plan_decoded_area() {
     x_.decoded = y_.decoded = {UINT64_MAX, 0};
     for (const ComponentHeader& component : header_.components) {
@@ -82,67 +89,78 @@ class Decoding {
     plan.decoded = plan.decoded.joined(spacings.needed(plan.picture, plan.image.points(spacing)));
   }
 
-  Cost cost() const {
+  Cost decoded_samples() const {
     Cost decoded = 0;
     for (const ComponentHeader& component : header_.components) {
       decoded += static_cast<Cost>(x_.decoded.points(x_spacing(component)).size()) *
                  static_cast<Cost>(y_.decoded.points(y_spacing(component)).size());
     }
+    return decoded;
+  }
+
+  Cost cost() const {
     const Cost delivered = static_cast<Cost>(x_.picture.size()) *
                            static_cast<Cost>(y_.picture.size()) *
                            static_cast<Cost>(header_.components.size());
     const Cost tiles = tiles_touched(header_.x, x_.decoded) * tiles_touched(header_.y, y_.decoded);
-    return std::max(decoded, delivered) + tiles * header_.tile_cost + header_.base_cost;
+    const Cost records = tiles * header_.tile_cost + header_.base_cost;
+    // Headers are read again for each part.
+    return std::max(decoded_samples(), delivered) + records * (1 + (part_count() - 1) / 4);
   }
 
   static Cost tiles_touched(const GridAxis& axis, const Span& area) {
     return axis.tile_index(area.end - 1) - axis.tile_index(area.begin) + 1;
   }
 
-  OpjImage decode_area() const {
-    OpjMessages messages;
-    MemorySource source = {codestream_.data(), codestream_.size(), 0};
-    const OpjStream stream = open_source(source);
-    const auto codec = owned<OpjCodec>(opj_create_decompress(OPJ_CODEC_J2K));
-    messages.listen_to(codec.get());
-
-    opj_dparameters_t parameters;
-    opj_set_default_decoder_parameters(&parameters);
-    parameters.cp_reduce = reduction_;
-    parameters.cp_layer = settings_.layers;
-    const bool is_set_up = opj_setup_decoder(codec.get(), &parameters);
-    use_all_cores(codec.get());
-    opj_image_t* read = nullptr;
-    const bool has_header = is_set_up && opj_read_header(stream.get(), codec.get(), &read);
-    OpjImage image(read);
-    const bool is_decoded =
-        has_header &&
-        opj_set_decode_area(codec.get(), image.get(), static_cast<OPJ_INT32>(x_.decoded.begin),
-                            static_cast<OPJ_INT32>(y_.decoded.begin),
-                            static_cast<OPJ_INT32>(x_.decoded.end),
-                            static_cast<OPJ_INT32>(y_.decoded.end)) &&
-        opj_decode(codec.get(), stream.get(), image.get());
-    if (!is_decoded) {
-      throw messages.failure(KV_J2K_ERR_BROKEN_CODESTREAM, "the codestream can't be decoded");
-    }
-    return image;
+  std::unique_ptr<AreaDecoder> open() const {
+    Source source;
+    source.append(codestream_);
+    DecoderSettings settings;
+    settings.reduction = reduction_;
+    settings.layers = settings_.layers;
+    settings.is_single_tile = header_.tile_count() == 1;
+    return std::make_unique<AreaDecoder>(std::move(source), settings);
   }
 
-  Image make_picture(const opj_image_t& decoded) const {
+  Image make_picture() {
     const size_t count = header_.components.size();
-    if (decoded.numcomps != count) {
-      throw Failure(KV_J2K_ERR_INTERNAL, "OpenJPEG sees another number of components");
-    }
     Image picture;
     picture.width = static_cast<uint32_t>(x_.picture.size());
     picture.height = static_cast<uint32_t>(y_.picture.size());
     picture.components = static_cast<uint32_t>(count);
     picture.samples.resize(count * picture.plane_size());
-    for (size_t i = 0; i < count; ++i) {
-      fill_plane(header_.components[i], decoded.comps[i],
-                 picture.samples.data() + i * picture.plane_size());
+    const Span all_rows = y_.picture;
+    const uint64_t rows = rows_at_once();
+    std::unique_ptr<AreaDecoder> decoder;
+    for (uint64_t row = all_rows.begin; row < all_rows.end; row += rows) {
+      y_.picture = {row, std::min(row + rows, all_rows.end)};
+      plan_decoded_area();
+      if (decoder == nullptr || !decoder->is_reusable()) decoder = open();
+      const OpjImage decoded = decoder->decode({x_.decoded, y_.decoded});
+      fill_rows(*decoded, row - all_rows.begin, picture);
     }
     return picture;
+  }
+
+  // Rows of the picture to decode together.
+  uint64_t rows_at_once() const {
+    const uint64_t rows = y_.picture.size();
+    return std::max<uint64_t>(1, static_cast<uint64_t>(static_cast<Cost>(rows) / part_count()));
+  }
+
+  Cost part_count() const {
+    return std::ceil(decoded_samples() / static_cast<Cost>(kMostSamplesAtOnce));
+  }
+
+  void fill_rows(const opj_image_t& decoded, size_t first_row, Image& picture) const {
+    const size_t count = header_.components.size();
+    if (decoded.numcomps != count) {
+      throw Failure(KV_J2K_ERR_INTERNAL, "OpenJPEG sees another number of components");
+    }
+    for (size_t i = 0; i < count; ++i) {
+      fill_plane(header_.components[i], decoded.comps[i],
+                 picture.samples.data() + i * picture.plane_size() + first_row * picture.width);
+    }
   }
 
   void fill_plane(const ComponentHeader& component, const opj_image_comp_t& decoded,
@@ -168,7 +186,7 @@ class Decoding {
     return sources;
   }
 
-  const Bytes& codestream_;
+  ByteView codestream_;
   const CodestreamHeader& header_;
   const DecodeSettings& settings_;
   AxisPlan x_;
@@ -178,8 +196,8 @@ class Decoding {
 
 }  // namespace
 
-Image decode(const Bytes& codestream, const CodestreamHeader& header,
-             const DecodeSettings& settings, Cost* work) {
+Image decode(ByteView codestream, const CodestreamHeader& header, const DecodeSettings& settings,
+             Cost* work) {
   return Decoding(codestream, header, settings).run(work);
 }
 

@@ -24,8 +24,8 @@ struct DecodeSettings {
 
 // The picture is empty when nothing of the image lies in the rectangle. `work` receives what was
 // spent on it, before it is spent. Throws Failure.
-Image decode(const Bytes& codestream, const CodestreamHeader& header,
-             const DecodeSettings& settings, Cost* work);
+Image decode(ByteView codestream, const CodestreamHeader& header, const DecodeSettings& settings,
+             Cost* work);
 
 }  // namespace kvj2k
 

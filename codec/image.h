@@ -10,6 +10,12 @@ namespace kvj2k {
 
 using Bytes = std::vector<uint8_t>;
 
+// Bytes that belong to someone else.
+struct ByteView {
+  const uint8_t* data = nullptr;
+  size_t length = 0;
+};
+
 struct Image {
   uint32_t width = 0;
   uint32_t height = 0;

@@ -1,4 +1,4 @@
-// The exported functions. Exceptions end here: `guarded` turns each into a code and the error text.
+// The exported functions of kv_j2k.h.
 #include <openjpeg.h>
 
 #include <cstdio>
@@ -6,50 +6,21 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <stdexcept>
 
 #include "failure.h"
 #include "file_writer.h"
+#include "guarded.h"
 #include "kv_j2k.h"
 #include "session.h"
 
 using kvj2k::Bytes;
 using kvj2k::Failure;
+using kvj2k::guarded;
 using kvj2k::Limits;
 using kvj2k::Session;
+using kvj2k::session_of;
 
 namespace {
-
-Session& session_of(void* codec) { return *static_cast<Session*>(codec); }
-
-int32_t fail(Session& session, kv_j2k_error code, const char* text) noexcept {
-  try {
-    session.error_text = text;
-  } catch (const std::exception&) {
-    session.error_text.clear();
-  }
-  return code;
-}
-
-// Runs `body` on the session of a handle.
-template <typename Body>
-int32_t guarded(void* codec, Body body) noexcept {
-  if (codec == nullptr) return KV_J2K_ERR_BAD_HANDLE;
-  Session& session = session_of(codec);
-  session.error_text.clear();
-  try {
-    body(session);
-    return KV_J2K_OK;
-  } catch (const Failure& failure) {
-    return fail(session, failure.code(), failure.what());
-  } catch (const std::bad_alloc&) {
-    return fail(session, KV_J2K_ERR_MEMORY, "memory is short");
-  } catch (const std::length_error&) {
-    return fail(session, KV_J2K_ERR_MEMORY, "memory is short");
-  } catch (const std::exception& exception) {
-    return fail(session, KV_J2K_ERR_INTERNAL, exception.what());
-  }
-}
 
 void store(uint32_t* target, uint32_t value) {
   if (target != nullptr) *target = value;

@@ -4,36 +4,31 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace kvj2k {
 namespace {
 
 constexpr OPJ_SIZE_T kFailed = static_cast<OPJ_SIZE_T>(-1);
 constexpr size_t kMessageLimit = 1000;
+constexpr uint32_t kMostThreads = 256;
+// What OpenJPEG reads ahead. It reads ahead anew behind each tile-part that it steps over.
+constexpr size_t kReadBuffer = size_t{1} << 14;
 
 OPJ_SIZE_T read(void* buffer, OPJ_SIZE_T size, void* user) {
-  auto& source = *static_cast<MemorySource*>(user);
-  const size_t count = std::min(size, source.length - source.position);
-  if (count == 0) return kFailed;
-  std::memcpy(buffer, source.data + source.position, count);
-  source.position += count;
-  return count;
+  const size_t count = static_cast<Source*>(user)->read(static_cast<uint8_t*>(buffer), size);
+  return count == 0 ? kFailed : count;
 }
 
 OPJ_OFF_T skip_source(OPJ_OFF_T distance, void* user) {
-  auto& source = *static_cast<MemorySource*>(user);
   if (distance < 0) return -1;
-  const size_t left = source.length - source.position;
-  const size_t count = std::min(static_cast<size_t>(distance), left);
-  source.position += count;
+  const size_t count = static_cast<Source*>(user)->skip(static_cast<size_t>(distance));
   return count == 0 && distance > 0 ? -1 : static_cast<OPJ_OFF_T>(count);
 }
 
 OPJ_BOOL seek_source(OPJ_OFF_T position, void* user) {
-  auto& source = *static_cast<MemorySource*>(user);
-  if (position < 0 || static_cast<uint64_t>(position) > source.length) return OPJ_FALSE;
-  source.position = static_cast<size_t>(position);
-  return OPJ_TRUE;
+  if (position < 0) return OPJ_FALSE;
+  return static_cast<Source*>(user)->seek(static_cast<size_t>(position));
 }
 
 // Makes sure that the target holds bytes up to `end`.
@@ -71,6 +66,16 @@ OPJ_OFF_T skip_target(OPJ_OFF_T distance, void* user) {
 
 void OpjMessages::listen_to(opj_codec_t* codec) { opj_set_error_handler(codec, &add, this); }
 
+void OpjMessages::note_warnings_of(opj_codec_t* codec) {
+  opj_set_warning_handler(codec, &note_warning, this);
+}
+
+// OpenJPEG warns of data that it can't follow. That it does not know a marker is no such thing.
+void OpjMessages::note_warning(const char* message, void* messages) {
+  if (std::strncmp(message, "Unknown marker", 14) == 0) return;
+  static_cast<OpjMessages*>(messages)->has_warning_ = true;
+}
+
 void OpjMessages::add(const char* message, void* messages) {
   std::string& text = static_cast<OpjMessages*>(messages)->text_;
   const size_t length = std::strlen(message);
@@ -91,14 +96,59 @@ Failure OpjMessages::failure(kv_j2k_error code, const std::string& what) const {
   return Failure(is_memory_short ? KV_J2K_ERR_MEMORY : code, what + text_);
 }
 
-void use_all_cores(opj_codec_t* codec) {
-  if (opj_has_thread_support()) opj_codec_set_threads(codec, opj_get_num_cpus());
+uint32_t thread_count(uint32_t asked) {
+  if (asked != 0) return std::min(asked, kMostThreads);
+  return static_cast<uint32_t>(std::max(1, opj_get_num_cpus()));
 }
 
-OpjStream open_source(MemorySource& source) {
-  auto stream = owned<OpjStream>(opj_stream_default_create(OPJ_TRUE));
+void use_threads(opj_codec_t* codec, uint32_t count) {
+  if (opj_has_thread_support()) opj_codec_set_threads(codec, static_cast<int>(count));
+}
+
+void Source::append(ByteView piece) {
+  if (piece.length == 0) return;
+  pieces_.push_back({length_, piece});
+  length_ += piece.length;
+}
+
+void Source::append(Bytes piece) {
+  owned_.push_back(std::move(piece));
+  append(ByteView{owned_.back().data(), owned_.back().size()});
+}
+
+size_t Source::read(uint8_t* to, size_t size) {
+  const auto is_behind = [](size_t position, const Piece& piece) { return position < piece.begin; };
+  auto piece = std::upper_bound(pieces_.begin(), pieces_.end(), position_, is_behind);
+  const size_t wanted = std::min(size, length_ - position_);
+  if (wanted == 0) return 0;
+  --piece;
+  for (size_t left = wanted; left > 0; ++piece) {
+    const size_t from = position_ - piece->begin;
+    const size_t count = std::min(left, piece->bytes.length - from);
+    std::memcpy(to, piece->bytes.data + from, count);
+    to += count;
+    position_ += count;
+    left -= count;
+  }
+  return wanted;
+}
+
+size_t Source::skip(size_t distance) {
+  const size_t count = std::min(distance, length_ - position_);
+  position_ += count;
+  return count;
+}
+
+bool Source::seek(size_t position) {
+  if (position > length_) return false;
+  position_ = position;
+  return true;
+}
+
+OpjStream open_source(Source& source) {
+  auto stream = owned<OpjStream>(opj_stream_create(kReadBuffer, OPJ_TRUE));
   opj_stream_set_user_data(stream.get(), &source, nullptr);
-  opj_stream_set_user_data_length(stream.get(), source.length);
+  opj_stream_set_user_data_length(stream.get(), source.length());
   opj_stream_set_read_function(stream.get(), &read);
   opj_stream_set_skip_function(stream.get(), &skip_source);
   opj_stream_set_seek_function(stream.get(), &seek_source);

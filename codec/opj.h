@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "failure.h"
 #include "image.h"
@@ -38,23 +39,48 @@ class OpjMessages {
  public:
   // The collector must outlive the codec.
   void listen_to(opj_codec_t* codec);
+  // From then on a warning is noted, too.
+  void note_warnings_of(opj_codec_t* codec);
+  bool has_warning() const { return has_warning_; }
   // `code` unless OpenJPEG complained of short memory.
   Failure failure(kv_j2k_error code, const std::string& what) const;
 
  private:
   static void add(const char* message, void* messages);
+  static void note_warning(const char* message, void* messages);
   std::string text_;
+  bool has_warning_ = false;
 };
 
-void use_all_cores(opj_codec_t* codec);
+// 0: as many as there are processors.
+uint32_t thread_count(uint32_t asked);
+void use_threads(opj_codec_t* codec, uint32_t count);
+
+// A codestream put together of pieces.
+class Source {
+ public:
+  void append(ByteView piece);  // whose bytes must outlive it
+  void append(Bytes piece);
+
+  size_t length() const { return length_; }
+  // Returns how many bytes there were, up to `size`.
+  size_t read(uint8_t* to, size_t size);
+  size_t skip(size_t distance);
+  bool seek(size_t position);
+
+ private:
+  struct Piece {
+    size_t begin;
+    ByteView bytes;
+  };
+  std::vector<Piece> pieces_;
+  std::vector<Bytes> owned_;
+  size_t length_ = 0;
+  size_t position_ = 0;
+};
 
 // The source's and the target's memory must outlive the stream.
-struct MemorySource {
-  const uint8_t* data;
-  size_t length;
-  size_t position;
-};
-OpjStream open_source(MemorySource& source);
+OpjStream open_source(Source& source);
 
 struct MemoryTarget {
   Bytes bytes;

@@ -14,6 +14,7 @@ struct Span {
   uint64_t begin = 0;
   uint64_t end = 0;
 
+  bool operator==(const Span& other) const { return begin == other.begin && end == other.end; }
   bool is_empty() const { return begin >= end; }
   uint64_t size() const { return is_empty() ? 0 : end - begin; }
   Span intersected(const Span& other) const {

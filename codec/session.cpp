@@ -23,13 +23,35 @@ size_t checked_product(uint32_t a, uint32_t b, uint32_t c) {
 
 }  // namespace
 
-void Session::set_codestream(const uint8_t* data, size_t length) {
+Session::Codestream Session::read_codestream(const uint8_t* data, size_t length) {
   drop_output();
   input_ = std::monostate();
   if (data == nullptr) throw Failure(KV_J2K_ERR_INVALID_ARGUMENT, "no codestream was given");
-  CodestreamHeader header = read_codestream_header(data, length);
+  Codestream codestream;
+  codestream.bytes = {data, length};
+  codestream.header = read_codestream_header(codestream.bytes);
+  return codestream;
+}
+
+void Session::set_codestream(const uint8_t* data, size_t length) {
+  drop_output();
+  input_ = std::monostate();
+  Bytes owned;
+  if (data != nullptr) owned.assign(data, data + length);
+  Codestream codestream = read_codestream(data != nullptr ? owned.data() : nullptr, length);
+  const CodestreamHeader& header = codestream.header;
+  if (!header.chain_failure.empty()) {
+    throw Failure(KV_J2K_ERR_BROKEN_CODESTREAM, header.chain_failure);
+  }
   settings_.limits.check(header.tile_cost + header.base_cost, length);
-  input_ = Codestream{std::move(header), Bytes(data, data + length)};
+  codestream.owned = std::move(owned);
+  input_ = std::move(codestream);
+}
+
+void Session::borrow_codestream(const uint8_t* data, size_t length) {
+  Codestream codestream = read_codestream(data, length);
+  settings_.limits.check(codestream.header.tile_cost + codestream.header.base_cost, length);
+  input_ = std::move(codestream);
 }
 
 void Session::set_raw(const uint8_t* samples, uint32_t height, uint32_t width,
@@ -56,6 +78,24 @@ Session::Geometry Session::geometry() const {
   throw Failure(KV_J2K_ERR_NO_INPUT, "no input is set");
 }
 
+Session::Codestream& Session::codestream() {
+  if (auto* codestream = std::get_if<Codestream>(&input_)) return *codestream;
+  throw Failure(KV_J2K_ERR_NO_INPUT, "no codestream is set");
+}
+
+SampleSetPointer Session::decode_samples(const SampleRequest& request) {
+  Codestream& input = codestream();
+  const CodestreamHeader* header = &input.header;
+  if (request.is_partial && !header->is_chain_whole) {
+    if (!input.recovered) {
+      input.recovered = read_codestream_header(input.bytes, Chain::kRecovered);
+    }
+    header = &*input.recovered;
+  }
+  return kvj2k::decode_samples({input.bytes, *header, settings_.limits}, request, input.decoders,
+                               &work_);
+}
+
 const Bytes& Session::output() {
   // Raw samples may be large, and as planes they are the output already.
   const auto* image = std::get_if<Image>(&input_);
@@ -69,6 +109,9 @@ const Bytes& Session::output() {
 
 Bytes Session::make_output() {
   if (const auto* codestream = std::get_if<Codestream>(&input_)) {
+    if (!codestream->header.chain_failure.empty()) {
+      throw Failure(KV_J2K_ERR_BROKEN_CODESTREAM, codestream->header.chain_failure);
+    }
     Image picture = decode(codestream->bytes, codestream->header, settings_, &work_);
     if (output_type_ == KV_J2K_OUTPUT_PLANES) return std::move(picture.samples);
     return encode(picture, output_type_);

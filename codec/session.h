@@ -3,11 +3,13 @@
 #define KVJ2K_SESSION_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 
 #include "codestream_header.h"
 #include "decode.h"
+#include "decode_samples.h"
 #include "image.h"
 
 namespace kvj2k {
@@ -15,12 +17,17 @@ namespace kvj2k {
 class Session {
  public:
   struct Codestream {
+    ByteView bytes;
+    Bytes owned;  // empty when they are the caller's
     CodestreamHeader header;
-    Bytes bytes;
+    std::optional<CodestreamHeader> recovered;  // made when parts of it are asked for
+    TileDecoders decoders;
   };
 
   // After a throw there is no input.
   void set_codestream(const uint8_t* data, size_t length);
+  // Broken headers of tile-parts are no failure yet; they may not be needed.
+  void borrow_codestream(const uint8_t* data, size_t length);
   void set_raw(const uint8_t* samples, uint32_t height, uint32_t width, uint32_t components);
 
   // The input's grid and number of components, those of raw samples included.
@@ -30,6 +37,10 @@ class Session {
     uint32_t components;
   };
   Geometry geometry() const;
+
+  // Throws Failure (8).
+  Codestream& codestream();
+  SampleSetPointer decode_samples(const SampleRequest& request);
 
   // Changing a setting drops the output made with the old one.
   DecodeSettings& change_settings() {
@@ -55,6 +66,7 @@ class Session {
     has_output_ = false;
   }
   Bytes make_output();
+  Codestream read_codestream(const uint8_t* data, size_t length);
 
   std::variant<std::monostate, Codestream, Image> input_;
   DecodeSettings settings_;

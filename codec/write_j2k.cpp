@@ -62,7 +62,7 @@ Bytes write(const Image& image, OPJ_CODEC_FORMAT format) {
   messages.listen_to(codec.get());
   opj_cparameters_t parameters = parameters_for(image);
   const bool is_ready = opj_setup_encoder(codec.get(), &parameters, picture.get());
-  use_all_cores(codec.get());
+  use_threads(codec.get(), thread_count(0));
   {
     const OpjStream stream = open_target(target);
     if (!is_ready || !opj_start_compress(codec.get(), picture.get(), stream.get()) ||

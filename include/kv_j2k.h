@@ -98,16 +98,19 @@ KV_J2K_API const char* kv_j2k_get_error_text(void* codec);
 /**
  * Limits the work that a codestream may ask for, so that a hostile one can't take memory or time
  * out of proportion. The work is counted in samples: those decoded or those delivered, whichever
- * are more, plus a charge for tiles, precincts, code-blocks and packets. (One unit is about 8 bytes
- * of memory and, on one core, at most about 100 ns.) Work up to `free` is always allowed, work
+ * are more, plus a charge for tiles, precincts, code-blocks and packets. One unit is about two
+ * bytes of memory, besides 300 MB for the part of the picture that is being decoded. Where the
+ * codestream holds no data for a sample it takes some 10 ns of one core; data take longer, at most
+ * about 150 ns for each sample and 0.3 ms for each byte. Work up to `free` is always allowed, work
  * beyond `max` never, and in between the codestream must have one byte for every `max_per_byte` of
- * it. Each codestream is judged for itself (kv_j2k_get_work).
+ * it. Each codestream is judged for itself, and each decoding of a part of it (kv_j2k_get_work).
  *
  * For each argument 0 stands for the default.
- *   max            default 2^28 (268 435 456; an RGB picture of 9400 x 9400)
+ *   max            default 2^29 (536 870 912; an RGB picture of 13 000 x 13 000)
  *   max_per_byte   default 4096
- *   free           default 2^25 (33 554 432)
- * Takes effect at the next kv_j2k_set_input_image and at the next decoding. Returns 0; 2.
+ *   free           default 2^27 (134 217 728; an RGB picture of 6 500 x 6 500)
+ * Takes effect at the next kv_j2k_set_input_image and at the next decoding. The error text of a
+ * refusal tells the work asked for, what is allowed, and the setting to change. Returns 0; 2.
  */
 KV_J2K_API int32_t kv_j2k_set_limits(void* codec, uint64_t max, uint64_t max_per_byte,
                                      uint64_t free);

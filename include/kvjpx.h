@@ -233,7 +233,9 @@ enum kv_jpx_finding_kind {
   /** A box that stands where the standard does not put it. */
   KV_JPX_FINDING_MISPLACED = 7,
   /** Met when writing: a fragment whose bytes have changed, so that it could not follow them. */
-  KV_JPX_FINDING_FRAGMENT = 8
+  KV_JPX_FINDING_FRAGMENT = 8,
+  /** Met when decoding: an image larger than kv_jpx_set_decode_limits allows. */
+  KV_JPX_FINDING_IMAGE_SIZE = 9
 };
 
 /** Something that a strict reader would refuse. */
@@ -506,14 +508,56 @@ KV_JPX_API int32_t kv_jpx_set_input_jpx_quality_level(kv_jpx_context* context, i
 KV_JPX_API int32_t kv_jpx_set_output_type(kv_jpx_context* context, int32_t type);
 
 /**
+ * Bounds the image that decoding composes (ISO/IEC 15444-1, I.5.3.1: what the image header says),
+ * of which the library itself allocates a byte for each sample, whatever the codestreams hold.
+ *
+ * max_samples     width x height x components after region and resolution level; 0: no bound.
+ * max_components  0: no bound.
+ * A new context has no bounds. An image beyond one is not decoded; the output functions answer 3.
+ * Returns 0.
+ */
+KV_JPX_API int32_t kv_jpx_set_decode_limits(kv_jpx_context* context, uint64_t max_samples,
+                                            uint32_t max_components);
+
+/** What came of a decoding. */
+typedef struct kv_jpx_decode_report {
+  /** sizeof(kv_jpx_decode_report), set by the caller. */
+  uint32_t size;
+  /** Codestreams that the codec delivered samples of. */
+  uint32_t delivered;
+  /** Codestreams that the codec answered with an error for; their places were left as they were. */
+  uint32_t failed;
+  /** Codestreams that were not needed, are empty, or are too long to hand over (4 GiB). */
+  uint32_t skipped;
+  /** Identifier of the first codestream box that failed; KV_JPX_ROOT when none did. */
+  uint32_t failed_box_id;
+  /** The codec's answer for that codestream (kv_j2k_error in kv_j2k.h); 0 when none failed. */
+  int32_t codec_code;
+  /** The codec's answer when the composed image was put into the output type; 0 for success. */
+  int32_t output_code;
+  /** A sentence in English about the first failure, "" when there was none; the context's, until
+   * the next call that hands out a text. */
+  const char* text;
+} kv_jpx_decode_report;
+
+/**
+ * Tells what came of the last decoding on this context (kv_jpx_get_output_image and
+ * kv_jpx_get_output_image_file with a decoded type), also of one that failed. Those functions
+ * answer 0 whatever the codec says of codestreams. All zero when nothing has been decoded, or there
+ * is no codec.
+ * Returns 0; 3 for a null out or a wrong size.
+ */
+KV_JPX_API int32_t kv_jpx_get_decode_report(kv_jpx_context* context, kv_jpx_decode_report* out);
+
+/**
  * Delivers the output in memory.
  *
  * data    points to a null pointer: the library allocates the output, which the caller releases
  * with kv_jpx_free. With KV_JPX_OUTPUT_JPX it may point to a buffer of *length bytes instead.
  * length  receives the output's size in bytes.
- * Returns 0; 3 for a null data or length; 5 when the caller's buffer is too small (the needed size
- * is written back); 8; (ending) 5 when a box renders more bytes than its length says, 18, 102 or
- * 999 when the input can no longer be read.
+ * Returns 0; 3 for a null data or length, and for an image beyond kv_jpx_set_decode_limits; 5 when
+ * the caller's buffer is too small (the needed size is written back); 8; (ending) 5 when a box
+ * renders more bytes than its length says, 18, 102 or 999 when the input can no longer be read.
  */
 KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data, uint64_t* length);
 
@@ -528,7 +572,8 @@ KV_JPX_API int32_t kv_jpx_get_output_image(kv_jpx_context* context, void** data,
  * and pipes are written to; opening a pipe waits for its reader. A new file is removed again when
  * it fails.
  *
- * Returns 0; 8; 100 when the file cannot be opened for writing or created; 102 when writing fails
+ * Returns 0; 3 for an image beyond kv_jpx_set_decode_limits, and then no file is touched; 8; 100
+ * when the file cannot be opened for writing or created; 102 when writing fails
  * (a full disk, say) before the old content was touched; (ending) 102 when it fails later, 1 when
  * memory is short, 18, 102 or 999 when the input can no longer be read. A decoded image is written
  * by the codec (by libkvj2k in the same way); one that it cannot write is answered with 100 or 102,

@@ -1163,6 +1163,17 @@ struct finding {
   std::string text;    /**< a sentence in English */
 };
 
+/** What came of a decoding; as kv_jpx_decode_report. Owns its sentence. */
+struct decode_report {
+  uint32_t delivered = 0;  /**< codestreams that the codec delivered samples of */
+  uint32_t failed = 0;     /**< codestreams that the codec answered with an error for */
+  uint32_t skipped = 0;    /**< codestreams that were not needed or could not be handed over */
+  box failed_box;          /**< the first that failed; no box when none did */
+  int32_t codec_code = 0;  /**< the codec's answer for it */
+  int32_t output_code = 0; /**< the codec's answer for the output */
+  std::string text;        /**< about the first failure, in English; empty when there was none */
+};
+
 /** Goes over findings. A step takes constant time. */
 class finding_iterator {
  public:
@@ -1299,6 +1310,23 @@ class document {
   result<void> save(const std::string& path) const { return save(path.c_str()); }
   /** The same in one block. */
   result<block> save_to_memory() const { return output(KV_JPX_OUTPUT_JPX); }
+
+  /** Bounds the image that decoding composes, as kv_jpx_set_decode_limits: 0 is no bound. An output
+   *  beyond it fails with JPX_ERR_INVALID_ARGUMENT. */
+  void set_decode_limits(uint64_t max_samples, uint32_t max_components = 0) {
+    kv_jpx_set_decode_limits(context(), max_samples, max_components);
+  }
+  /** What came of the last decoding. output and write succeed whatever the codec says of
+   *  codestreams. */
+  decode_report last_decoding() const {
+    kv_jpx_decode_report report = {};
+    report.size = sizeof report;
+    if (kv_jpx_get_decode_report(context(), &report) != JPX_OK) return {};
+    return {report.delivered,  report.failed,
+            report.skipped,    report.failed != 0 ? box(state_.get(), report.failed_box_id) : box(),
+            report.codec_code, report.output_code,
+            report.text};
+  }
 
   /** The output in one of the types of kv_jpx_set_output_type, a decoded picture, say; empty when
    *  it cannot be made. Region, resolution and quality are set through context(). A type that there

@@ -9,6 +9,7 @@
 
 #include "api/codec.h"
 #include "api/geometry.h"
+#include "api/lookup.h"
 #include "box/super.h"
 #include "kvjpx.h"
 
@@ -84,7 +85,26 @@ uint64_t plane_bytes(Environment* env, const Composition& image, uint64_t planes
   return size;
 }
 
-void prepare_image(Decoding* decoding) {
+// Notes what is wrong with an image that is larger than the caller allows.
+bool is_allowed(Decoding* decoding, uint64_t planes) {
+  Context& context = *decoding->context;
+  uint64_t samples;
+  if (!has_size(decoding->image, planes, &samples)) samples = UINT64_MAX;
+  const bool fits = (context.most_samples == 0 || samples <= context.most_samples) &&
+                    (context.most_components == 0 || planes <= context.most_components);
+  if (!fits) {
+    const Box* const header = find_first(context, code("ihdr"));
+    context.at = {KV_JPX_FINDING_IMAGE_SIZE,
+                  code("ihdr"),
+                  header != nullptr ? header->id : kRoot,
+                  kNoOffset,
+                  {samples, planes}};
+  }
+  return fits;
+}
+
+// False for an image that is not allowed.
+bool prepare_image(Decoding* decoding) {
   const Context& context = *decoding->context;
   Environment* const env = &decoding->context->environment;
   Box* const header = find_first(context, code("ihdr"));
@@ -97,19 +117,26 @@ void prepare_image(Decoding* decoding) {
                          reduction_of(context.resolution_level, context.resolution_flag));
   image.planes = static_cast<uint32_t>(field_of(header, JPX_FIELD_IHDR_NC, 0));
   decoding->components = image.planes;
+  if (!is_allowed(decoding, image.planes)) return false;
   image.samples =
       static_cast<uint8_t*>(allocate_zeroed(env, plane_bytes(env, image, image.planes)));
+  return true;
+}
+
+// Of a codestream's answers the first that is none of success is kept.
+void note_answer(int32_t* kept, int32_t answer) {
+  if (*kept == 0) *kept = answer;
 }
 
 // Hands the payload to the codec, which keeps what it needs. False when there is nothing to hand.
-bool give_payload(Decoding* decoding, Box* box) {
+bool give_payload(Decoding* decoding, Box* box, int32_t* answer) {
   Environment* const env = &decoding->context->environment;
   uint64_t length = 0;
   box->get_field_count(box, JPX_FIELD_JP2C_DATA, &length, nullptr);
   if (length == 0 || length > kMaxPayload) return false;
   void* payload = nullptr;
   box->get_buffer_field(box, env, JPX_FIELD_JP2C_DATA, nullptr, nullptr, &payload);
-  kv_j2k_set_input_image(decoding->codec, payload, static_cast<uint32_t>(length));
+  *answer = kv_j2k_set_input_image(decoding->codec, payload, static_cast<uint32_t>(length));
   JPX_SafeFreeInternal(env, payload);
   return true;
 }
@@ -137,14 +164,14 @@ void set_levels(const Decoding& decoding) {
 
 // Decodes the part of a codestream that the region needs into the composed image; later codestreams
 // overwrite earlier ones.
-void decode_part(Decoding* decoding, const Codestream& stream, void** decoded) {
+void decode_part(Decoding* decoding, const Codestream& stream, void** decoded, int32_t* answer) {
   const Composition& image = decoding->image;
   const Rectangle part = needed_part(image, stream);
   kv_j2k_set_input_j2k_region_level(decoding->codec, part.left, part.top, part.right, part.bottom);
   set_levels(*decoding);
   kv_j2k_set_output_type(decoding->codec, kRawPlanes);
   uint32_t length = 0;
-  kv_j2k_get_output_image(decoding->codec, decoded, &length);
+  note_answer(answer, kv_j2k_get_output_image(decoding->codec, decoded, &length));
   if (*decoded == nullptr) return;
   copy_into_image(image, stream, delivery_of(image, stream, part, *decoded, length));
 }
@@ -156,6 +183,17 @@ Box* take_codestream(Decoding* decoding) {
   return codestreams.boxes[decoding->next_codestream++];
 }
 
+// Counts a codestream by the codec's answer.
+void note_codestream(Context& context, const Box* box, int32_t answer, bool is_delivered) {
+  DecodeRecord& record = context.decoded;
+  if (answer == 0) {
+    record.delivered += is_delivered ? 1 : 0;
+  } else if (record.failed++ == 0) {
+    record.codec_code = answer;
+    record.failed_at = place_of(context, box);
+  }
+}
+
 // Decodes the next codestream to the place given. Kept for compatibility: an instruction that
 // begins behind the region is skipped without using up its codestream, which the next instruction
 // then takes. Without it, that instruction would show the codestream after.
@@ -163,9 +201,13 @@ void compose(Decoding* decoding, Codestream stream) {
   void* decoded = nullptr;
   if (!begins_behind_region(decoding->image, stream)) {
     Box* const box = take_codestream(decoding);
-    if (box != nullptr && give_payload(decoding, box)) {
+    int32_t answer = 0;
+    if (box != nullptr && give_payload(decoding, box, &answer)) {
       describe(decoding, &stream);
-      if (!ends_before_region(decoding->image, stream)) decode_part(decoding, stream, &decoded);
+      if (!ends_before_region(decoding->image, stream)) {
+        decode_part(decoding, stream, &decoded, &answer);
+      }
+      note_codestream(*decoding->context, box, answer, decoded != nullptr);
     }
   }
   kv_j2k_free(decoding->codec, decoded);
@@ -209,9 +251,10 @@ void sort_by_identifier(const Codestreams& codestreams) {
 }
 
 void compose_all(Decoding* decoding) {
-  const Context& context = *decoding->context;
+  Context& context = *decoding->context;
   Codestreams& codestreams = decoding->codestreams;
   const uint32_t count = jpx_count_boxes_of_type(context.root, kCodestream);
+  context.decoded.codestreams = count;
   if (count == 0) return;
   codestreams.boxes = static_cast<Box**>(
       allocate(&decoding->context->environment, uint64_t{count} * sizeof(void*)));
@@ -225,11 +268,12 @@ void compose_all(Decoding* decoding) {
 }
 
 // The codec reads as many planes as the codestream described last has; the image gets empty ones if
-// its header promised fewer.
-void hand_over_image(Decoding* decoding) {
+// its header promised fewer. False for an image that is not allowed.
+bool hand_over_image(Decoding* decoding) {
   Environment* const env = &decoding->context->environment;
   Composition& image = decoding->image;
   if (decoding->components > image.planes) {
+    if (!is_allowed(decoding, decoding->components)) return false;
     const uint64_t held = plane_bytes(env, image, image.planes);
     const uint64_t needed = plane_bytes(env, image, decoding->components);
     image.samples = static_cast<uint8_t*>(reallocate(env, image.samples, needed));
@@ -239,17 +283,24 @@ void hand_over_image(Decoding* decoding) {
       decoding->codec, image.samples, static_cast<uint32_t>(image.out_height),
       static_cast<uint32_t>(image.out_width), decoding->components, kRawBits, 0);
   kv_j2k_set_output_type(decoding->codec, decoding->context->output_type);
+  return true;
 }
 
-// From the input to an image in the codec's hands. Without a codec there is nothing to do.
+bool compose_image(Decoding* decoding) {
+  if (!prepare_image(decoding)) return false;
+  if (decoding->codec == nullptr) return true;
+  compose_all(decoding);
+  return hand_over_image(decoding);
+}
+
+// From the input to an image in the codec's hands. Without a codec there is nothing to do. Null for
+// an image that is not allowed.
 Decoding* decode(Context& context) {
+  context.decoded = {};
   Decoding* const decoding = begin(context);
-  prepare_image(decoding);
-  if (decoding->codec != nullptr) {
-    compose_all(decoding);
-    hand_over_image(decoding);
-  }
-  return decoding;
+  if (compose_image(decoding)) return decoding;
+  end(decoding);
+  return nullptr;
 }
 
 // Fetches the final output: its length first, then its bytes. The block that comes in serves as the
@@ -258,7 +309,10 @@ Decoding* decode(Context& context) {
 void* fetch_output(Decoding* decoding, void* block, uint64_t* length) {
   Environment* const env = &decoding->context->environment;
   uint32_t needed = 0;
-  if (decoding->codec != nullptr) kv_j2k_get_output_image(decoding->codec, &block, &needed);
+  if (decoding->codec != nullptr) {
+    decoding->context->decoded.output_code =
+        kv_j2k_get_output_image(decoding->codec, &block, &needed);
+  }
   JPX_SafeFreeInternal(env, block);
   *length = 0;
   if (needed == 0) return nullptr;
@@ -273,6 +327,7 @@ void* fetch_output(Decoding* decoding, void* block, uint64_t* length) {
 
 int32_t decode_to_memory(Context& context, void** data, uint64_t* length) {
   Decoding* const decoding = decode(context);
+  if (decoding == nullptr) return JPX_ERR_INVALID_ARGUMENT;
   if (*data != nullptr && *length == 0) {
     *length = 1;
     end(decoding);
@@ -287,8 +342,10 @@ int32_t decode_to_memory(Context& context, void** data, uint64_t* length) {
 
 int32_t decode_to_file(Context& context, const char* path) {
   Decoding* const decoding = decode(context);
+  if (decoding == nullptr) return JPX_ERR_INVALID_ARGUMENT;
   int32_t result = JPX_OK;
   if (decoding->codec != nullptr) result = kv_j2k_get_output_image_file(decoding->codec, path);
+  context.decoded.output_code = result;
   end(decoding);
   // Of all that a codec may answer, only a file that could not be made or filled is the caller's
   // business.

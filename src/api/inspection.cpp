@@ -49,6 +49,23 @@ int32_t kv_jpx_get_finding(kv_jpx_context* context, uint32_t index, kv_jpx_findi
   });
 }
 
+int32_t kv_jpx_get_decode_report(kv_jpx_context* context, kv_jpx_decode_report* out) {
+  return guarded(context, [&](Context& live) -> int32_t {
+    if (out == nullptr || out->size != sizeof(*out)) return JPX_ERR_INVALID_ARGUMENT;
+    const DecodeRecord& record = live.decoded;
+    describe_decoding(record, live.report, sizeof(live.report));
+    *out = {sizeof(*out),
+            record.delivered,
+            record.failed,
+            record.codestreams - record.delivered - record.failed,
+            record.failed == 0 ? kRoot : record.failed_at.box_id,
+            record.codec_code,
+            record.output_code,
+            live.report};
+    return JPX_OK;
+  });
+}
+
 const char* kv_jpx_get_error_text(int32_t code) {
   switch (code) {
     case JPX_OK:

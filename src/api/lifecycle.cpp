@@ -121,6 +121,15 @@ int32_t kv_jpx_set_input_jpx_resolution_level(kv_jpx_context* context, int16_t l
   });
 }
 
+int32_t kv_jpx_set_decode_limits(kv_jpx_context* context, uint64_t max_samples,
+                                 uint32_t max_components) {
+  return guarded(context, [&](Context& live) -> int32_t {
+    live.most_samples = max_samples;
+    live.most_components = max_components;
+    return JPX_OK;
+  });
+}
+
 int32_t kv_jpx_set_input_jpx_quality_level(kv_jpx_context* context, int16_t level) {
   return guarded(context, [&](Context& live) -> int32_t {
     if (level < 1) return JPX_ERR_INVALID_ARGUMENT;

@@ -31,12 +31,14 @@ inline BoxEntry* entry_of_box(Context& context, const Box* box) {
   return index_entry(context.index, box->id);
 }
 
-// Says which box the call is about, for kv_jpx_get_last_error.
-inline void note_place(Context& context, const Box* box) {
+inline Trouble place_of(Context& context, const Box* box) {
   const BoxEntry* const entry = entry_of_box(context, box);
   const bool is_read = entry != nullptr && entry->header_length != 0;
-  context.at = {0, box->type, box->id, is_read ? entry->offset : kNoOffset, {0, 0}};
+  return {0, box->type, box->id, is_read ? entry->offset : kNoOffset, {0, 0}};
 }
+
+// Says which box the call is about, for kv_jpx_get_last_error.
+inline void note_place(Context& context, const Box* box) { context.at = place_of(context, box); }
 
 // Runs body(context, box) on the box with the identifier; 3 when there is none.
 template <class Body>

@@ -4,6 +4,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include "kv_j2k.h"
+
 namespace kvjpx {
 namespace {
 
@@ -48,6 +50,27 @@ void append_box(Text* text, const Trouble& trouble) {
   append(text, "box ");
   append_type(text, trouble.box_type);
   append(text, " at offset %llu", printable(trouble.offset));
+}
+
+const char* words_of_codec(int32_t code) {
+  switch (code) {
+    case KV_J2K_ERR_MEMORY:
+      return "not enough memory";
+    case KV_J2K_ERR_BROKEN_CODESTREAM:
+      return "the codestream is broken or cut off";
+    case KV_J2K_ERR_LIMIT:
+      return "more work than the codec's limits allow";
+    case KV_J2K_ERR_UNSUPPORTED:
+      return "the output type cannot hold this picture";
+    case KV_J2K_ERR_NOTHING_TO_WRITE:
+      return "there is nothing to write";
+    case KV_J2K_ERR_OPEN_FILE:
+      return "the file cannot be opened";
+    case KV_J2K_ERR_FILE_IO:
+      return "writing failed";
+    default:
+      return "an error of its own";
+  }
 }
 
 }  // namespace
@@ -97,9 +120,27 @@ void describe_trouble(const Trouble& trouble, int32_t code, char* place, size_t 
       append(&text, " has a fragment at offset %llu, of %llu bytes, that have changed", first,
              second);
       break;
+    case KV_JPX_FINDING_IMAGE_SIZE:
+      append(&text, "the image has %llu samples in %llu components, more than the limits allow",
+             first, second);
+      break;
     default:
       append(&text, "%s", kv_jpx_get_error_text(code));
       append_place(&text, trouble);
+  }
+}
+
+void describe_decoding(const DecodeRecord& record, char* place, size_t size) {
+  Text text = {place, size};
+  place[0] = 0;
+  if (record.failed != 0) {
+    append(&text, "the codestream");
+    append_place(&text, record.failed_at);
+    append(&text, " cannot be decoded: the codec answers %d, %s", record.codec_code,
+           words_of_codec(record.codec_code));
+  } else if (record.output_code != 0) {
+    append(&text, "the image cannot be delivered: the codec answers %d, %s", record.output_code,
+           words_of_codec(record.output_code));
   }
 }
 

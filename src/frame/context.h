@@ -24,6 +24,16 @@ struct Trouble {
 constexpr Trouble kNoTrouble = {0, kRoot, kRoot, kNoOffset, {0, 0}};
 
 constexpr size_t kReportSize = 200;
+
+// What came of a decoding (kv_jpx_get_decode_report).
+struct DecodeRecord {
+  uint32_t codestreams;
+  uint32_t delivered;
+  uint32_t failed;
+  int32_t codec_code;  // of the first that failed
+  int32_t output_code;
+  Trouble failed_at;
+};
 }  // namespace kvjpx
 
 struct kv_jpx_context {
@@ -46,6 +56,9 @@ struct kv_jpx_context {
   kvjpx::Trouble failed_at;         // and where
   char report[kvjpx::kReportSize];  // the text handed out last
   int32_t keeps_everything;         // of inputs from now on
+  uint64_t most_samples;            // of a composed image; 0: no bound
+  uint32_t most_components;         // likewise
+  kvjpx::DecodeRecord decoded;      // of the last decoding
 };
 
 static_assert(offsetof(kv_jpx_context, environment) == 8, "the environment follows the magic word");

@@ -108,6 +108,60 @@ TEST_F(DecodingTest, CodestreamsAreTakenInTheOrderOfTheirIdentifiers) {
   }
 }
 
+TEST_F(DecodingTest, ReportsWhatCameOfIt) {
+  const auto report = [&](kv_jpx_decode_report expected) {
+    kv_jpx_decode_report told = {};
+    EXPECT_EQ(kv_jpx_get_decode_report(document_.get(), &told), JPX_ERR_INVALID_ARGUMENT);
+    told.size = sizeof told;
+    EXPECT_EQ(kv_jpx_get_decode_report(document_.get(), &told), JPX_OK);
+    EXPECT_EQ(told.delivered * 100 + told.failed * 10 + told.skipped,
+              expected.delivered * 100 + expected.failed * 10 + expected.skipped);
+    EXPECT_EQ(told.failed_box_id, expected.failed_box_id);
+    EXPECT_EQ(told.codec_code, expected.codec_code);
+    EXPECT_EQ(told.output_code, expected.output_code);
+    EXPECT_STREQ(told.text, expected.text);
+  };
+  report({0, 0, 0, 0, KV_JPX_ROOT, 0, 0, ""});
+  // The third is put behind the region.
+  document_.load(
+      composition({2, 1, 1}, {{2, 1, 1, 4}, {2, 1, 1, 4}, {2, 1, 1, 4}}, {{0, 0}, {0, 0}, {9, 0}}));
+  decode();
+  report({0, 2, 0, 1, KV_JPX_ROOT, 0, 0, ""});
+  codec().answer = 18;
+  decode();
+  uint32_t id = 0;
+  kv_jpx_get_next_box_id_by_type(document_.get(), type_code("jp2c"), 0, &id);
+  report({0, 0, 2, 1, id, 18, 18,
+          "the codestream in box 'jp2c' at offset 90 cannot be decoded: the codec answers 18, the "
+          "codestream is "
+          "broken or cut off"});
+}
+
+TEST_F(DecodingTest, ImagesBeyondTheLimitsAreRefused) {
+  const struct {
+    uint64_t samples;
+    uint32_t components;
+    int32_t code;
+  } limits[] = {{0, 0, 0}, {12, 3, 0}, {11, 0, 3}, {0, 2, 3}};
+  // The codestream has more components than the image header tells.
+  for (const Size& size : {Size{2, 2, 3}, Size{2, 2, 1}}) {
+    document_.load(composition(size, {{2, 2, 3, 5}}));
+    for (const auto& [samples, components, code] : limits) {
+      kv_jpx_set_decode_limits(document_.get(), samples, components);
+      void* data = nullptr;
+      uint64_t length = 0;
+      EXPECT_EQ(kv_jpx_get_output_image(document_.get(), &data, &length), code);
+      if (data != nullptr) kv_jpx_free(document_.get(), data);
+      EXPECT_EQ(kv_jpx_get_output_image_file(document_.get(), "a.png"), code);
+    }
+  }
+  kv_jpx_error_info error = {};
+  error.size = sizeof error;
+  kv_jpx_get_last_error(document_.get(), &error);
+  EXPECT_STREQ(error.text, "the image has 12 samples in 3 components, more than the limits allow");
+  EXPECT_EQ(error.box_type, type_code("ihdr"));
+}
+
 TEST_F(DecodingTest, FailingCodecGivesAnEmptyImage) {
   document_.load(composition({2, 2, 1}, {{2, 2, 1, 5}}));
   codec().answer = 1;  // every verdict is ignored; what is delivered counts

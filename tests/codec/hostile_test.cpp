@@ -110,7 +110,7 @@ TEST(Hostile, LimitsAreASetting) {
   kv_j2k_get_work(codec, &work);
   EXPECT_EQ(work, 0u);
   // A large picture is decoded in parts.
-  kv_j2k_set_limits(codec, 100000, 0, 0);
+  kv_j2k_set_limits(codec, 500000, 0, 0);
   EXPECT_EQ(decode(codec, encode(Recipe({0, 0, 600, 600}))), KV_J2K_ERR_LIMIT);
   codec.set_region({300, 300, 350, 350});
   EXPECT_EQ(codec.output().size(), 3u * 50 * 50);

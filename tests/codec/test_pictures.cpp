@@ -55,6 +55,7 @@ Bytes encode(const Recipe& recipe) {
   parameters.cp_disto_alloc = 1;
   parameters.tcp_numlayers = std::max(1, static_cast<int>(recipe.rates.size()));
   std::copy(recipe.rates.begin(), recipe.rates.end(), parameters.tcp_rates);
+  parameters.irreversible = recipe.is_irreversible;
   parameters.numresolution = recipe.levels + 1;
   parameters.image_offset_x0 = static_cast<int>(recipe.area.left);
   parameters.image_offset_y0 = static_cast<int>(recipe.area.top);

@@ -23,6 +23,7 @@ struct Recipe {
   bool is_signed = false;
   bool is_smooth = false;                      // so that filters leave it as it is
   std::vector<uint32_t> spacings = {1, 1, 1};  // one component each
+  bool is_irreversible = false;
   int levels = 3;
   int tile = 0;              // 0: one tile
   std::vector<float> rates;  // one layer each; none: one lossless layer
