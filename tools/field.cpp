@@ -272,9 +272,10 @@ void Field::set(const std::string& value) const {
 void Field::set_integer(const std::string& text) const {
   std::optional<uint64_t> value = parse_signed_number(text);
   if (!value) value = value_of_name(info_.key, text);
-  if (!value && info_.width == 4) value = parse_code(text);
+  const std::vector<std::string_view> names = value_names(info_.key);
+  const bool takes_code = info_.width == 4 && (names.empty() || is_code_field(info_.key));
+  if (!value && takes_code) value = parse_code(text);
   if (!value) {
-    const std::vector<std::string_view> names = value_names(info_.key);
     Suggestion suggestion(text);
     for (const std::string_view name : names) suggestion.consider(name);
     throw Failure(kEditRefused, place() + ": '" + text + "' is not a number" +
