@@ -12,9 +12,9 @@
 namespace kvj2k {
 namespace {
 
-// Of a larger picture no more samples than these are decoded at a time: OpenJPEG's take four bytes
-// each, and more on the way.
-constexpr uint64_t kMostSamplesAtOnce = uint64_t{1} << 25;
+// Of a large picture a quarter of the work that is always allowed is decoded at a time, but no less
+// than this: OpenJPEG's samples take four bytes each, and more on the way.
+constexpr uint64_t kLeastSamplesAtOnce = uint64_t{1} << 22;
 
 // One direction of the work: what to decode, and what to make of it.
 struct AxisPlan {
@@ -149,7 +149,8 @@ class Decoding {
   }
 
   Cost part_count() const {
-    return std::ceil(decoded_samples() / static_cast<Cost>(kMostSamplesAtOnce));
+    const uint64_t at_once = std::max(settings_.limits.free / 4, kLeastSamplesAtOnce);
+    return std::ceil(decoded_samples() / static_cast<Cost>(at_once));
   }
 
   void fill_rows(const opj_image_t& decoded, size_t first_row, Image& picture) const {

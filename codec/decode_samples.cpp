@@ -18,6 +18,8 @@ namespace {
 // Fewer samples are decoded before a second thread has started.
 constexpr uint64_t kSamplesForThreads = uint64_t{1} << 16;
 constexpr size_t kMostRangesInWords = 20;
+// A decoder that is there already reads headers of packets again, but makes nothing anew.
+constexpr Cost kReuseDiscount = 4;
 
 // A part of the work: a tile's, or that of all tiles where they can't be taken apart.
 struct Unit {
@@ -137,15 +139,23 @@ class SampleDecoding {
     }
     const Area& area = request_.area;
     const uint32_t across = header_.x.tile_count();
-    for (uint32_t row = header_.y.tile_index(area.y.begin);
-         row <= header_.y.tile_index(area.y.end - 1); ++row) {
-      for (uint32_t column = header_.x.tile_index(area.x.begin);
-           column <= header_.x.tile_index(area.x.end - 1); ++column) {
+    const Span rows = tiles_touched(header_.y, area.y);
+    const Span columns = tiles_touched(header_.x, area.x);
+    // The plan itself takes memory for each tile and component.
+    const Cost tiles = static_cast<Cost>(rows.size() * columns.size());
+    input_.limits.check(tiles * (header_.opening_cost + header_.tile_cost) / kReuseDiscount,
+                        input_.codestream.length);
+    for (auto row = static_cast<uint32_t>(rows.begin); row < rows.end; ++row) {
+      for (auto column = static_cast<uint32_t>(columns.begin); column < columns.end; ++column) {
         const uint32_t tile = row * across + column;
         const Area whole = tile_area(header_, tile);
         add_unit(tile, false, {whole.x.intersected(area.x), whole.y.intersected(area.y)});
       }
     }
+  }
+
+  static Span tiles_touched(const GridAxis& axis, const Span& span) {
+    return {axis.tile_index(span.begin), uint64_t{axis.tile_index(span.end - 1)} + 1};
   }
 
   void add_unit(uint32_t tile, bool is_of_all_tiles, const Area& area) {
@@ -159,7 +169,7 @@ class SampleDecoding {
     }
     if (components.empty()) return;
     if (header_.has_component_transform || components.size() == header_.components.size()) {
-      components.clear();
+      components = {};
       extend_to_all_components(unit);
     }
     unit.settings.reduction = request_.reduction;
@@ -233,15 +243,14 @@ class SampleDecoding {
     return samples;
   }
 
-  // Headers of packets are read again by a decoder that is there already, but nothing is made anew.
   Cost cost() const {
     Cost cost = 0;
     for (const Unit& unit : units_) {
       const Cost records = unit.is_of_all_tiles
                                ? header_.base_cost + header_.tile_count() * header_.tile_cost
                                : header_.opening_cost + header_.tile_cost;
-      cost +=
-          static_cast<Cost>(samples_of(unit)) + (unit.decoder != nullptr ? records / 4 : records);
+      cost += static_cast<Cost>(samples_of(unit)) +
+              (unit.decoder != nullptr ? records / kReuseDiscount : records);
     }
     return cost;
   }

@@ -99,11 +99,12 @@ KV_J2K_API const char* kv_j2k_get_error_text(void* codec);
  * Limits the work that a codestream may ask for, so that a hostile one can't take memory or time
  * out of proportion. The work is counted in samples: those decoded or those delivered, whichever
  * are more, plus a charge for tiles, precincts, code-blocks and packets. One unit is about two
- * bytes of memory, besides 300 MB for the part of the picture that is being decoded. Where the
- * codestream holds no data for a sample it takes some 10 ns of one core; data take longer, at most
- * about 150 ns for each sample and 0.3 ms for each byte. Work up to `free` is always allowed, work
- * beyond `max` never, and in between the codestream must have one byte for every `max_per_byte` of
- * it. Each codestream is judged for itself, and each decoding of a part of it (kv_j2k_get_work).
+ * bytes of memory, besides three times `free` at most for the part of the picture that is being
+ * decoded. Where the codestream holds no data for a sample it takes some 10 ns of one core; data
+ * take longer, at most about 150 ns for each sample and 0.3 ms for each byte. Work up to `free` is
+ * always allowed, work beyond `max` never, and in between the codestream must have one byte for
+ * every `max_per_byte` of it. Each codestream is judged for itself, and each decoding of a part of
+ * it (kv_j2k_get_work).
  *
  * For each argument 0 stands for the default.
  *   max            default 2^29 (536 870 912; an RGB picture of 13 000 x 13 000)

@@ -92,6 +92,18 @@ TEST(Decode, FewerLevelsThanAskedForAreAveraged) {
   EXPECT_EQ(codec.output().size(), 3u) << "31 halvings leave one sample a component";
 }
 
+// More samples than are decoded at a time with these limits.
+TEST(Decode, LargePicturesInParts) {
+  constexpr uint32_t kSide = 2500;
+  Bytes samples(size_t{kSide} * kSide, 90);
+  for (size_t i = 0; i < samples.size(); i += 10007) samples[i] = static_cast<uint8_t>(i);
+  Codec codec;
+  kv_j2k_set_limits(codec, 0, 0, 1);
+  codec.set_raw(samples, kSide, kSide, 1);
+  codec.set_input(codec.output(KV_J2K_OUTPUT_J2K));
+  EXPECT_TRUE(codec.output(KV_J2K_OUTPUT_PLANES) == samples);
+}
+
 TEST(Decode, QualityLayersBringThePictureNearer) {
   Recipe recipe;
   recipe.rates = {20, 8, 1};
