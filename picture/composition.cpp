@@ -271,9 +271,9 @@ FrameRows::FrameRows(const File& file, const CompositionPlan& plan, size_t frame
                      const Rectangle& wanted, const Effort& effort, Notes& notes) {
   format_ = plan.format();
   if (wanted.left >= format_.width || wanted.top >= format_.height) {
-    throw Error(Error::Kind::kNoSuchPart, "the region lies outside the image of " +
-                                              std::to_string(format_.width) + " x " +
-                                              std::to_string(format_.height));
+    throw Error(Error::Kind::kUndecodable, "the region lies outside the image of " +
+                                               std::to_string(format_.width) + " x " +
+                                               std::to_string(format_.height));
   }
   Rectangle region = wanted;
   region.right = std::min<uint64_t>(region.right, format_.width);

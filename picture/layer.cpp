@@ -272,9 +272,9 @@ void LayerRows::set_colours(const LayerHeader& header, bool is_bare) {
 
 void LayerRows::set_region(const Rectangle& region, uint32_t reduction) {
   if (region.left >= whole_width_ || region.top >= whole_height_) {
-    throw Error(Error::Kind::kNoSuchPart, "the region lies outside the image of " +
-                                              std::to_string(whole_width_) + " x " +
-                                              std::to_string(whole_height_));
+    throw Error(Error::Kind::kUndecodable, "the region lies outside the image of " +
+                                               std::to_string(whole_width_) + " x " +
+                                               std::to_string(whole_height_));
   }
   const uint64_t right = std::min(region.right, whole_width_);
   const uint64_t bottom = std::min(region.bottom, whole_height_);
@@ -286,7 +286,7 @@ void LayerRows::set_region(const Rectangle& region, uint32_t reduction) {
     format_.height = height;
   }
   if (format_.width == 0 || format_.height == 0) {
-    throw Error(Error::Kind::kNoSuchPart, "at this reduction nothing is left of the picture");
+    throw Error(Error::Kind::kUndecodable, "at this reduction nothing is left of the picture");
   }
   for (Source& source : sources_) {
     // Not so many halvings that a component is left without a sample.

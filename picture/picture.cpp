@@ -1,7 +1,7 @@
 // Puts layers, frames and conversions together.
 #include "picture.h"
 
-#include <algorithm>
+#include <cmath>
 
 #include "composition.h"
 #include "convert.h"
@@ -67,13 +67,16 @@ void Picture::State::open() {
 
 void Picture::State::check_size() const {
   const Format& format = rows->format();
-  const uint64_t samples = uint64_t{format.width} * format.height;
-  if (request.sample_limit == 0 || samples <= request.sample_limit / format.channels()) return;
-  const uint64_t millions = (samples * format.channels() + 999999) / 1000000;
+  const uint64_t frames = request.all_frames ? milliseconds.size() : 1;
+  const double samples =
+      static_cast<double>(format.row_samples()) * format.height * static_cast<double>(frames);
+  if (request.sample_limit == 0 || samples <= static_cast<double>(request.sample_limit)) return;
   throw Error(Error::Kind::kTooLarge,
-              "a picture of " + std::to_string(format.width) + " x " +
+              (frames == 1 ? "a picture" : std::to_string(frames) + " frames") +
+                  std::string(" of ") + std::to_string(format.width) + " x " +
                   std::to_string(format.height) + " with " + std::to_string(format.channels()) +
-                  " channels, " + std::to_string(millions) + " million samples, is too large");
+                  " channels, " + std::to_string(static_cast<uint64_t>(std::ceil(samples / 1e6))) +
+                  " million samples, is too large");
 }
 
 void Picture::State::open_layer(uint64_t number, bool is_codestream_alone) {

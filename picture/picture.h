@@ -30,7 +30,8 @@ struct Request {
   Rectangle region;  // in the picture at full resolution
   Effort effort;
   bool to_srgb = false;
-  uint64_t sample_limit = 0;  // of a frame; 0: none
+  bool all_frames = false;    // they are to be read one after another (select_frame)
+  uint64_t sample_limit = 0;  // of all that is to be read; 0: none
 };
 
 class Picture {
