@@ -54,7 +54,7 @@ const CompositionPlan::LayerFacts* CompositionPlan::facts_of(uint64_t layer) {
     LayerRows::Part part;
     part.number = layer;
     const LayerRows rows(file_, part, effort_, notes_);
-    facts = LayerFacts{rows.whole_width(), rows.whole_height(),
+    facts = LayerFacts{rows.whole_width(), rows.whole_height(), rows.levels(),
                        rows.needs_conversion() ? srgb_of(rows.format()) : rows.format()};
   } catch (const Error& error) {
     if (effort_.is_strict || error.kind() == Error::Kind::kMemory) throw;
@@ -81,7 +81,8 @@ std::optional<Draw> CompositionPlan::place(const Instruction& instruction, uint6
                      instruction.width.value_or(crop.width),
                      instruction.height.value_or(crop.height),
                      crop,
-                     facts->format.opacity == Opacity::kNone};
+                     facts->format.opacity == Opacity::kNone,
+                     facts->levels};
   const bool is_visible = draw.width > 0 && draw.height > 0 && crop.width > 0 && crop.height > 0 &&
                           draw.x < format_.width && draw.y < format_.height;
   if (!is_visible) return std::nullopt;
@@ -296,7 +297,7 @@ void FrameRows::place(const File& file, const Draw& draw, const Rectangle& regio
                     effort.reduction);
   if (x.count() == 0 || y.count() == 0) return;
   Effort of_layer = effort;
-  of_layer.reduction = std::min(x.layer_reduction(), y.layer_reduction());
+  of_layer.reduction = std::min({x.layer_reduction(), y.layer_reduction(), draw.levels});
   LayerRows::Part part;
   part.number = draw.layer;
   part.region = {x.needed_begin(of_layer.reduction), y.needed_begin(of_layer.reduction),

@@ -20,6 +20,7 @@ struct Draw {
   uint64_t x, y, width, height;  // in the result
   Instruction::Crop crop;        // in the layer
   bool is_opaque;
+  uint32_t levels;  // that the layer can be reduced by
 };
 
 struct FramePlan {
@@ -41,6 +42,7 @@ class CompositionPlan {
   struct LayerFacts {
     uint64_t width = 0;
     uint64_t height = 0;
+    uint32_t levels = 0;
     Format format;
   };
   // Null for a layer that can't be had.

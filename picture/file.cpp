@@ -260,7 +260,10 @@ CodestreamHeader File::codestream_header(uint64_t number) const {
   if (number < codestream_headers_.size()) read(codestream_headers_[number]);
   // A default palette is not that of a codestream with a mapping of its own.
   const bool maps_itself = !header.mapping.empty() && !header.palette;
+  const bool has_own_image = header.image.has_value();
   if (default_header_) read(default_header_);
+  // What the default says of the image is that of the first codestream.
+  if (number > 0 && !has_own_image) header.image.reset();
   const bool is_direct = std::none_of(header.mapping.begin(), header.mapping.end(),
                                       [](const Mapping& one) { return one.is_palette; });
   if (maps_itself && is_direct) header.palette.reset();

@@ -73,6 +73,9 @@ void LayerRows::add_source(const File& file, const Registration& registration, c
                     std::to_string(file.codestreams()) + ", counted from 0");
   }
   CodestreamBytes bytes = file.codestream(number);
+  if (bytes.all().empty()) {
+    throw Error(Error::Kind::kUndecodable, numbered("codestream", number) + " is not in the file");
+  }
   auto codestream = std::make_unique<Codestream>(bytes.all(), effort);
   const kv_j2k_codestream& grid = codestream->header();
   Source source{std::move(bytes),
@@ -86,13 +89,16 @@ void LayerRows::add_source(const File& file, const Registration& registration, c
                 {}};
   if (!source.bytes.is_whole) tell_damage(numbered("codestream", number) + " is not whole");
   if (uses_boxes) source.header = file.codestream_header(number);
-  compare_with_header(source);
+  if (source.header.image) compare_with_header(source);
   source.reduction = std::min(effort.reduction, grid.levels);
+  if (effort.reduction > grid.levels) {
+    notes_.add("the codestream can be halved " + std::to_string(grid.levels) +
+               " times; the rest of the reduction leaves samples out");
+  }
   sources_.push_back(std::move(source));
 }
 
 void LayerRows::compare_with_header(const Source& source) {
-  if (!source.header.image) return;
   const ImageHeader& told = *source.header.image;
   Codestream& codestream = *source.codestream;
   const uint32_t components = codestream.header().components;
@@ -460,6 +466,14 @@ void LayerRows::read(uint32_t first, uint32_t count, uint16_t* out) {
     kernel_->convert(rows.data(), format_.width, out, format_.channels());
     if (format_.opacity != Opacity::kNone) write_opacity(rows, out);
   }
+}
+
+uint32_t LayerRows::levels() const {
+  uint32_t levels = UINT32_MAX;
+  for (const Source& source : sources_) {
+    levels = std::min(levels, source.codestream->header().levels);
+  }
+  return levels;
 }
 
 uint32_t LayerRows::good_count(uint32_t first) const {

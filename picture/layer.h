@@ -64,6 +64,8 @@ class LayerRows final : public Rows {
   // Of the whole layer, in full resolution.
   uint64_t whole_width() const { return whole_width_; }
   uint64_t whole_height() const { return whole_height_; }
+  // The greatest reduction that all its codestreams have.
+  uint32_t levels() const;
   // Its samples mean nothing without a conversion through format().icc.
   bool needs_conversion() const { return space_.needs_conversion; }
   // Whether the rows that were read had at least one sample in them, as far as is known.
