@@ -52,6 +52,13 @@ Codestream::Samples Codestream::decode(const GridRectangle& part, uint32_t reduc
   kv_j2k_samples* samples = nullptr;
   const int32_t code = kv_j2k_decode_samples(codec_.get(), &request, &samples);
   Samples result(samples);
+  uint64_t work = 0;
+  if (effort_.budget != nullptr && kv_j2k_get_work(codec_.get(), &work) == KV_J2K_OK) {
+    *effort_.budget -= static_cast<double>(work);
+    if (*effort_.budget < 0) {
+      throw Error(Error::Kind::kTooLarge, "the codestreams together ask for too much work");
+    }
+  }
   if (code == KV_J2K_OK) {
     if (result->is_complete == 0) damage = result->missing;
     return result;

@@ -19,6 +19,8 @@ struct Effort {
   bool is_strict = false;   // damage is a failure, instead of a note
   uint32_t threads = 0;     // 0: as many as there are processors
   uint64_t work_limit = 0;  // samples, as kv_j2k_set_limits; 0: the codec's own
+  // What all decoding together may still cost, in the unit of kv_j2k_get_work; null: no limit.
+  double* budget = nullptr;
 };
 
 // A part of the reference grid, right and bottom exclusive.

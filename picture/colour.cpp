@@ -94,10 +94,8 @@ bool find_enumerated(const ColourBox& box, ColourSpace& space, Notes& notes) {
   };
   switch (box.space) {
     case KV_JPX_ENUMCS_BI_LEVEL:
-      space.is_bi_level = true;
       return is(Coding::kInverted, 1, Model::kGrey);
     case KV_JPX_ENUMCS_BI_LEVEL_2:
-      space.is_bi_level = true;
       return is(Coding::kDirect, 1, Model::kGrey);
     case KV_JPX_ENUMCS_GREYSCALE:
       return is(Coding::kDirect, 1, Model::kGrey);

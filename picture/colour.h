@@ -42,7 +42,6 @@ struct ColourSpace {
   uint32_t channels = 1;
   Model model = Model::kGrey;  // of what comes out
   bool is_srgb = false;
-  bool is_bi_level = false;
   std::string icc;
   std::vector<uint32_t> parameters;
   // Its samples mean nothing to other formats without a conversion through the profile.

@@ -333,7 +333,7 @@ void LayerRows::place_component(Source& source, Used& used) {
 }
 
 void LayerRows::set_format(const File& file, const LayerHeader& header, uint32_t reduction) {
-  uint32_t depth = space_.is_bi_level ? 1 : 0;
+  uint32_t depth = 1;
   std::vector<SampleDepth> depths;
   for (const size_t channel : colours_) depths.push_back(channels_[channel].depth);
   std::vector<SampleDepth> all = depths;
@@ -343,7 +343,8 @@ void LayerRows::set_format(const File& file, const LayerHeader& header, uint32_t
     notes_.add("samples of " + std::to_string(depth) + " bits keep their upper 16");
     depth = 16;
   }
-  if (space_.model == Model::kLab) depth = std::max(depth, 8U);
+  // Ranges and offsets of the box are not those of the format, so 8 bits would lose by them.
+  if (space_.model == Model::kLab) depth = 16;
   format_.depth = depth;
   format_.model = space_.model;
   format_.colours = static_cast<uint32_t>(colours_.size());

@@ -9,9 +9,16 @@
 
 namespace kvjpx_picture {
 
+// What is decoded twice at the edges of strips, and layers that lie over each other.
+constexpr double kWorkOfSample = 4;
+
 struct Picture::State {
   State(const kvjpx::document& document, std::string_view bytes, const Request& asked)
-      : file(document, bytes), request(asked) {}
+      : file(document, bytes),
+        request(asked),
+        budget(kWorkOfSample * static_cast<double>(asked.sample_limit)) {
+    if (asked.sample_limit != 0) request.effort.budget = &budget;
+  }
 
   void open();
   void open_layer(uint64_t number, bool is_codestream_alone);
@@ -21,6 +28,7 @@ struct Picture::State {
 
   File file;
   Request request;
+  double budget;
   Notes notes;
   std::unique_ptr<CompositionPlan> plan;
   std::vector<uint32_t> milliseconds = {0};

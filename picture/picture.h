@@ -30,8 +30,9 @@ struct Request {
   Rectangle region;  // in the picture at full resolution
   Effort effort;
   bool to_srgb = false;
-  bool all_frames = false;    // they are to be read one after another (select_frame)
-  uint64_t sample_limit = 0;  // of all that is to be read; 0: none
+  bool all_frames = false;  // they are to be read one after another (select_frame)
+  // Samples of all that is to be read; decoding may cost some times as much work. 0: no limit.
+  uint64_t sample_limit = 0;
 };
 
 class Picture {

@@ -105,6 +105,7 @@ void load_sample_codec() {
   find(library, "kv_j2k_destroy", codec.destroy);
   find_optional(library, "kv_j2k_get_error_text", codec.get_error_text);
   find_optional(library, "kv_j2k_set_limits", codec.set_limits);
+  find_optional(library, "kv_j2k_get_work", codec.get_work);
   find(library, "kv_j2k_set_input_borrowed", codec.set_input_borrowed);
   find(library, "kv_j2k_get_codestream", codec.get_codestream);
   find(library, "kv_j2k_get_component", codec.get_component);
@@ -231,6 +232,10 @@ const char* kv_j2k_get_error_text(void* handle) {
 
 int32_t kv_j2k_set_limits(void* handle, uint64_t max, uint64_t max_per_byte, uint64_t free) {
   return codec.set_limits ? codec.set_limits(handle, max, max_per_byte, free) : KV_J2K_OK;
+}
+
+int32_t kv_j2k_get_work(void* handle, uint64_t* work) {
+  return codec.get_work ? codec.get_work(handle, work) : KV_J2K_ERR_INVALID_ARGUMENT;
 }
 
 int32_t kv_j2k_set_input_borrowed(void* handle, const void* data, uint64_t length) {
