@@ -411,9 +411,10 @@ void FrameRows::blend_row(const Placed& placed, const uint16_t* from, uint16_t* 
     const double below =
         (has_below ? static_cast<double>(to[colours]) / greatest : 1) * (1 - upper);
     for (uint32_t k = 0; k < colours; ++k) {
-      to[k] = static_cast<uint16_t>((from[k] * upper + to[k] * below) / (upper + below) + 0.5);
+      to[k] =
+          static_cast<uint16_t>(std::lround((from[k] * upper + to[k] * below) / (upper + below)));
     }
-    if (has_below) to[colours] = static_cast<uint16_t>((upper + below) * greatest + 0.5);
+    if (has_below) to[colours] = static_cast<uint16_t>(std::lround((upper + below) * greatest));
   }
 }
 

@@ -82,14 +82,13 @@ void ConvertedRows::scale_in(const uint16_t* in) {
 void ConvertedRows::convert_colours() {
   const Format& from = from_->format();
   to_srgb_->convert(colours_.data(), from.width, rgb_.data());
-  uint16_t* colour = colours_.data();
-  if (format_.colours == 3 && colours_.size() < rgb_.size()) colours_.resize(rgb_.size());
-  colour = colours_.data();
+  colours_.resize(std::max(colours_.size(), rgb_.size()));
+  uint16_t* const colour = colours_.data();
   if (format_.colours == 3) {
     std::copy(rgb_.begin(), rgb_.end(), colour);
     return;
   }
-  for (uint32_t i = 0; i < from.width; ++i) {
+  for (size_t i = 0; i < from.width; ++i) {
     colour[i] = from.model == Model::kGrey ? rgb_[i * 3 + 1] : grey_of(rgb_.data() + i * 3);
   }
 }

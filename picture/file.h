@@ -47,7 +47,7 @@ struct ChannelDefinition {
 // colr (I.5.3.3; ISO/IEC 15444-2, M.11.7.3).
 struct ColourBox {
   uint32_t method = 0;
-  int32_t precedence = 0;
+  int8_t precedence = 0;
   uint32_t approximation = 0;
   uint32_t space = 0;
   std::vector<uint32_t> parameters;  // EP in their order; empty: defaults

@@ -478,7 +478,7 @@ uint32_t LayerRows::levels() const {
 }
 
 uint32_t LayerRows::good_count(uint32_t first) const {
-  constexpr uint64_t kDecodedSample = 8;
+  constexpr uint64_t kDecodedSample = 24;  // with what the codec works in
   uint64_t bytes = format_.row_samples() * sizeof(uint16_t);
   for (const Source& source : sources_) {
     for (const Used& used : source.components) {
