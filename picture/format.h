@@ -16,7 +16,8 @@ enum class Opacity { kNone, kStraight, kPremultiplied };
 
 // Samples are unsigned, of one depth, the channels of a pixel next to each other: the colours in
 // the order of the model (grey; red, green, blue; cyan, magenta, yellow, black, 0 for no ink; L, a,
-// b with a and b shifted to begin at 0), then opacity. Each sample is a uint16_t from 0 to
+// b with a and b shifted to begin at 0: L from 0 to 100, a and b from -128 to 127 are the whole
+// range of a sample, so in 8 bits a + 128), then opacity. Each sample is a uint16_t from 0 to
 // 2^depth - 1.
 struct Format {
   uint32_t width = 0;

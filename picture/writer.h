@@ -24,11 +24,13 @@ class Sink {
   virtual void seek(uint64_t position) = 0;
 };
 
-enum class FileFormat { kPng, kTiff, kPnm, kPam, kJpeg, kBmp };
+// PNM is PGM or PPM, as the picture is; PGM refuses colours, PPM writes grey as three channels.
+enum class FileFormat { kPng, kTiff, kPnm, kPam, kJpeg, kBmp, kPgm, kPpm };
 
 // What the format can't hold of such a picture, each in words ("depth 12: written with 16 bits",
 // "opacity is left out"); and the format of the samples that its writer wants, which differs from
-// `format` where they must be converted first.
+// `format` where they must be converted first: the model, and opacity that is to be left out or
+// made straight. The depth is never among it, as the writers change depths themselves.
 struct Fit {
   Format format;
   std::vector<std::string> losses;

@@ -27,7 +27,10 @@ SAMPLES = Path(__file__).resolve().parent.parent / "samples"
 EXACT, LONG, TO_END = "exact", "long", "to end"
 
 # Enumerated colour spaces.
-S_RGB, GREYSCALE, S_YCC = 16, 17, 18
+CMYK, S_RGB, GREYSCALE, S_YCC = 12, 16, 17, 18
+
+# The white of ICC profiles.
+D50 = pack(">iii", 63190, 65536, 54061)
 
 # The groups of words that the instructions of an instruction set can hold.
 OFFSETS, SCALING, PERSISTENCE, CROPPING = 0x01, 0x02, 0x08, 0x20
@@ -209,6 +212,50 @@ def encode(picture, *options):
         if result.returncode != 0:
             sys.exit(f"make_samples.py: opj_compress failed: {result.stdout}{result.stderr}")
         return target.read_bytes()
+
+
+def encode_planes(width, height, depth, planes, signed=False, sampling=None):
+    """The lossless codestream of planes of samples; each may be subsampled: (dx, dy)."""
+    sampling = sampling or [(1, 1)] * len(planes)
+    form = "{},{},{},{},{}@{}".format(
+        width, height, len(planes), depth, "s" if signed else "u",
+        ":".join(f"{dx}x{dy}" for dx, dy in sampling),
+    )  # fmt: skip
+    size = 1 if depth <= 8 else 2
+    with tempfile.TemporaryDirectory() as folder:
+        source = Path(folder, "picture.raw")
+        target = Path(folder, "picture.j2k")
+        source.write_bytes(
+            b"".join(each.to_bytes(size, "big", signed=signed) for plane in planes for each in plane)
+        )
+        command = ["opj_compress", "-i", source, "-o", target, "-F", form]
+        command += ["-C", "sample", "-n", "1", "-mct", "0"]
+        result = subprocess.run(command, capture_output=True, text=True)
+        if result.returncode != 0:
+            sys.exit(f"make_samples.py: opj_compress failed: {result.stdout}{result.stderr}")
+        return target.read_bytes()
+
+
+def linear_profile():
+    """An ICC profile of the primaries of sRGB, for samples in proportion to the light."""
+    tags = {
+        "desc": b"desc\0\0\0\0" + pack(">I", 7) + b"linear\0" + bytes(78),
+        "cprt": b"text\0\0\0\0none\0",
+        "wtpt": b"XYZ \0\0\0\0" + D50,
+        "rXYZ": b"XYZ \0\0\0\0" + pack(">iii", 28576, 14578, 912),
+        "gXYZ": b"XYZ \0\0\0\0" + pack(">iii", 25239, 46981, 6362),
+        "bXYZ": b"XYZ \0\0\0\0" + pack(">iii", 9375, 3977, 46787),
+        "rTRC": b"curv\0\0\0\0" + pack(">I", 0),
+    }
+    tags |= {"gTRC": tags["rTRC"], "bTRC": tags["rTRC"]}
+    place = 132 + 12 * len(tags)
+    table, data = b"", b""
+    for name, content in tags.items():
+        table += name.encode() + pack(">II", place + len(data), len(content))
+        data += content + bytes(-len(content) % 4)
+    header = pack(">I4xI4s4s4s", place + len(data), 0x02100000, b"mntr", b"RGB ", b"XYZ ")
+    header = header.ljust(36, b"\0") + b"acsp" + bytes(28) + D50
+    return header.ljust(128, b"\0") + pack(">I", len(tags)) + table + data
 
 
 def minimal(encode):
@@ -418,6 +465,121 @@ def long(encode):
     return boxes
 
 
+# Pictures of 4 x 2 samples, small enough to look at each.
+
+
+def part_1():
+    return [signature(), file_type("jp2 ", "jp2 ")]
+
+
+def part_2(*features):
+    # Unrestricted Part 1 codestreams (5).
+    bits = [(feature, 0x80 >> i) for i, feature in enumerate((5, *features))]
+    mask = sum(bit for _, bit in bits)
+    return [signature(), file_type("jpx ", "jpx "), requirements(1, mask, mask, standard=bits)]
+
+
+def picture_file(width, height, components, colour, codestream, *header, bpc=7, start=part_1):
+    """A file of one codestream."""
+    return [
+        *start(),
+        box("jp2h", image_header(width, height, components, bpc), colour, *header),
+        box("jp2c", codestream),
+    ]
+
+
+PALETTE = (
+    (0, 0, 0), (255, 0, 0), (0, 255, 0), (0, 0, 255),
+    (255, 255, 255), (17, 34, 51), (200, 100, 50), (1, 2, 3),
+)  # fmt: skip
+
+
+def paletted():
+    mapping = component_mapping((0, 1, 0), (0, 1, 1), (0, 1, 2))
+    codestream = encode_planes(4, 2, 3, [[7, 6, 5, 4, 3, 2, 1, 0]])
+    header = (palette((7, 7, 7), PALETTE), mapping)
+    return picture_file(4, 2, 1, enumerated(S_RGB), codestream, *header, bpc=2)
+
+
+def subsampled():
+    planes = [[100, 110, 120, 130, 140, 150, 160, 170], [128, 90], [128, 200]]
+    sampling = [(1, 1), (2, 2), (2, 2)]
+    codestream = encode_planes(4, 2, 8, planes, sampling=sampling)
+    return picture_file(4, 2, 3, enumerated(S_YCC), codestream)
+
+
+def deep():
+    planes = [[0, 1, 1439, 2048, 4000, 4094, 4095, 7]]
+    codestream = encode_planes(4, 2, 12, planes)
+    return picture_file(4, 2, 1, enumerated(GREYSCALE), codestream, bpc=11)
+
+
+def signed():
+    codestream = encode_planes(4, 2, 8, [[-128, -1, 0, 127, 1, 2, 3, 4]], signed=True)
+    return picture_file(4, 2, 1, enumerated(GREYSCALE), codestream, bpc=0x87)
+
+
+def inked():
+    planes = [[0, 255, 0, 0, 0, 255, 64, 10], [0, 0, 255, 0, 0, 255, 128, 20],
+              [0, 0, 0, 255, 0, 255, 192, 30], [0, 0, 0, 0, 255, 255, 32, 40]]  # fmt: skip
+    codestream = encode_planes(4, 2, 8, planes)
+    return picture_file(4, 2, 4, enumerated(CMYK), codestream, start=part_2)
+
+
+def see_through():
+    """Blue, green, red and opacity, which the channel definition puts in order."""
+    planes = [[i * 10 + k for i in range(8)] for k in (0, 1, 2)] + [[0, 255, 128, 1, 2, 3, 4, 5]]
+    order = channel_definition((0, 0, 3), (1, 0, 2), (2, 0, 1), (3, 1, 0))
+    return picture_file(4, 2, 4, enumerated(S_RGB), encode_planes(4, 2, 8, planes), order)
+
+
+def profiled():
+    planes = [[0, 55, 128, 255, 1, 2, 3, 4], [0, 55, 128, 255, 4, 3, 2, 1], [0, 55, 128, 255] * 2]
+    colour = profile(2, linear_profile())
+    return picture_file(4, 2, 3, colour, encode_planes(4, 2, 8, planes))
+
+
+def layers():
+    """One layer with a chroma key, and one of two codestreams: grey, and opacity half as large."""
+    grey = [10, 20, 30, 40, 50, 60, 70, 80]
+    return [
+        # Several layers (2), opacity (9) as channels (10) and by a chroma key (12).
+        *part_2(2, 9, 10, 12),
+        box("jp2h", image_header(4, 2, 1), enumerated(GREYSCALE)),
+        box("jpch", label("keyed")),
+        box("jpch", label("grey")),
+        box("jpch", image_header(2, 1, 1), label("opacity")),
+        box("jplh", opacity(2, 20), registration((1, 1), (0, 1, 1, 0, 0))),
+        box("jplh", opacity(0), registration((1, 1), (1, 1, 1, 0, 0), (2, 2, 2, 0, 0))),
+        box("jp2c", encode_planes(4, 2, 8, [grey])),
+        box("jp2c", encode_planes(4, 2, 8, [[each + 1 for each in grey]])),
+        box("jp2c", encode_planes(2, 1, 8, [[255, 99]])),
+    ]
+
+
+def film():
+    """A background that stays, a patch that goes again, and one that is scaled, cropped and stays."""
+    groups = OFFSETS | SCALING | PERSISTENCE | CROPPING
+    instructions = (
+        (0, 0, 4, 2, life(0, True), 0, 0, 0, 4, 2),
+        (1, 0, 2, 1, life(100, False), 2, 0, 0, 2, 1),
+        (0, 1, 2, 1, life(50, True), 0, 0, 0, 4, 2),
+        (2, 1, 1, 1, life(200, True), 0, 1, 0, 1, 1),
+    )
+    grey = enumerated(GREYSCALE)
+    return [
+        *part_2(2),
+        box("jp2h", image_header(4, 2, 1), grey),
+        box("jpch", label("background")),
+        box("jpch", image_header(2, 1, 1), label("patch")),
+        *(box("jplh", box("cgrp", grey)) for _ in range(3)),
+        box("comp", composition_options(4, 2, 2), instruction_set(groups, 0, 10, *instructions)),
+        box("jp2c", encode_planes(4, 2, 8, [[10] * 8])),
+        box("jp2c", encode_planes(2, 1, 8, [[100, 110]])),
+        box("jp2c", encode_planes(4, 2, 8, [[20, 30, 40, 50, 60, 70, 80, 90]])),
+    ]
+
+
 FILES = {
     "minimal.jp2": minimal,
     "gradient.jp2": gradient,
@@ -426,6 +588,18 @@ FILES = {
     "oneway.jpx": oneway,
     "exact.jpx": exact,
     "long.jpx": long,
+}
+# Files that are not for the fuzzers, as these have codestreams of their own.
+PICTURES = {
+    "palette.jp2": paletted,
+    "sycc.jp2": subsampled,
+    "deep.jp2": deep,
+    "signed.jp2": signed,
+    "cmyk.jpx": inked,
+    "opacity.jp2": see_through,
+    "profile.jp2": profiled,
+    "layers.jpx": layers,
+    "film.jpx": film,
 }
 
 
@@ -439,6 +613,8 @@ def write_samples(folder):
     folder.mkdir(parents=True, exist_ok=True)
     for name, make in FILES.items():
         (folder / name).write_bytes(file_bytes(make(encode)))
+    for name, make in PICTURES.items():
+        (folder / name).write_bytes(file_bytes(make()))
 
 
 # ---- Seeds for the fuzzers ------------------------------------------------------------------

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "failure.h"
-#include "kv_j2k.h"
+#include "kv_j2k_samples.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -29,6 +29,12 @@ struct Codec {
   decltype(&kv_j2k_get_error_text) get_error_text;
   decltype(&kv_j2k_set_limits) set_limits;
   decltype(&kv_j2k_get_work) get_work;
+  // The interface of kv_j2k_samples.h.
+  decltype(&kv_j2k_set_input_borrowed) set_input_borrowed;
+  decltype(&kv_j2k_get_codestream) get_codestream;
+  decltype(&kv_j2k_get_component) get_component;
+  decltype(&kv_j2k_decode_samples) decode_samples;
+  decltype(&kv_j2k_free_samples) free_samples;
 };
 
 const char kLibraryName[] = "libkvj2k.so";
@@ -56,6 +62,12 @@ void find(void* library, const char* name, Function& function) {
 template <typename Function>
 void find_optional(void* library, const char* name, Function& function) {
   function = reinterpret_cast<Function>(dlsym(library, name));
+}
+
+void* open_library() {
+  void* library = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
+  if (!library) throw no_codec();
+  return library;
 }
 
 // From then on the codec gets and delivers nothing: without limit or memory for everything, a
@@ -87,10 +99,23 @@ void count_work(void* handle) {
 
 }  // namespace
 
+void load_sample_codec() {
+  void* library = open_library();
+  find(library, "kv_j2k_create", codec.create);
+  find(library, "kv_j2k_destroy", codec.destroy);
+  find_optional(library, "kv_j2k_get_error_text", codec.get_error_text);
+  find_optional(library, "kv_j2k_set_limits", codec.set_limits);
+  find_optional(library, "kv_j2k_get_work", codec.get_work);
+  find(library, "kv_j2k_set_input_borrowed", codec.set_input_borrowed);
+  find(library, "kv_j2k_get_codestream", codec.get_codestream);
+  find(library, "kv_j2k_get_component", codec.get_component);
+  find(library, "kv_j2k_decode_samples", codec.decode_samples);
+  find(library, "kv_j2k_free_samples", codec.free_samples);
+}
+
 void load_codec(const DecodingLimit& limit_of_file) {
   limit = limit_of_file;
-  void* library = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
-  if (!library) throw no_codec();
+  void* library = open_library();
   find(library, "kv_j2k_create", codec.create);
   find(library, "kv_j2k_destroy", codec.destroy);
   find(library, "kv_j2k_set_input_image", codec.set_input_image);
@@ -113,7 +138,7 @@ const DecodingRecord& decoding_record() { return record; }
 
 }  // namespace kvjpx_tool
 
-// The library calls these while it decodes, which happens only after load_codec.
+// The library and picture/ call these while they decode, which happens only after one of the loads.
 using kvjpx_tool::codec;
 using kvjpx_tool::is_accounted_for;
 using kvjpx_tool::limit;
@@ -200,3 +225,34 @@ int32_t kv_j2k_get_output_image_file(void* handle, const char* path) {
 }
 
 int32_t kv_j2k_free(void* handle, void* block) { return codec.free(handle, block); }
+
+const char* kv_j2k_get_error_text(void* handle) {
+  return codec.get_error_text ? codec.get_error_text(handle) : "";
+}
+
+int32_t kv_j2k_set_limits(void* handle, uint64_t max, uint64_t max_per_byte, uint64_t free) {
+  return codec.set_limits ? codec.set_limits(handle, max, max_per_byte, free) : KV_J2K_OK;
+}
+
+int32_t kv_j2k_get_work(void* handle, uint64_t* work) {
+  return codec.get_work ? codec.get_work(handle, work) : KV_J2K_ERR_INVALID_ARGUMENT;
+}
+
+int32_t kv_j2k_set_input_borrowed(void* handle, const void* data, uint64_t length) {
+  return codec.set_input_borrowed(handle, data, length);
+}
+
+int32_t kv_j2k_get_codestream(void* handle, kv_j2k_codestream* out) {
+  return codec.get_codestream(handle, out);
+}
+
+int32_t kv_j2k_get_component(void* handle, uint32_t index, kv_j2k_component* out) {
+  return codec.get_component(handle, index, out);
+}
+
+int32_t kv_j2k_decode_samples(void* handle, const kv_j2k_sample_request* request,
+                              kv_j2k_samples** samples) {
+  return codec.decode_samples(handle, request, samples);
+}
+
+void kv_j2k_free_samples(kv_j2k_samples* samples) { codec.free_samples(samples); }

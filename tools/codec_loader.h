@@ -34,6 +34,10 @@ struct DecodingRecord {
 // Failure with kNothingDecoded when there is none.
 void load_codec(const DecodingLimit& limit);
 
+// The same for the codec's own interface (kv_j2k_samples.h), which is then called without a limit
+// or record of the program's.
+void load_sample_codec();
+
 const DecodingRecord& decoding_record();
 
 }  // namespace kvjpx_tool

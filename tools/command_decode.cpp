@@ -1,36 +1,51 @@
-// decode: a picture out of the file's codestreams.
+// decode: the picture that a file means.
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <sstream>
 
-#include "box_path.h"
 #include "codec_loader.h"
 #include "commands.h"
-#include "document.h"
+#include "decode_raw.h"
 #include "kv_j2k.h"
+#include "opened_file.h"
+#include "picture/picture.h"
+#include "picture/writer.h"
 #include "progress.h"
 #include "value.h"
 
 namespace kvjpx_tool {
 namespace {
 
-constexpr uint32_t kCodestreamType = KV_JPX_TYPE('j', 'p', '2', 'c');
-constexpr uint32_t kImageHeaderType = KV_JPX_TYPE('i', 'h', 'd', 'r');
-// Without --limit, a file may cost so many samples a byte, and these in any case.
+using kvjpx_picture::FileFormat;
+using kvjpx_picture::Picture;
+
 constexpr uint64_t kMillion = 1000000;
-constexpr uint64_t kSamplesPerByte = 4096;
-constexpr uint64_t kFreeSamples = 1 << 27;
 
 struct Format {
-  const char* name;  // also the ending of file names
-  int32_t output_type;
+  const char* name;                // also the ending of file names
+  int32_t raw_output;              // kv_j2k_output_type; 0: no raw planes in this format
+  std::optional<FileFormat> file;  // nothing: raw planes only
+  bool is_animation = false;
 };
 
 constexpr Format kFormats[] = {
-    {"png", 68}, {"bmp", 66},  {"pnm", 67}, {"ppm", 67},  {"pgm", 67}, {"pam", 67},
-    {"tif", 69}, {"tiff", 69}, {"jpg", 70}, {"jpeg", 70}, {"raw", 71}, {"planar", 64},
-    {"j2k", 75}, {"j2c", 75},  {"jpc", 75}, {"jp2", 77},
+    {"png", KV_J2K_OUTPUT_PNG, FileFormat::kPng},
+    {"apng", 0, FileFormat::kPng, true},
+    {"tif", KV_J2K_OUTPUT_TIFF, FileFormat::kTiff},
+    {"tiff", KV_J2K_OUTPUT_TIFF, FileFormat::kTiff},
+    {"jpg", KV_J2K_OUTPUT_JPEG, FileFormat::kJpeg},
+    {"jpeg", KV_J2K_OUTPUT_JPEG, FileFormat::kJpeg},
+    {"pnm", KV_J2K_OUTPUT_PNM, FileFormat::kPnm},
+    {"ppm", KV_J2K_OUTPUT_PNM, FileFormat::kPpm},
+    {"pgm", KV_J2K_OUTPUT_PNM, FileFormat::kPgm},
+    {"pam", KV_J2K_OUTPUT_PNM, FileFormat::kPam},
+    {"bmp", KV_J2K_OUTPUT_BMP, FileFormat::kBmp},
+    {"raw", KV_J2K_OUTPUT_INTERLEAVED, std::nullopt},
+    {"planar", KV_J2K_OUTPUT_PLANES, std::nullopt},
+    {"j2k", KV_J2K_OUTPUT_J2K, std::nullopt},
+    {"j2c", KV_J2K_OUTPUT_J2K, std::nullopt},
+    {"jpc", KV_J2K_OUTPUT_J2K, std::nullopt},
+    {"jp2", KV_J2K_OUTPUT_JP2, std::nullopt},
 };
 
 const Format* find_format(std::string name) {
@@ -56,13 +71,6 @@ const Format& choose_format(const DecodeRequest& request, const Target& target) 
                             decode_formats(", "));
 }
 
-struct Region {
-  uint64_t left = 0;
-  uint64_t top = 0;
-  uint64_t right = 0;  // exclusive; 0 is the image's edge, as is bottom
-  uint64_t bottom = 0;
-};
-
 Region parse_region(const std::string& text) {
   uint64_t edges[4] = {};
   if (text.empty()) return {};
@@ -87,190 +95,120 @@ Region parse_region(const std::string& text) {
   return region;
 }
 
-Failure nothing_decoded(const Document& document, const std::string& reason) {
-  return Failure(kNothingDecoded, document.label() + ": nothing could be decoded: " + reason);
-}
-
-uint64_t reduced(uint64_t extent, unsigned halvings) {
-  return (extent + (uint64_t{1} << halvings) - 1) >> halvings;
-}
-
-std::vector<const Box*> find_codestreams(const Document& document) {
-  std::vector<const Box*> codestreams;
-  for_each_box(document.root(), [&](const Box& box) {
-    if (box.type == kCodestreamType) codestreams.push_back(&box);
-  });
-  return codestreams;
-}
-
-std::string big_endian(uint64_t value, size_t width) {
-  std::string bytes(width, 0);
-  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, value >>= 8) {
-    *byte = static_cast<char>(value);
+// Raw planes have neither layers nor colours.
+void check_options(const DecodeRequest& request, const Format& format, bool is_raw) {
+  if (is_raw && format.raw_output == 0) {
+    throw Failure(kUsage, std::string("--raw: not in the format ") + format.name);
   }
-  return bytes;
+  if (is_raw && (request.layer || request.frame || request.srgb || request.strict)) {
+    throw Failure(kUsage, std::string("the options --layer, --frame, --srgb and --strict are not "
+                                      "for raw planes (--raw, or the format ") +
+                              format.name + ")");
+  }
 }
 
-uint64_t number_at(std::string_view bytes, size_t position, size_t width) {
-  uint64_t value = 0;
-  for (const char byte : bytes.substr(position, width)) {
-    value = value << 8 | static_cast<unsigned char>(byte);
-  }
-  return value;
+kvjpx_picture::Request picture_request(const DecodeRequest& request, const Region& region) {
+  kvjpx_picture::Request asked;
+  asked.layer = request.layer;
+  asked.codestream = request.codestream;
+  asked.frame = request.frame;
+  asked.region.left = region.left;
+  asked.region.top = region.top;
+  if (region.right != 0) asked.region.right = region.right;
+  if (region.bottom != 0) asked.region.bottom = region.bottom;
+  asked.effort.reduction = request.reduce;
+  asked.effort.layers = request.layers.value_or(0);
+  asked.effort.is_strict = request.strict;
+  asked.effort.work_limit = request.limit.value_or(0) * kMillion;
+  asked.to_srgb = request.srgb;
+  asked.sample_limit = request.limit.value_or(kDefaultDecodeLimit) * kMillion;
+  return asked;
 }
 
-// A file of one codestream alone, so that no instruction set places it. Its image header says what
-// the codestream's own header says, the SIZ marker segment (ISO/IEC 15444-1, A.5.1).
-std::string file_of_codestream(const Document& document, const Box& codestream) {
-  const std::string_view payload =
-      document.bytes().substr(codestream.content_begin, codestream.end - codestream.content_begin);
-  if (payload.substr(0, 4) != "\xFF\x4F\xFF\x51" || payload.size() < 42) {
-    throw nothing_decoded(document, path_of(codestream) + " is not a JPEG 2000 codestream");
+Failure failure_of(const std::string& label, const kvjpx_picture::Error& error) {
+  using Kind = kvjpx_picture::Error::Kind;
+  const std::string reason = error.what();
+  switch (error.kind()) {
+    case Kind::kMemory:
+      return Failure(kInputOutput, label + ": " + reason);
+    case Kind::kNoSuchPart:
+      return Failure(kNoSuchPlace, label + ": " + reason);
+    case Kind::kTooLarge:
+      return Failure(kNothingDecoded, label + ": nothing could be decoded: " + reason +
+                                          "; --limit N allows N million samples");
+    default:
+      return Failure(kNothingDecoded, label + ": nothing could be decoded: " + reason);
   }
-  const uint64_t right = number_at(payload, 8, 4), left = number_at(payload, 16, 4);
-  const uint64_t bottom = number_at(payload, 12, 4), top = number_at(payload, 20, 4);
-  if (left >= right || top >= bottom) {
-    throw nothing_decoded(document, path_of(codestream) + " has an empty image area");
-  }
-  const std::string header = big_endian(bottom - top, 4) + big_endian(right - left, 4) +
-                             big_endian(number_at(payload, 40, 2), 2) +
-                             std::string("\x07\x07\x00\x00", 4);
-  // The length 0 of the last box stands for the rest of the file.
-  return big_endian(12, 4) + "jP  \r\n\x87\n" + big_endian(30, 4) + "jp2h" + big_endian(22, 4) +
-         "ihdr" + header + big_endian(0, 4) + "jp2c" + std::string(payload);
 }
 
-ContextPointer load_codestream(const Document& document, const std::vector<const Box*>& codestreams,
-                               uint64_t wanted) {
-  if (wanted >= codestreams.size()) {
-    throw Failure(kNoSuchPlace, document.label() + ": there is no codestream " +
-                                    std::to_string(wanted) + "; the file has " +
-                                    std::to_string(codestreams.size()) + ", counted from 0");
-  }
-  const std::string file = file_of_codestream(document, *codestreams[wanted]);
-  ContextPointer context = make_context(document.label());
-  const int32_t code = kv_jpx_set_input_image(context.get(), file.data(), file.size());
-  if (code != JPX_OK) throw library_failure(document.label(), context.get(), kNothingDecoded);
-  return context;
-}
+class ResultSink final : public kvjpx_picture::Sink {
+ public:
+  explicit ResultSink(const Target& target) : result_(target) {}
+  void write(std::string_view bytes) override { result_.write(bytes); }
+  bool can_seek() const override { return result_.can_seek(); }
+  void seek(uint64_t position) override { result_.seek(position); }
+  void finish() { result_.finish(); }
 
-// The file as strict readers take it, by whose fields pictures are composed; null for one that they
-// do not take, or only without its codestreams.
-ContextPointer load_strictly(const Document& document) {
-  ContextPointer context = make_context(document.label());
-  uint32_t count = 0;
-  if (document.load_into(context.get()) != JPX_OK) return nullptr;
-  kv_jpx_get_box_count_by_type(context.get(), kCodestreamType, &count);
-  return count > 0 ? std::move(context) : nullptr;
-}
-
-// What the library composes by: the first image header.
-struct ImageSize {
-  ImageSize(const Document& document, kv_jpx_context* context) {
-    uint32_t id = KV_JPX_ROOT;
-    if (kv_jpx_get_next_box_id_by_type(context, kImageHeaderType, 0, &id) != JPX_OK) {
-      throw nothing_decoded(document, "the file has no image header");
-    }
-    kv_jpx_get_box_field_int(context, id, JPX_FIELD_IHDR_WIDTH, 0, &width);
-    kv_jpx_get_box_field_int(context, id, JPX_FIELD_IHDR_HEIGHT, 0, &height);
-    kv_jpx_get_box_field_int(context, id, JPX_FIELD_IHDR_NC, 0, &planes);
-  }
-
-  std::string words() const { return std::to_string(width) + " x " + std::to_string(height); }
-
-  uint64_t width = 0;
-  uint64_t height = 0;
-  uint64_t planes = 0;
+ private:
+  ResultStream result_;
 };
 
-// Returns the size of what the region leaves of the picture.
-ImageSize set_region(const Document& document, kv_jpx_context* context, const Region& region) {
-  ImageSize size(document, context);
-  if (region.left >= size.width || region.top >= size.height) {
-    throw nothing_decoded(document, "the region lies outside the image of " + size.words());
-  }
-  // The library works with 32-bit sizes; cut here, a larger edge means what it says.
-  const uint64_t right = std::min(region.right, size.width);
-  const uint64_t bottom = std::min(region.bottom, size.height);
-  kv_jpx_set_input_jpx_region_level(context, region.left, region.top, right, bottom);
-  size.width = (right != 0 ? right : size.width) - region.left;
-  size.height = (bottom != 0 ? bottom : size.height) - region.top;
-  return size;
-}
+class PictureWriting {
+ public:
+  PictureWriting(const OpenedFile& file, Picture& picture) : file_(file), picture_(picture) {}
 
-// Throws when the composed picture alone is more than the file may cost.
-DecodingLimit limit_cost(const Document& document, const DecodeRequest& request, ImageSize size) {
-  DecodingLimit limit;
-  limit.work = request.limit.value_or(kDefaultDecodeLimit) * kMillion;
-  limit.free = limit.work;
-  if (!request.limit) {
-    limit.free = kFreeSamples;
-    limit.work = std::min<uint64_t>(
-        limit.work, std::max<uint64_t>(kFreeSamples, document.bytes().size() * kSamplesPerByte));
+  void write(const Format& format, int quality, const Target& target) {
+    const kvjpx_picture::Fit fit = kvjpx_picture::fit(*format.file, picture_.format());
+    if (!fit.refusal.empty()) {
+      throw Failure(kNothingDecoded, file_.label() + ": " + fit.refusal);
+    }
+    picture_.convert(fit.format);
+    ResultSink sink(target);
+    if (format.is_animation) {
+      write_animation(sink);
+    } else {
+      auto writer = kvjpx_picture::open_writer(*format.file, picture_.format(), sink, quality);
+      write_frame(*writer);
+      writer->finish();
+    }
+    sink.finish();
+    for (const std::string& loss : fit.losses) tell(loss);
   }
-  size.width = reduced(size.width, request.reduce);
-  size.height = reduced(size.height, request.reduce);
-  // A file's sizes have 32 bits, so this does not wrap around.
-  limit.plane_size = size.width * size.height;
-  if (size.planes != 0 && limit.plane_size > limit.work / size.planes) {
-    const double needed = static_cast<double>(limit.plane_size) * static_cast<double>(size.planes);
-    const auto millions = static_cast<uint64_t>(std::ceil(needed / kMillion));
-    throw nothing_decoded(document, "a picture of " + size.words() + " with " +
-                                        std::to_string(size.planes) +
-                                        " components is too large; --limit " +
-                                        std::to_string(millions) + " allows it");
-  }
-  return limit;
-}
 
-void set_effort(kv_jpx_context* context, const DecodeRequest& request) {
-  // Level 1 stands for everything in both scales. The codec takes the number of layers from the low
-  // byte, so a higher bit tells one single layer from level 1.
-  kv_jpx_set_input_jpx_resolution_level(context, static_cast<int16_t>(request.reduce + 1), 0);
-  if (request.layers) {
-    kv_jpx_set_input_jpx_quality_level(context, static_cast<int16_t>(0x100 | *request.layers));
-  }
-}
+ private:
+  void tell(const std::string& note) const { report(file_.label() + ": note: " + note); }
 
-LibraryBlock decode(const Document& document, kv_jpx_context* context) {
-  const Progress progress("kvjpx: decoding " + document.label());
-  return output_of(context, document.label(), kNothingDecoded);
-}
+  template <class Writer>
+  void write_frame(Writer& writer) {
+    const kvjpx_picture::Format& format = picture_.format();
+    for (uint32_t row = 0; row < format.height;) {
+      const uint32_t count = picture_.good_count(row);
+      rows_.resize(format.row_samples() * count);
+      picture_.read_rows(row, count, rows_.data());
+      writer.write_rows(rows_.data(), count);
+      row += count;
+    }
+    if (picture_.is_anything_there()) return;
+    const std::string reason = picture_.notes().empty() ? "" : ": " + picture_.notes().back();
+    throw Failure(kNothingDecoded, file_.label() + ": nothing could be decoded" + reason);
+  }
 
-std::string allowed_words(const DecodeRequest& request) {
-  if (request.limit) return "the " + std::to_string(*request.limit) + " million samples of --limit";
-  return "their size makes likely; --limit N allows work on N million samples";
-}
+  void write_animation(ResultSink& sink) {
+    const std::vector<uint32_t> frames = picture_.frame_milliseconds();
+    auto writer = kvjpx_picture::open_animation(
+        picture_.format(), static_cast<uint32_t>(frames.size()), picture_.repetitions(), sink);
+    for (size_t frame = 0; frame < frames.size(); ++frame) {
+      if (frame > 0) picture_.select_frame(frame);
+      writer->begin_frame(frames[frame]);
+      write_frame(*writer);
+    }
+    writer->finish();
+  }
 
-std::string codec_words() {
-  const std::string& error = decoding_record().error;
-  return error.empty() ? "" : ": " + error;
-}
-
-void check_result(const Document& document, const LibraryBlock& picture, const Format& format,
-                  const DecodeRequest& request) {
-  const DecodingRecord& record = decoding_record();
-  if (record.stopped_by == KV_J2K_ERR_MEMORY) {
-    throw Failure(kInputOutput, document.label() + ": not enough memory");
-  }
-  if (record.stopped_by == KV_J2K_ERR_LIMIT) {
-    throw nothing_decoded(document,
-                          "the codestreams ask for more work than " + allowed_words(request));
-  }
-  if (record.delivered == 0) {
-    throw nothing_decoded(document, record.failed == 0 ? "no codestream reaches into the region"
-                                                       : "the codec gave up" + codec_words());
-  }
-  if (picture.bytes().empty()) {
-    throw nothing_decoded(document, std::string("the codec cannot write this picture as ") +
-                                        format.name + codec_words());
-  }
-  if (record.failed > 0) {
-    report(document.label() + ": note: " + std::to_string(record.failed) + " of " +
-           std::to_string(record.failed + record.delivered) + " codestreams could not be decoded" +
-           codec_words());
-  }
-}
+  const OpenedFile& file_;
+  Picture& picture_;
+  std::vector<uint16_t> rows_;
+};
 
 }  // namespace
 
@@ -284,22 +222,32 @@ std::string decode_formats(const std::string& between) {
 void decode_picture(const DecodeRequest& request, const Target& target) {
   const Format& format = choose_format(request, target);
   const Region region = parse_region(request.region);
+  const bool is_raw = request.raw || !format.file;
+  check_options(request, format, is_raw);
   check_takes_binary(target);
-  const Document document(request.file);
-  const std::vector<const Box*> codestreams = find_codestreams(document);
-  if (codestreams.empty()) throw nothing_decoded(document, "the file has no codestream");
-  const ContextPointer own = request.codestream
-                                 ? load_codestream(document, codestreams, *request.codestream)
-                                 : load_strictly(document);
-  kv_jpx_context* const context = own ? own.get() : document.context();
-  const DecodingLimit limit = limit_cost(document, request, set_region(document, context, region));
-  set_effort(context, request);
-  load_codec(limit);
-
-  kv_jpx_set_output_type(context, format.output_type);
-  const LibraryBlock picture = decode(document, context);
-  check_result(document, picture, format, request);
-  write_result(target, picture.bytes());
+  if (is_raw) {
+    decode_raw(request, region, format.name, format.raw_output, target);
+    return;
+  }
+  const OpenedFile file(request.file);
+  file.check_is_known();
+  load_sample_codec();
+  try {
+    const Progress progress("kvjpx: decoding " + file.label());
+    kvjpx_picture::Request asked = picture_request(request, region);
+    asked.all_frames = format.is_animation;
+    Picture picture(file.document(), file.bytes(), asked);
+    PictureWriting(file, picture).write(format, request.quality, target);
+    for (const std::string& note : picture.notes()) report(file.label() + ": note: " + note);
+  } catch (const kvjpx_picture::Error& error) {
+    throw failure_of(file.label(), error);
+  } catch (const std::bad_alloc&) {
+    throw Failure(kInputOutput, file.label() + ": not enough memory");
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw Failure(kInputOutput, target.name + ": cannot write: " + error.what());
+  }
 }
 
 }  // namespace kvjpx_tool

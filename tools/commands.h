@@ -135,15 +135,21 @@ void unwrap_codestream(const std::string& file, std::optional<uint64_t> number,
 // copy: the file as every edit writes it.
 void copy_file(const std::string& file, const Target& target);
 
-// decode: a picture.
+// decode: the picture that a file means, or with raw the planes that the library composes.
 struct DecodeRequest {
   std::string file;
   std::string format;  // empty: by the target's name
   std::string region;  // "left,top,right,bottom"; empty: everything
   unsigned reduce = 0;
   std::optional<unsigned> layers;
+  std::optional<uint64_t> layer;  // at most one of these three
   std::optional<uint64_t> codestream;
+  std::optional<uint64_t> frame;
   std::optional<uint64_t> limit;  // million samples
+  bool srgb = false;              // colours are converted
+  bool strict = false;            // a damaged codestream is a failure
+  bool raw = false;
+  int quality = 95;  // of JPEG
 };
 // An RGB picture of 10,000 x 10,000 samples.
 constexpr uint64_t kDefaultDecodeLimit = 540;

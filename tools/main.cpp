@@ -574,14 +574,18 @@ class CommandLine {
 
   void add_decode() {
     CLI::App* decode =
-        command("decode", "Decode a picture",
+        command("decode", "Decode the picture that a file means",
                 "  kvjpx decode photo.jpx -o photo.png\n"
                 "  kvjpx decode photo.jpx --region 0,0,640,480 --reduce 1 -o part.tif\n"
-                "  kvjpx decode photo.jpx --format ppm -o - | less",
+                "  kvjpx decode photo.jpx --srgb --format ppm -o - | less\n"
+                "  kvjpx decode film.jpx -o film.apng",
                 [this] {
                   decode_picture(decode_, target_);
                   return kDone;
                 });
+    const auto take_number = [decode](const char* name, auto& number, const std::string& summary) {
+      return decode->add_option(name, number, summary)->type_name("N");
+    };
     take_file(decode, decode_.file);
     decode->add_option("--format", decode_.format, "Without it, by the ending of OUT")
         ->type_name(decode_formats("|"));
@@ -589,23 +593,36 @@ class CommandLine {
         ->add_option("--region", decode_.region,
                      "left,top,right,bottom in samples of the full-size image")
         ->type_name("L,T,R,B");
-    decode->add_option("--reduce", decode_.reduce, "Halve width and height N times")
-        ->check(CLI::Range(0, 31))
-        ->type_name("N");
-    decode->add_option("--layers", decode_.layers, "Decode the first N quality layers only")
-        ->check(CLI::Range(1, 255))
-        ->type_name("N");
-    decode
-        ->add_option("--codestream", decode_.codestream,
-                     "Decode this codestream alone, counting from 0, and compose nothing")
-        ->type_name("N");
-    decode
-        ->add_option("--limit", decode_.limit,
-                     "Work on at most N million samples (without it, " +
-                         std::to_string(kDefaultDecodeLimit) +
-                         ", and less where the file is too short to need so many)")
-        ->check(CLI::Range(1, 1000000))
-        ->type_name("N");
+    take_number("--reduce", decode_.reduce, "Halve width and height N times")
+        ->check(CLI::Range(0, 31));
+    take_number("--layers", decode_.layers, "Decode the first N quality layers only")
+        ->check(CLI::Range(1, 255));
+    CLI::Option* const layer =
+        take_number("--layer", decode_.layer,
+                    "Show this compositing layer, counting from 0, and no composition");
+    CLI::Option* const codestream =
+        take_number("--codestream", decode_.codestream,
+                    "Show the components of this codestream, counting from 0, whatever the file "
+                    "says of them");
+    CLI::Option* const frame =
+        take_number("--frame", decode_.frame, "Show this frame of an animation, counting from 0");
+    layer->excludes(codestream)->excludes(frame);
+    codestream->excludes(frame);
+    decode->add_flag("--srgb", decode_.srgb,
+                     "Convert the colours to sRGB, instead of keeping them "
+                     "with their ICC profile");
+    decode->add_flag("--strict", decode_.strict,
+                     "Fail for a damaged codestream, instead of showing what is there of it");
+    decode->add_flag("--raw", decode_.raw,
+                     "Write the components as they are, with 8 bits a sample, one codestream over "
+                     "another (as the formats raw, planar, j2k and jp2 always do)");
+    take_number("--quality", decode_.quality, "Quality of JPEG, 1 to 100 (without it 95)")
+        ->check(CLI::Range(1, 100));
+    take_number("--limit", decode_.limit,
+                "Work on at most N million samples (without it " +
+                    std::to_string(kDefaultDecodeLimit) +
+                    ", and less where the file is too short to need so many)")
+        ->check(CLI::Range(1, 1000000));
     take_target(decode)->required();
   }
 

@@ -25,14 +25,32 @@ const char kStdoutLabel[] = "standard output";
 // tell of a fault in the program itself are not held back by this.)
 class SignalsHeld {
  public:
-  SignalsHeld() {
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &before_);
+  // Those that stop the program for a while need not wait as long as those that end it.
+  explicit SignalsHeld(bool holds_stops = true) {
+    sigset_t held;
+    sigfillset(&held);
+    if (!holds_stops) {
+      for (const int number : {SIGTSTP, SIGTTIN, SIGTTOU, SIGCONT}) sigdelset(&held, number);
+    }
+    sigprocmask(SIG_BLOCK, &held, &before_);
   }
   ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
   SignalsHeld(const SignalsHeld&) = delete;
   SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+  // Whether one is waiting that will end the program.
+  static bool is_end_waiting() {
+    sigset_t waiting;
+    sigpending(&waiting);
+    for (const int number :
+         {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGPIPE}) {
+      struct sigaction action;
+      const bool is_ignored =
+          sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+      if (sigismember(&waiting, number) == 1 && !is_ignored) return true;
+    }
+    return false;
+  }
 
  private:
   sigset_t before_;
@@ -68,6 +86,11 @@ std::optional<struct stat> status_of(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) == 0) return status;
   return std::nullopt;
+}
+
+bool is_regular_or_new(const std::string& name) {
+  const std::optional<struct stat> status = status_of(name);
+  return !status || S_ISREG(status->st_mode);
 }
 
 void write_stdout(std::string_view bytes) {
@@ -107,13 +130,87 @@ void write_result(const Target& target, std::string_view bytes) {
   fill_file(target.name, [&] { OutputFile(target.name).write(bytes); });
 }
 
+// In one of four ways: to standard output; into the second file of a regular one; into a device or
+// pipe; or, for a regular file without a second, into memory first, as the input could be read from
+// the file itself.
+struct ResultStream::State {
+  explicit State(const Target& target) : name(target.is_stdout() ? kStdoutLabel : target.name) {
+    if (target.is_stdout()) return;
+    std::signal(SIGXFSZ, SIG_IGN);
+    if (is_regular_or_new(name)) held.emplace(false);
+    if (!open_output_file(&file.emplace(), name.c_str())) fail();
+  }
+  ~State() {
+    if (file) close_output_file(&*file);
+  }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  [[noreturn]] void fail() const { throw system_failure(name, "cannot write"); }
+  bool is_staged() const { return file && file->staged >= 0; }
+  bool is_in_memory() const { return file && file->staged < 0 && file->is_regular; }
+
+  void end_if_asked() {
+    if (!held || !SignalsHeld::is_end_waiting()) return;
+    close_output_file(&*file);
+    held.reset();
+    throw Failure(kInputOutput, name + ": not written: interrupted");
+  }
+
+  const std::string name;
+  std::optional<SignalsHeld> held;
+  std::optional<kvjpx_common::OutputFile> file;
+  std::string contents;
+  uint64_t position = 0;  // in contents
+};
+
+ResultStream::ResultStream(const Target& target) {
+  check_takes_binary(target);
+  state_ = std::make_unique<State>(target);
+}
+
+ResultStream::~ResultStream() = default;
+
+void ResultStream::write(std::string_view bytes) {
+  State& state = *state_;
+  if (!state.file) {
+    write_stdout(bytes);
+  } else if (state.is_in_memory()) {
+    state.contents.replace(state.position, bytes.size(), bytes);
+    state.position += bytes.size();
+  } else {
+    state.end_if_asked();
+    if (!fill_output_file(&*state.file, bytes.data(), bytes.size())) state.fail();
+  }
+}
+
+bool ResultStream::can_seek() const { return state_->is_staged() || state_->is_in_memory(); }
+
+void ResultStream::seek(uint64_t position) {
+  State& state = *state_;
+  state.position = position;
+  if (state.is_staged() && lseek(state.file->staged, static_cast<off_t>(position), SEEK_SET) < 0) {
+    state.fail();
+  }
+}
+
+void ResultStream::finish() {
+  State& state = *state_;
+  if (!state.file) return;
+  state.end_if_asked();
+  const bool is_done =
+      (!state.is_in_memory() ||
+       fill_output_file(&*state.file, state.contents.data(), state.contents.size())) &&
+      (!state.is_staged() || fsync(state.file->staged) == 0) && complete_output_file(&*state.file);
+  if (!is_done) state.fail();
+}
+
 void fill_file(const std::string& name, const std::function<void()>& fill) {
   // A limit on file sizes is told like any other failed write.
   std::signal(SIGXFSZ, SIG_IGN);
   // Opening and filling a pipe may take for ever.
-  const std::optional<struct stat> status = status_of(name);
   std::optional<SignalsHeld> held;
-  if (!status || S_ISREG(status->st_mode)) held.emplace();
+  if (is_regular_or_new(name)) held.emplace();
   fill();
 }
 

@@ -2,7 +2,9 @@
 #ifndef KVJPX_TOOLS_OUTPUT_H_
 #define KVJPX_TOOLS_OUTPUT_H_
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,6 +28,28 @@ void check_takes_binary(const Target& target);
 // leaves the old file as it was; an existing file keeps its permissions. Devices and pipes, and
 // files that cannot be replaced, are written directly. Binary bytes are kept from a terminal.
 void write_result(const Target& target, std::string_view bytes);
+
+// A result that is made bit by bit, with the promises of write_result: what is seen of a regular
+// file is the old or the whole new one. Throws a Failure when it can't be written, or when the user
+// asked the program to end, which takes effect at the next write.
+class ResultStream {
+ public:
+  explicit ResultStream(const Target& target);
+  // Without finish(), a regular file stays as it was.
+  ~ResultStream();
+  ResultStream(const ResultStream&) = delete;
+  ResultStream& operator=(const ResultStream&) = delete;
+
+  void write(std::string_view bytes);
+  bool can_seek() const;
+  // To where the next bytes go; not behind the end of what has been written.
+  void seek(uint64_t position);
+  void finish();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 // Runs `fill`, which makes and writes a file of this name, so that neither a signal nor a limit on
 // file sizes ends it half-way.

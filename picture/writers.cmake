@@ -1,0 +1,19 @@
+# Writers of picture files, each of them row by row.
+find_package(PNG 1.6 REQUIRED)
+find_package(TIFF 4.5 REQUIRED)
+find_package(JPEG REQUIRED)
+find_package(ZLIB REQUIRED)
+
+add_library(kvjpx_picture_writers STATIC
+  exif_directories.cpp
+  fit.cpp
+  row_writer.cpp
+  write_apng.cpp
+  write_bmp.cpp
+  write_jpeg.cpp
+  write_png.cpp
+  write_pnm.cpp
+  write_tiff.cpp)
+target_include_directories(kvjpx_picture_writers PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(kvjpx_picture_writers PRIVATE PNG::PNG TIFF::TIFF JPEG::JPEG ZLIB::ZLIB
+                                                    kvjpx_warnings)
