@@ -20,7 +20,7 @@ constexpr uint32_t kImageHeaderType = KV_JPX_TYPE('i', 'h', 'd', 'r');
 // Without --limit, a file may cost so many samples a byte, and these in any case.
 constexpr uint64_t kMillion = 1000000;
 constexpr uint64_t kSamplesPerByte = 4096;
-constexpr uint64_t kFreeSamples = 1 << 25;
+constexpr uint64_t kFreeSamples = 1 << 27;
 
 Failure nothing_decoded(const Document& document, const std::string& reason) {
   return Failure(kNothingDecoded, document.label() + ": nothing could be decoded: " + reason);
