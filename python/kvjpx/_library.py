@@ -228,7 +228,7 @@ def codec() -> ctypes.CDLL:
 def tools() -> ctypes.CDLL:
     """libkvjpx-tools.so. Raises OSError when there is none."""
     library()
-    loaded = _load("libkvjpx-tools.so")
+    loaded = _load("libkvjpx-tools.so", "libkvjpx-tools.so.1")
     answer = POINTER(c_void_p)
     loaded.kvjpx_tools_dump.argtypes = [c_char_p, c_char_p, c_uint64, c_int32, answer]
     loaded.kvjpx_tools_check.argtypes = [c_char_p, c_char_p, c_uint64, c_char_p, answer]
