@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Tries the Debian packages: makes them twice, in folders of different names, for the same bytes; asks
-# lintian; installs, upgrades and removes them in an empty root, where programs use them meanwhile.
+# lintian; installs, upgrades and removes them, and lets programs use them meanwhile, in a layer over this
+# system. As root.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
@@ -8,8 +9,6 @@ root=$PWD
 need_packages lintian dpkg-dev python3-numpy
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-fail() { echo "check_packages.sh: $*" >&2; exit 1; }
-
 scripts/make_packages.sh >/dev/null
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)
 export SOURCE_DATE_EPOCH
@@ -34,24 +33,39 @@ for package in build-packages/*.deb; do
   dpkg-deb --root-owner-group -b "$work/old" "$work/old-$(basename "$package")" >/dev/null
   rm -r "$work/old"
 done
-chroot=$work/root
-mkdir -p "$chroot/var/lib/dpkg/info" "$chroot/var/lib/dpkg/updates"
-touch "$chroot/var/lib/dpkg/status" "$chroot/var/lib/dpkg/available"
-run_dpkg() {
-  dpkg --root="$chroot" --force-script-chrootless --force-depends "$@" >"$work/dpkg.log" 2>&1 ||
-    { cat "$work/dpkg.log" >&2; fail "dpkg $1"; }
-}
-files() { (cd "$chroot" && find . -path ./var -prune -o -print | sort); }
-files >"$work/before"
-run_dpkg -i "$work"/old-*.deb
-run_dpkg -i build-packages/*.deb
-[ -z "$(find "$chroot/usr" -name old)" ] || fail "the upgrade left files of the old version"
-libraries=$(dirname "$(find "$chroot/usr" -name libkvjpx.so)")
-tests/consumers/run.sh --installed "$chroot/usr" "$libraries" /usr/bin/python3 cc c++
-LD_LIBRARY_PATH=$libraries "$chroot/usr/bin/kvjpx" decode samples/minimal.jp2 --format raw -o - >/dev/null
-for name in libkvjpx.so libkvjpx.so.1 libkvj2k.so libkvjpx-tools.so.1; do
-  [ -e "$libraries/$name" ] || fail "there is no $name"
+
+# This system as it is, with a layer of its own for what the packages change.
+cp build-packages/*.deb "$work"
+cat >"$work/try.sh" <<'END'
+set -euo pipefail
+cd "$(dirname "$0")"
+mkdir layer under root
+mount -t overlay overlay -o lowerdir=/,upperdir="$PWD/layer",workdir="$PWD/under" root
+mount --bind /dev root/dev
+for folder in "$1" "$PWD"; do
+  mkdir -p "root$folder"
+  mount --bind "$folder" "root$folder"
 done
-run_dpkg --purge libkvjpx libkvj2k kvjpx libkvjpx-dev python3-kvjpx
-files | diff "$work/before" - || fail "the packages left files behind"
+chroot root bash -euo pipefail -s "$PWD" "$1" <<'INSIDE'
+quietly() { "$@" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }; }
+log=$1/dpkg.log
+unset LD_LIBRARY_PATH PYTHONPATH KVJPX_LIBRARY
+cd "$2"
+quietly dpkg -i "$1"/old-*.deb
+quietly dpkg -i "$1"/[!o]*.deb
+if ls /usr/share/doc/*kvj*/old 2>/dev/null; then
+  echo "the upgrade left these" >&2
+  exit 1
+fi
+libraries=$(dirname "$(find /usr/lib -name libkvjpx.so)")
+tests/consumers/run.sh --installed /usr "$libraries" /usr/bin/python3 cc c++
+kvjpx decode samples/minimal.jp2 --format raw -o - >/dev/null
+quietly man -w kvjpx
+/usr/bin/python3 -c 'import ctypes; ctypes.CDLL("libkvjpx.so"); ctypes.CDLL("libkvjpx.so.1")'
+quietly dpkg --purge libkvjpx libkvj2k kvjpx libkvjpx-dev python3-kvjpx
+INSIDE
+left=$(find layer/usr layer/etc \( -name '*kvj*' -o -type f -o -type l \) ! -path layer/etc/ld.so.cache)
+[ -z "$left" ] || { echo "the packages left behind:" $left >&2; exit 1; }
+END
+unshare --mount bash "$work/try.sh" "$root"
 echo "the packages install, serve, upgrade and leave nothing behind"

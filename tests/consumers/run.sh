@@ -23,9 +23,10 @@ else
     >"$work/log" 2>&1) || { cat "$work/log"; exit 1; }
   "$1" -m zipfile -e "$work"/kvjpx-*.whl "$work/modules"
   modules=$work/modules
+  export LD_LIBRARY_PATH=$libraries
 fi
 python=$1 cc=$2 cxx=$3
-export LD_LIBRARY_PATH=$libraries PKG_CONFIG_PATH=$libraries/pkgconfig
+export PKG_CONFIG_PATH=$libraries/pkgconfig
 
 # shellcheck disable=SC2046
 "$cc" "$here/size.c" $(pkg-config --cflags --libs kvjpx) -o "$work/by_pkg_config"
