@@ -4,10 +4,25 @@ from __future__ import annotations
 
 import ctypes
 import struct
+import warnings
+from array import array
 from ctypes import byref, c_uint32, c_uint64, c_void_p
-from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional
 
-from ._library import INTERNAL, INVALID_ARGUMENT, OK, Context, Error, codec, fields_of
+from ._library import (
+    INTERNAL,
+    INVALID_ARGUMENT,
+    OK,
+    Codestream,
+    Context,
+    DecodeReport,
+    Error,
+    SampleRequest,
+    Samples,
+    codec,
+    fields_of,
+    has_samples,
+)
 
 if TYPE_CHECKING:
     from ._document import Document
@@ -123,42 +138,111 @@ def part(document: Document, key: Any) -> Any:
     return picture[(whole, whole, *others)] if others else picture
 
 
-def _decode_codestream(codestream: bytes, request: _Request) -> Any:
-    library = codec()
-    handle = c_void_p()
+class _Codec:
+    """A handle of the codec for one codestream."""
 
-    def call(function: str, *arguments: Any) -> None:
-        code = getattr(library, function)(handle, *arguments)
+    def __init__(self, codestream: bytes) -> None:
+        self.library = codec()
+        self._codestream = codestream
+        self._handle = c_void_p()
+        code: int = self.library.kv_j2k_create(byref(self._handle))
         if code != OK:
-            raise Error(code, _reason(library, handle, code))
+            raise Error(code, "the codec has not enough memory")
 
-    if len(codestream) >= 1 << 32:
-        raise Error(INVALID_ARGUMENT, "the codec takes codestreams of less than 4 GiB")
-    code: int = library.kv_j2k_create(byref(handle))
-    if code != OK:
-        raise Error(code, "the codec has not enough memory")
-    data = c_void_p()
-    try:
-        call("kv_j2k_set_input_image", codestream, len(codestream))
+    def close(self) -> None:
+        self.library.kv_j2k_destroy(self._handle)
+
+    def _call(self, function: str, *arguments: Any) -> None:
+        code = getattr(self.library, function)(self._handle, *arguments)
+        if code != OK:
+            raise Error(code, _reason(self.library, self._handle, code))
+
+    def samples(self, request: _Request) -> Any:
+        """The picture with the depth of its components; None where they differ in size or sign."""
+        self._call("kv_j2k_set_input_borrowed", self._codestream, len(self._codestream))
+        about = Codestream(size=ctypes.sizeof(Codestream))
+        self._call("kv_j2k_get_codestream", byref(about))
+        part = request.within(about.right - about.left, about.bottom - about.top)
+        if part.reduce > about.levels:
+            raise Error(INVALID_ARGUMENT, f"width and height can be halved {about.levels} times")
+        wanted = SampleRequest(
+            size=ctypes.sizeof(SampleRequest),
+            left=about.left + part.left,
+            top=about.top + part.top,
+            right=about.left + part.right,
+            bottom=about.top + part.bottom,
+            reduction=part.reduce,
+            layers=part.layers or 0,
+        )
+        samples = ctypes.POINTER(Samples)()
+        self._call("kv_j2k_decode_samples", byref(wanted), byref(samples))
+        try:
+            return _interleaved(samples[0])
+        finally:
+            self.library.kv_j2k_free_samples(samples)
+
+    def bytes_of(self, request: _Request) -> Any:
+        """The picture with 8 bits a sample and all components of one size."""
+        if len(self._codestream) >= 1 << 32:
+            raise Error(INVALID_ARGUMENT, "the codec takes codestreams of less than 4 GiB")
+        self._call("kv_j2k_set_input_image", self._codestream, len(self._codestream))
         width, height, components, x, y = (c_uint32() for _ in range(5))
-        call("kv_j2k_get_input_image_info", byref(width), byref(height), None, byref(components))
-        call("kv_j2k_get_input_j2k_tile_info", None, None, None, None, byref(x), byref(y))
+        self._call(
+            "kv_j2k_get_input_image_info", byref(width), byref(height), None, byref(components)
+        )
+        self._call("kv_j2k_get_input_j2k_tile_info", None, None, None, None, byref(x), byref(y))
         part = request.within(width.value - x.value, height.value - y.value)
         edges = (
             part.left + x.value, part.top + y.value, part.right + x.value, part.bottom + y.value
         )
-        call("kv_j2k_set_input_j2k_region_level", *edges)
-        call("kv_j2k_set_input_j2k_resolution_level", part.reduce + 1, 0)
-        call("kv_j2k_set_input_j2k_quality_level", part.quality_level)
-        call("kv_j2k_set_output_type", _INTERLEAVED)
-        length = c_uint32()
-        call("kv_j2k_get_output_image", byref(data), byref(length))
-        samples = _copy(data, length.value)
+        self._call("kv_j2k_set_input_j2k_region_level", *edges)
+        self._call("kv_j2k_set_input_j2k_resolution_level", part.reduce + 1, 0)
+        self._call("kv_j2k_set_input_j2k_quality_level", part.quality_level)
+        self._call("kv_j2k_set_output_type", _INTERLEAVED)
+        data, length = c_void_p(), c_uint32()
+        self._call("kv_j2k_get_output_image", byref(data), byref(length))
+        try:
+            samples = _copy(data, length.value)
+        finally:
+            self.library.kv_j2k_free(self._handle, data)
+        left, top, right, bottom = (-(-edge >> part.reduce) for edge in edges)
+        return _picture(samples, right - left, bottom - top)
+
+
+def _decode_codestream(codestream: bytes, request: _Request) -> Any:
+    handle = _Codec(codestream)
+    try:
+        picture = handle.samples(request) if has_samples(handle.library) else None
+        return handle.bytes_of(request) if picture is None else picture
     finally:
-        library.kv_j2k_free(handle, data)
-        library.kv_j2k_destroy(handle)
-    left, top, right, bottom = (-(-edge >> part.reduce) for edge in edges)
-    return _picture(samples, right - left, bottom - top)
+        handle.close()
+
+
+def _interleaved(samples: Samples) -> Any:
+    planes = samples.planes[: samples.plane_count]
+    first = planes[0]
+    sizes = {(plane.width, plane.height, plane.is_signed) for plane in planes}
+    if len(sizes) > 1:
+        return None
+    depth = max(plane.precision for plane in planes)
+    form = "B" if depth <= 8 else "H" if depth <= 16 else "I"
+    form = form.lower() if first.is_signed else form
+    count = first.width * first.height
+    if count == 0:
+        raise Error(INVALID_ARGUMENT, "no sample is in the region at this reduction")
+    pixels = array(form, bytes(count * len(planes) * array(form).itemsize))
+    for number, plane in enumerate(planes):
+        values = (ctypes.c_int32 * count).from_address(ctypes.addressof(plane.samples.contents))
+        pixels[number :: len(planes)] = _narrowed(values, form)
+    return _shaped(memoryview(pixels), first.width, first.height, len(planes))
+
+
+def _narrowed(values: Any, form: str) -> array[int]:
+    try:
+        import numpy
+    except ImportError:
+        return array(form, values)
+    return array(form, numpy.frombuffer(values, numpy.int32).astype(form).tobytes())
 
 
 def _reason(library: ctypes.CDLL, handle: c_void_p, code: int) -> str:
@@ -205,25 +289,29 @@ def _compose_in(context: Context, request: _Request, file_size: int) -> Any:
     if context.ask("kv_jpx_get_next_box_id_by_type", _code(b"ihdr"), 0, byref(header)) != OK:
         raise Error(INVALID_ARGUMENT, "the file has no image header")
     value = c_uint64()
-    numbers = []
-    for name in ("width", "height", "nc"):
+    size = []
+    for name in ("width", "height"):
         key = fields_of(_code(b"ihdr"))[name].key
         context.call("kv_jpx_get_box_field_int", header, key, 0, byref(value))
-        numbers.append(value.value)
-    part = request.within(numbers[0], numbers[1])
-    columns, rows = part.size
+        size.append(value.value)
+    part = request.within(size[0], size[1])
     likely = max(_FREE_SAMPLES, file_size * _SAMPLES_PER_BYTE)
-    if columns * rows * max(numbers[2], 1) > min(_MOST_SAMPLES, likely):
-        raise Error(
-            INVALID_ARGUMENT, f"a picture of {columns} x {rows} is more than the file makes likely"
-        )
+    context.call("kv_jpx_set_decode_limits", min(_MOST_SAMPLES, likely), 0)
     context.call("kv_jpx_set_input_jpx_region_level", part.left, part.top, part.right, part.bottom)
     context.call("kv_jpx_set_input_jpx_resolution_level", part.reduce + 1, 0)
     context.call("kv_jpx_set_input_jpx_quality_level", part.quality_level)
     context.call("kv_jpx_set_output_type", _INTERLEAVED)
     block, length = c_void_p(), c_uint64()
     context.call("kv_jpx_get_output_image", byref(block), byref(length))
-    return _picture(context.take(block, length.value), columns, rows)
+    report = DecodeReport(size=ctypes.sizeof(DecodeReport))
+    context.call("kv_jpx_get_decode_report", byref(report))
+    text = report.text.decode("utf-8", "replace")
+    if report.delivered == 0 or not length.value:
+        raise Error(report.codec_code or INVALID_ARGUMENT, text or "nothing could be decoded")
+    if report.failed:
+        warnings.warn(f"{report.failed} codestreams left their places empty: {text}", stacklevel=4)
+    columns, rows = part.size
+    return _picture(bytearray(context.take(block, length.value)), columns, rows)
 
 
 def _code(box_type: bytes) -> int:
@@ -234,16 +322,19 @@ def _copy(data: c_void_p, length: int) -> bytearray:
     return bytearray((ctypes.c_char * length).from_address(data.value)) if data.value else bytearray()
 
 
-def _picture(samples: Union[bytes, bytearray], width: int, height: int) -> Any:
+def _picture(samples: bytearray, width: int, height: int) -> Any:
     if not samples:
         raise Error(INVALID_ARGUMENT, "nothing could be decoded")
     components = len(samples) // (width * height)
     if components * width * height != len(samples):
         raise Error(INTERNAL, f"the codec delivered {len(samples)} samples for {width} x {height}")
+    return _shaped(memoryview(samples), width, height, components)
+
+
+def _shaped(pixels: memoryview, width: int, height: int, components: int) -> Any:
     shape = (height, width) if components == 1 else (height, width, components)
-    pixels = memoryview(bytearray(samples) if isinstance(samples, bytes) else samples)
     try:
         import numpy
     except ImportError:
-        return pixels.cast("B", shape)
-    return numpy.frombuffer(pixels, numpy.uint8).reshape(shape)
+        return pixels.cast("B").cast(pixels.format, shape)
+    return numpy.asarray(pixels).reshape(shape)

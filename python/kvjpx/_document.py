@@ -746,9 +746,13 @@ class Document:
         layers: Optional[int] = None,
         codestream: Optional[int] = None,
     ) -> Any:
-        """The picture, as the file saved now would give it: rows of pixels of 8 bits a sample,
-        two-dimensional for one component, with the components as third dimension for several. An
-        array of numpy where that is installed, otherwise a memoryview of the same shape.
+        """The picture, as the file saved now would give it: rows of pixels, two-dimensional for
+        one component, with the components as third dimension for several. An array of numpy
+        where that is installed, otherwise a memoryview of the same shape.
+
+        Samples of a codestream are as coded, in the smallest of 8, 16 and 32 bits, signed or not,
+        that holds the deepest component. They have 8 bits, and components all one size, where
+        components differ in size or sign, and in a picture that several codestreams make.
 
         region      left, top, right and bottom in samples of the full picture; right and bottom
                     are exclusive, and 0 there is the picture's edge.
@@ -756,9 +760,9 @@ class Document:
         layers      quality layers to decode; None for all.
         codestream  decodes one alone, by its number from 0. None for the picture that the file's
                     instructions compose, in which a codestream that cannot be decoded leaves its
-                    place empty.
+                    place empty, of which a warning tells.
 
-        Samples are as coded: palettes and colours are not applied. Raises Error where nothing can
+        Palettes and colours are not applied. Raises Error where nothing can
         be decoded, and for more samples than the size of the file makes likely."""
         return _decode.decode(self, region, reduce, layers, codestream)
 

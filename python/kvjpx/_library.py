@@ -101,6 +101,78 @@ class FindingRecord(ctypes.Structure):
     ]
 
 
+class DecodeReport(ctypes.Structure):
+    """kv_jpx_decode_report"""
+
+    _fields_ = [
+        ("size", c_uint32),
+        ("delivered", c_uint32),
+        ("failed", c_uint32),
+        ("skipped", c_uint32),
+        ("failed_box_id", c_uint32),
+        ("codec_code", c_int32),
+        ("output_code", c_int32),
+        ("text", c_char_p),
+    ]
+
+
+class Codestream(ctypes.Structure):
+    """kv_j2k_codestream"""
+
+    _fields_ = [
+        (name, c_uint32)
+        for name in (
+            "size", "components", "left", "top", "right", "bottom",
+            "tile_left", "tile_top", "tile_width", "tile_height", "levels",
+        )
+    ]
+
+
+class SampleRequest(ctypes.Structure):
+    """kv_j2k_sample_request"""
+
+    _fields_ = [
+        ("size", c_uint32),
+        ("flags", c_uint32),
+        ("left", c_uint32),
+        ("top", c_uint32),
+        ("right", c_uint32),
+        ("bottom", c_uint32),
+        ("reduction", c_uint32),
+        ("layers", c_uint32),
+        ("components", POINTER(c_uint32)),
+        ("component_count", c_uint32),
+        ("threads", c_uint32),
+    ]
+
+
+class Plane(ctypes.Structure):
+    """kv_j2k_plane"""
+
+    _fields_ = [
+        *(
+            (name, c_uint32)
+            for name in (
+                "component", "precision", "is_signed", "dx", "dy", "x0", "y0", "width", "height",
+            )
+        ),
+        ("samples", POINTER(c_int32)),
+    ]
+
+
+class Samples(ctypes.Structure):
+    """kv_j2k_samples"""
+
+    _fields_ = [
+        ("plane_count", c_uint32),
+        ("planes", POINTER(Plane)),
+        ("is_complete", c_uint32),
+        ("missing_tile_count", c_uint32),
+        ("missing_tiles", POINTER(c_uint32)),
+        ("missing", c_char_p),
+    ]
+
+
 class Field(NamedTuple):
     """A row of the library's table of fields."""
 
@@ -163,6 +235,8 @@ _CONTEXT_FUNCTIONS: dict[str, list[Any]] = {
     "kv_jpx_set_input_jpx_resolution_level": [c_int16, c_int16],
     "kv_jpx_set_input_jpx_quality_level": [c_int16],
     "kv_jpx_set_output_type": [c_int32],
+    "kv_jpx_set_decode_limits": [c_uint64, c_uint32],
+    "kv_jpx_get_decode_report": [POINTER(DecodeReport)],
     "kv_jpx_get_output_image": [POINTER(c_void_p), POINTER(c_uint64)],
     "kv_jpx_get_output_image_file": [c_char_p],
 }
@@ -179,6 +253,14 @@ _CODEC_FUNCTIONS: dict[str, list[Any]] = {
     "kv_j2k_set_output_type": [c_void_p, c_int32],
     "kv_j2k_get_output_image": [c_void_p, POINTER(c_void_p), POINTER(c_uint32)],
     "kv_j2k_free": [c_void_p, c_void_p],
+}
+
+# Not every codec delivers samples as they were coded.
+_SAMPLE_FUNCTIONS: dict[str, list[Any]] = {
+    "kv_j2k_set_input_borrowed": [c_void_p, c_char_p, c_uint64],
+    "kv_j2k_get_codestream": [c_void_p, POINTER(Codestream)],
+    "kv_j2k_decode_samples": [c_void_p, POINTER(SampleRequest), POINTER(POINTER(Samples))],
+    "kv_j2k_free_samples": [POINTER(Samples)],
 }
 
 
@@ -221,7 +303,15 @@ def codec() -> ctypes.CDLL:
     library()
     loaded = _load("libkvj2k.so")
     _declare(loaded, _CODEC_FUNCTIONS, [])
+    if has_samples(loaded):
+        _declare(loaded, _SAMPLE_FUNCTIONS, [])
+        loaded.kv_j2k_free_samples.restype = None
     return loaded
+
+
+def has_samples(codec: ctypes.CDLL) -> bool:
+    """Whether it delivers samples as they were coded."""
+    return hasattr(codec, "kv_j2k_decode_samples")
 
 
 @functools.lru_cache(maxsize=None)
