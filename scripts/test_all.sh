@@ -61,5 +61,8 @@ mkdir -p build
 doxygen docs/Doxyfile 2>&1 | tee build/reference.log
 [ ! -s build/reference.log ]
 
+section "Debian packages"
+scripts/check_packages.sh
+
 section "Fuzzers"
 scripts/fuzz.sh 60

@@ -5,8 +5,8 @@
 #include "check/check.h"
 #include "check_report.h"
 #include "commands.h"
-#include "input_file.h"
 #include "many.h"
+#include "opened_file.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -38,14 +38,6 @@ class Selection {
   std::set<const Rule*> wanted_;
 };
 
-kvjpx_check::Result result_for(const InputFile& file, unsigned profile) {
-  const kvjpx::byte_view bytes(file.bytes());
-  auto document =
-      file.is_mapped() ? kvjpx::document::open(file.name()) : kvjpx::document::read(bytes);
-  if (!document) throw Failure(kInputOutput, file.label() + ": " + document.error().text());
-  return kvjpx_check::check(*document, bytes, profile);
-}
-
 void print_lines(const std::string& label, const std::vector<Finding>& findings, uint64_t omitted,
                  std::ostream& out) {
   for (const Finding& finding : findings) out << finding_as_line(label, finding);
@@ -54,8 +46,8 @@ void print_lines(const std::string& label, const std::vector<Finding>& findings,
 
 bool check_one(const std::string& name, const CheckRequest& request, const Selection& selection,
                std::ostream& out) {
-  const InputFile file(name);
-  kvjpx_check::Result result = result_for(file, request.profile);
+  const OpenedFile file(name);
+  kvjpx_check::Result result = kvjpx_check::check(file.document(), file.bytes(), request.profile);
   std::vector<Finding>& findings = result.findings;
   findings.erase(std::remove_if(findings.begin(), findings.end(),
                                 [&](const Finding& finding) { return !selection.has(finding); }),

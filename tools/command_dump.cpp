@@ -1,12 +1,9 @@
 // dump: everything that is in a file.
 #include <algorithm>
 
-#include "codestreams.h"
 #include "commands.h"
-#include "facts.h"
+#include "dump.h"
 #include "facts_text.h"
-#include "opened_file.h"
-#include "printer.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -82,37 +79,6 @@ class TextPrinter final : public Printer {
   std::string_view section_;
 };
 
-void dump_codestreams(const OpenedFile& file, const kvjpx::box_paths& paths, Printer& printer) {
-  printer.section("codestreams");
-  uint64_t number = 0;
-  for (Codestream& codestream : codestreams_of(file)) {
-    Json facts = {{"number", number++},
-                  {"path", codestream.box ? paths.path(codestream.box) : "/"},
-                  {"length", number_fact(codestream.source.size())},
-                  {"whole", codestream.is_whole}};
-    add_headers(facts, codestream.source);
-    printer.entry(facts);
-  }
-}
-
-void dump_file(const OpenedFile& file, bool with_codestreams, Printer& printer) {
-  const kvjpx::document& document = file.document();
-  const kvjpx::box_paths paths(document);
-  printer.begin_file({{"file", file.label()},
-                      {"size", number_fact(file.bytes().size())},
-                      {"kind", file.is_codestream() ? "codestream" : "boxes"}});
-  printer.section("boxes");
-  for (const kvjpx::box box : document.boxes()) printer.entry(box_facts(head_of(paths, box)));
-  print_tails(document, paths, printer);
-  printer.section("findings");
-  for (const kvjpx::finding& finding : document.findings()) {
-    printer.entry(finding_facts(paths, finding));
-  }
-  if (with_codestreams || file.is_codestream()) dump_codestreams(file, paths, printer);
-  printer.end_file();
-  file.check_is_known();
-}
-
 }  // namespace
 
 ExitCode dump_files(const DumpRequest& request) {
@@ -120,10 +86,12 @@ ExitCode dump_files(const DumpRequest& request) {
   const Form form = is_json ? Form::kJsonLines : Form::kHeadings;
   return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
     const OpenedFile file(name);
-    if (is_json) file.check_is_known();
-    JsonPrinter json(out);
-    TextPrinter text(out);
-    dump_file(file, request.codestreams, is_json ? static_cast<Printer&>(json) : text);
+    if (is_json) {
+      dump_json(file, request.codestreams, out);
+    } else {
+      TextPrinter text(out);
+      dump_file(file, request.codestreams, text);
+    }
     return kDone;
   });
 }

@@ -23,7 +23,11 @@ Failure library_failure(const std::string& place, kv_jpx_context* context, ExitC
   kv_jpx_error_info error = {};
   error.size = sizeof error;
   kv_jpx_get_last_error(context, &error);
-  switch (error.code) {
+  return library_failure(place, kvjpx::error(error.code, error.text), refusal);
+}
+
+Failure library_failure(const std::string& place, const kvjpx::error& error, ExitCode refusal) {
+  switch (error.code()) {
     case JPX_ERR_MEMORY:
       return Failure(kInputOutput, place + ": not enough memory");
     case JPX_ERR_READ_PAST_END:
@@ -34,7 +38,7 @@ Failure library_failure(const std::string& place, kv_jpx_context* context, ExitC
     case JPX_ERR_INTERNAL:
       refusal = kInputOutput;
   }
-  return Failure(refusal, place + ": " + error.text);
+  return Failure(refusal, place + ": " + error.text());
 }
 
 void report(const std::string& message) {

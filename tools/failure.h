@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "kvjpx.h"
+#include "kvjpx.hpp"
 
 namespace kvjpx_tool {
 
@@ -39,6 +39,7 @@ Failure system_failure(const std::string& place, const std::string& what);
 // What the context's last call failed for, in the library's words. `refusal` is the exit code for
 // what the library judges; short memory and unreadable files have their own.
 Failure library_failure(const std::string& place, kv_jpx_context* context, ExitCode refusal);
+Failure library_failure(const std::string& place, const kvjpx::error& error, ExitCode refusal);
 
 // Writes "kvjpx: <message>" to standard error.
 void report(const std::string& message);

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "output.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {

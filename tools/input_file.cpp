@@ -28,8 +28,8 @@ size_t largest_size(int descriptor) {
   return S_ISCHR(mode) ? 16 * kMebibyte : 1024 * kMebibyte;
 }
 
-// The mapped file that was opened last, from which the others are reached.
-const InputFile* volatile last_mapped = nullptr;
+// The mapped file that this thread opened last, from which the others are reached.
+thread_local const InputFile* volatile last_mapped = nullptr;
 
 void end_by_shortened_file(int signal, siginfo_t* info, void*) {
   const InputFile* const file = InputFile::mapped_around(last_mapped, info->si_addr);

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kvjpx_tool {
 
@@ -12,6 +13,8 @@ class InputFile {
   // Regular files that have a size are mapped where the system can; pipes, devices and standard
   // input ("-") are read whole. Throws a Failure when one does not seem to end.
   explicit InputFile(const std::string& name);
+  // Of one that is in memory already, whose bytes must outlive this.
+  InputFile(std::string label, std::string_view bytes) : label_(std::move(label)), bytes_(bytes) {}
   ~InputFile();
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;

@@ -2,6 +2,7 @@
 #ifndef KVJPX_TOOLS_OPENED_FILE_H_
 #define KVJPX_TOOLS_OPENED_FILE_H_
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,11 +15,13 @@ class OpenedFile {
  public:
   // "-" is standard input. Throws a Failure when the file cannot be read.
   explicit OpenedFile(const std::string& name);
+  // Of a file that is in memory, whose bytes must outlive this.
+  OpenedFile(const std::string& label, std::string_view bytes);
 
   const std::string& label() const { return file_.label(); }
   std::string_view bytes() const { return file_.bytes(); }
   // Without a box for a bare codestream.
-  const kvjpx::document& document() const { return document_; }
+  const kvjpx::document& document() const { return *document_; }
   bool is_codestream() const { return is_codestream_; }
 
   // Throw a Failure that tells what the file seems to be when it has not one box; a bare codestream
@@ -27,9 +30,11 @@ class OpenedFile {
   void check_is_known() const;
 
  private:
+  void open();
+
   InputFile file_;
-  kvjpx::document document_;
-  bool is_codestream_;
+  std::optional<kvjpx::document> document_;
+  bool is_codestream_ = false;
 };
 
 }  // namespace kvjpx_tool

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +14,7 @@
 #include "failure.h"
 #include "output_file.h"
 #include "terminal.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -212,12 +212,6 @@ void fill_file(const std::string& name, const std::function<void()>& fill) {
   std::optional<SignalsHeld> held;
   if (is_regular_or_new(name)) held.emplace();
   fill();
-}
-
-bool is_text(std::string_view bytes) {
-  return std::none_of(bytes.begin(), bytes.end(), [](unsigned char c) {
-    return (c < ' ' && c != '\n' && c != '\r' && c != '\t') || c == 0x7F;
-  });
 }
 
 void finish_stdout() {

@@ -55,10 +55,6 @@ class ResultStream {
 // file sizes ends it half-way.
 void fill_file(const std::string& name, const std::function<void()>& fill);
 
-// Whether bytes are free of control characters other than white space, which mark binary data (and
-// could drive a terminal).
-bool is_text(std::string_view bytes);
-
 // Makes sure that everything printed has arrived; throws a Failure when not.
 void finish_stdout();
 

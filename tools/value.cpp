@@ -1,6 +1,7 @@
 // Reads and writes numbers and bytes.
 #include "value.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "kvjpx.h"
@@ -68,6 +69,12 @@ std::string to_hex(std::string_view bytes) {
     digits += kDigits[value & 15];
   }
   return digits;
+}
+
+bool is_text(std::string_view bytes) {
+  return std::none_of(bytes.begin(), bytes.end(), [](unsigned char c) {
+    return (c < ' ' && c != '\n' && c != '\r' && c != '\t') || c == 0x7F;
+  });
 }
 
 }  // namespace kvjpx_tool

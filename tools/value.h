@@ -23,6 +23,10 @@ std::optional<uint32_t> parse_code(const std::string& text);
 std::optional<std::string> parse_hex(const std::string& digits);
 std::string to_hex(std::string_view bytes);
 
+// Whether bytes are free of control characters other than white space, which mark binary data (and
+// could drive a terminal).
+bool is_text(std::string_view bytes);
+
 }  // namespace kvjpx_tool
 
 #endif  // KVJPX_TOOLS_VALUE_H_
