@@ -48,7 +48,7 @@ class TestDocument : public TestContext {
   std::string field_bytes(uint32_t id, uint32_t key);
   int32_t set_bytes(uint32_t id, uint32_t key, std::string_view data, uint32_t element_size = 1) {
     return kv_jpx_set_box_field_buffer(get(), id, key, data.size() / element_size, element_size,
-                                       data.data());
+                                       data.empty() ? nullptr : data.data());
   }
 
   // The contents of a block that the library handed out, which is freed; none for null.
