@@ -1,6 +1,6 @@
-// What the library's work costs as a multiple of what it cannot do without, measured in turns in one
-// run, the least of each (see README.md here). Times by themselves tell of the machine; these ratios
-// tell of the library.
+// What the library's work costs as a multiple of what it cannot do without, measured in turns in
+// one run, the least of each (see README.md here). Times by themselves tell of the machine; these
+// ratios tell of the library.
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/sendfile.h>
@@ -76,9 +76,9 @@ void walk_headers(const std::string& file, size_t place, size_t end, const Visit
   }
 }
 
-// What a load has to do at the least: go from header to header, and for each box have two blocks (one
-// of an opaque box's record, one of half a hundred bytes) and give them back. Here at once, where
-// they come from the allocator's hand and no cache is missed.
+// What a load has to do at the least: go from header to header, and for each box have two blocks
+// (one of an opaque box's record, one of half a hundred bytes) and give them back. Here at once,
+// where they come from the allocator's hand and no cache is missed.
 void load_floor(const std::string& file) {
   constexpr size_t kRecord = 216;
   constexpr size_t kEntry = 48;
@@ -124,9 +124,8 @@ void show_loads(uint32_t count) {
   for (const Shape& shape : all_shapes()) {
     if (!has_many_boxes(shape)) continue;
     const std::string file = shape.make(count);
-    const std::vector<double> least =
-        least_times({[&] { load_floor(file); }, [&] { Loaded(file, false); },
-                     [&] { Loaded(file, true); }});
+    const std::vector<double> least = least_times(
+        {[&] { load_floor(file); }, [&] { Loaded(file, false); }, [&] { Loaded(file, true); }});
     printf("  %-16s %5.0f ns a box", shape.name, least[1] / count_boxes(file) * 1e9);
     show_ratio("load", least[1] / least[0], 2);
     show_ratio("kept", least[2] / least[0], 2.5);
@@ -171,10 +170,10 @@ void show_copies(uint32_t count) {
       uint64_t length = buffer.size();
       kv_jpx_get_output_image(loaded.get(), &data, &length);
     };
-    const std::vector<double> least = least_times(
-        {[&] { memcpy(buffer.data(), file.data(), file.size()); }, [&] { to_memory(plain); },
-         [&] { to_memory(changed); }},
-        200);
+    const std::vector<double> least =
+        least_times({[&] { memcpy(buffer.data(), file.data(), file.size()); },
+                     [&] { to_memory(plain); }, [&] { to_memory(changed); }},
+                    200);
     printf("  %-16s %5.1f us", shape.name, least[0] * 1e6);
     show_ratio("unchanged", least[1] / least[0], 1.2);
     show_ratio("changed", least[2] / least[1], 1.2);
@@ -193,8 +192,8 @@ void show_copies(uint32_t count) {
       lseek(to, 0, SEEK_SET);
       kv_jpx_write_jpx(mapped, to);
     };
-    std::vector<double> files = least_times(
-        {[&] { copy_by_kernel(from, to, file.size()); }, to_file}, 60);
+    std::vector<double> files =
+        least_times({[&] { copy_by_kernel(from, to, file.size()); }, to_file}, 60);
     show_ratio("file", files[1] / files[0], 1.2);
     change_one(mapped, count_boxes(file));
     files = least_times({[&] { copy_by_kernel(from, to, file.size()); }, to_file}, 60);

@@ -46,20 +46,6 @@ void list_append(Environment* env, EntryList* list, uint64_t entry_size, const v
   ++list->count;
 }
 
-bool list_try_append(Environment* env, EntryList* list, uint64_t entry_size, const void* fresh) {
-  if (list->count + 2 > list->capacity) {
-    const uint64_t capacity = list->capacity + list->capacity / 2 + 2;
-    auto* const grown = static_cast<uint8_t*>(try_allocate_zeroed(env, capacity * entry_size));
-    if (grown == nullptr) return false;
-    if (list->count != 0) memcpy(grown, list->entries, list->count * entry_size);
-    release(env, list->entries);
-    list->entries = grown;
-    list->capacity = capacity;
-  }
-  list_append(env, list, entry_size, fresh);
-  return true;
-}
-
 void list_provide_spare(Environment* env, EntryList* list, uint64_t entry_size) {
   reserve(env, list, entry_size, list->count + 1);
 }

@@ -24,9 +24,6 @@ void list_set_count(Environment* env, EntryList* list, uint64_t entry_size, uint
 // Adds one entry, a copy of *fresh or zeros when that is null.
 void list_append(Environment* env, EntryList* list, uint64_t entry_size, const void* fresh);
 
-// The same where it can be done without: false when memory is short.
-bool list_try_append(Environment* env, EntryList* list, uint64_t entry_size, const void* fresh);
-
 // Makes sure that the spare slot exists.
 void list_provide_spare(Environment* env, EntryList* list, uint64_t entry_size);
 

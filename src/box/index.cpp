@@ -232,7 +232,6 @@ BoxIndex* make_index(Environment* env, Trouble* at) {
   auto* index = static_cast<BoxIndex*>(allocate_zeroed(env, sizeof(BoxIndex)));
   index->at = at;
   index->is_all_ours = true;
-  index->has_all_marks = true;
   index->seen_changes = outside_changes();
   return index;
 }
@@ -310,15 +309,13 @@ void index_discard(Environment* env, BoxIndex* index, Box* box) {
   JPX_SafeFreeInternal(env, box);
 }
 
-// No change fails because its mark can't be made.
 void index_note_link(Environment* env, BoxIndex* index, const Box* box) {
   if (index->keeps_everything == 0 || box == nullptr || box->id >= index->count) return;
   BoxEntry& entry = entry_of(*index, box->id);
   if (entry.header_length == 0 || (entry.flags & kMarked) != 0) return;
   entry.flags |= kMarked;
   const Mark mark = {entry.offset, box->id};
-  index->has_all_marks =
-      index->has_all_marks && list_try_append(env, &index->marks, sizeof(mark), &mark);
+  list_append(env, &index->marks, sizeof(mark), &mark);
 }
 
 void index_note_change(Environment* env, BoxIndex* index, const Box* box) {

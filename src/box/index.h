@@ -13,8 +13,8 @@ namespace kvjpx {
 
 constexpr uint32_t kNoId = kRoot;
 
-// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container; the box
-// has a mark.
+// Behind the bits of kv_jpx_box_flags: other code may have changed what is in the container; the
+// box has a mark.
 constexpr uint16_t kLookInside = 0x8000;
 constexpr uint16_t kMarked = 0x4000;
 constexpr uint16_t kPublicFlags = 0x3FFF;
@@ -64,7 +64,6 @@ struct BoxIndex {
   uint8_t keeps_everything;
   bool has_fragments;  // or once had: an flst box
   EntryList marks;     // of Mark, in the order in which they were made
-  bool has_all_marks;  // memory was there for each
   BoxEntry** chunks;
   uint32_t chunk_capacity;
   uint32_t chunk_count;

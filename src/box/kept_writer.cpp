@@ -1,10 +1,10 @@
 // Writes a tree of which everything is kept (see kept_writer.h).
 //
 // First every changed box is measured, and compared with what it was: one that has got its old
-// content back counts as unchanged. Where there are fragments, which name bytes of the input by their
-// position, the output is then gone through without writing, which tells where those bytes come to
-// lie. At last it is written. The boxes between two changed ones are never looked at: they are one
-// piece of the input.
+// content back counts as unchanged. Where there are fragments, which name bytes of the input by
+// their position, the output is then gone through without writing, which tells where those bytes
+// come to lie. At last it is written. The boxes between two changed ones are never looked at: they
+// are one piece of the input.
 #include "box/kept_writer.h"
 
 #include <errno.h>
@@ -133,16 +133,16 @@ void put_plain(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
   output->position += length;
 }
 
-// How far bytes of the input lie behind their places in the output, modulo the size of pages. A pipe
-// has no places.
+// How far bytes of the input lie behind their places in the output, modulo the size of pages. A
+// pipe has no places.
 uint64_t distance_to_output(const KeptOutput* output, uint64_t offset) {
   const off_t place = lseek(output->descriptor, 0, SEEK_CUR);
   return place < 0 ? 0 : (static_cast<uint64_t>(place) - offset) % output->input->alignment;
 }
 
-// Reads some of the input file and writes it. What pread says. Processors take several times as long
-// to copy bytes a little further on in their page than they were, so the buffer's part that serves
-// lies half a page away from either place.
+// Reads some of the input file and writes it. What pread says. Processors take several times as
+// long to copy bytes a little further on in their page than they were, so the buffer's part that
+// serves lies half a page away from either place.
 ssize_t copy_by_hand(KeptOutput* output, off_t offset, uint64_t length, uint64_t distance) {
   const uint64_t page = output->input->alignment;
   const uint64_t wanted = static_cast<uint64_t>(offset) + distance / 2 + page / 2;
@@ -238,7 +238,8 @@ void put_bytes(KeptOutput* output, uint8_t* bytes, uint64_t length) {
   put_plain(output, bytes, length);
 }
 
-// ------------------------------------------------------------------------------------- sorted lists
+// ------------------------------------------------------------------------------------- sorted
+// lists
 
 // Sorts by `number`, a member of the entries: boxes that were moved stand in another order than in
 // the input. In place (a heap), as the C library's sort may allocate. Most lists are in order.
@@ -665,7 +666,7 @@ KeptOutput* plan_kept_output(Environment* env, BoxIndex* index, Stream* input, u
   output->index = index;
   output->input = input;
   index_find(env, index, kRoot);  // brings the index up to date
-  output->has_marks = index->is_all_ours && !index->has_strangers && index->has_all_marks;
+  output->has_marks = index->is_all_ours && !index->has_strangers;
   if (output->has_marks) prepare_marks(index);
   bool is_same;
   output->length = measure_box(output, index->root, false, &is_same);

@@ -107,18 +107,10 @@ uint64_t bs_read_n_byte(Environment* env, Stream* stream, uint32_t width, uint32
   return little_endian != 0 ? read_little(env, stream, width) : read_big(env, stream, width);
 }
 
-uint64_t bs_read_1_byte(Environment* env, Stream* stream) {
-  return read_big(env, stream, 1);
-}
-uint64_t bs_read_2_byte_big(Environment* env, Stream* stream) {
-  return read_big(env, stream, 2);
-}
-uint64_t bs_read_4_byte_big(Environment* env, Stream* stream) {
-  return read_big(env, stream, 4);
-}
-uint64_t bs_read_8_byte_big(Environment* env, Stream* stream) {
-  return read_big(env, stream, 8);
-}
+uint64_t bs_read_1_byte(Environment* env, Stream* stream) { return read_big(env, stream, 1); }
+uint64_t bs_read_2_byte_big(Environment* env, Stream* stream) { return read_big(env, stream, 2); }
+uint64_t bs_read_4_byte_big(Environment* env, Stream* stream) { return read_big(env, stream, 4); }
+uint64_t bs_read_8_byte_big(Environment* env, Stream* stream) { return read_big(env, stream, 8); }
 uint64_t bs_read_2_byte_little(Environment* env, Stream* stream) {
   return read_little(env, stream, 2);
 }

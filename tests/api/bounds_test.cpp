@@ -10,16 +10,16 @@ namespace kvjpx::test {
 namespace {
 
 constexpr size_t kDeepest = 256;
-constexpr size_t kIndexEntry = 56;
+constexpr size_t kIndexEntry = 40;
 
 // Loads a file, which must give the code within the bounds; the most memory that was in use.
 size_t bounded_peak(const std::string& file, int32_t code = JPX_OK) {
   SCOPED_TRACE(file.substr(0, 40));
   TestContext context;
   EXPECT_EQ(context.load(file), code);
-  EXPECT_LE(context.allocator().peak_bytes(), 67 * file.size() + 24576);
-  EXPECT_LE(context.allocator().traffic(), 73 * file.size() + 24576);
-  EXPECT_LE(context.allocator().allocations(), file.size() / 2 + 2 * kDeepest);
+  EXPECT_LE(context.allocator().peak_bytes(), 66 * file.size() + 12288);
+  EXPECT_LE(context.allocator().traffic(), 67 * file.size() + 12288);
+  EXPECT_LE(context.allocator().allocations(), file.size() / 4 + 2 * kDeepest);
   return context.allocator().peak_bytes();
 }
 

@@ -10,9 +10,9 @@ namespace kvjpx::test {
 namespace {
 
 // Fails each allocation of the act in turn, which gives 1 if any of its calls does. The file is
-// loaded before memory gets short.
+// loaded before memory gets short. So many allocations are needless: the act succeeds without them.
 void run(const std::string& name, const std::string& file,
-         const std::function<int32_t(TestDocument&)>& act) {
+         const std::function<int32_t(TestDocument&)>& act, size_t needless = 0) {
   const size_t descriptors = open_descriptors();
   constexpr size_t kEnough = 10'000;  // no act has so many
   size_t n = 0;
@@ -24,13 +24,16 @@ void run(const std::string& name, const std::string& file,
     const int32_t code = act(document);
     has_failed = document.allocator().has_failed();
     document.allocator().fail_at(0);
-    EXPECT_EQ(code == JPX_ERR_MEMORY, has_failed);
+    EXPECT_TRUE(code == JPX_OK || (code == JPX_ERR_MEMORY && has_failed)) << code;
     if (!has_failed) break;
+    if (code == JPX_OK) --needless;
+    if (code == JPX_OK) continue;
     uint32_t type;
     EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), KV_JPX_ROOT, &type), JPX_ERR_NO_INPUT);
     EXPECT_EQ(document.load(signature_box()), JPX_ERR_MEMORY);
   }
   EXPECT_TRUE(n > 1 && n < kEnough) << name;
+  EXPECT_EQ(needless, 0u) << name;
   EXPECT_EQ(open_descriptors(), descriptors) << name;
 }
 
@@ -138,20 +141,23 @@ TEST(FailingMemory, WhereEverythingIsKept) {
                           box("ftbl", box("flst", be16(1) + be64(0) + be32(4) + be16(0))) + "tail";
   const TempFile file(bad + box("jp2c", pattern(100'000)));
   const TempFile target("old");
-  run("load, edit and write", "", [&](TestDocument& document) {
-    kv_jpx_context* const context = document.get();
-    kv_jpx_set_keep_everything(context, 1);
-    int32_t code = document.load(bad);
-    if (code == JPX_OK) code = kv_jpx_set_input_image_file(context, file.path());
-    for (int round = 0; code == JPX_OK && round < 2; ++round) {
-      void* data = nullptr;
-      uint64_t length = 0;
-      code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
-      if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
-      if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
-    }
-    return code;
-  });
+  run(
+      "load, edit and write", "",
+      [&](TestDocument& document) {
+        kv_jpx_context* const context = document.get();
+        kv_jpx_set_keep_everything(context, 1);
+        int32_t code = document.load(bad);
+        if (code == JPX_OK) code = kv_jpx_set_input_image_file(context, file.path());
+        for (int round = 0; code == JPX_OK && round < 2; ++round) {
+          void* data = nullptr;
+          uint64_t length = 0;
+          code = kv_jpx_append_box(context, type_code("nlst"), 0, nullptr);
+          if (code == JPX_OK) code = kv_jpx_get_output_image(context, &data, &length);
+          if (code == JPX_OK) code = kv_jpx_get_output_image_file(context, target.path());
+        }
+        return code;
+      },
+      3);  // of the search for fragment lists
   EXPECT_EQ(mappings_of(file), 0u);
 }
 
