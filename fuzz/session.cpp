@@ -135,8 +135,10 @@ int32_t Session::load(const char* path, Source source) {
 
 int32_t Session::judged(int32_t code) const {
   require(code != JPX_ERR_MEMORY || allocator_.has_failed(), "code 1 means that memory failed");
-  require(!allocator_.has_failed() || code == JPX_ERR_MEMORY || code == JPX_ERR_NO_INPUT,
-          "memory that failed means code 1, and no input from then on");
+  // Searches by type go on without the memory that makes them fast.
+  require(!allocator_.has_failed() || code == JPX_ERR_MEMORY || code == JPX_ERR_NO_INPUT ||
+              !is_spent(&context_->environment),
+          "memory that failed and was needed means code 1, and no input from then on");
   require(code != JPX_ERR_INTERNAL, "nothing here uses a stream wrongly");
   if (is_spent(&context_->environment)) {
     uint32_t count;
