@@ -60,7 +60,7 @@ Codestream::Samples Codestream::decode(const GridRectangle& part, uint32_t reduc
     }
   }
   if (code == KV_J2K_OK) {
-    if (result->is_complete == 0) damage = result->missing;
+    if (result->is_complete == 0) damage = std::string("missing: ") + result->missing;
     return result;
   }
   const bool is_damage = code == KV_J2K_ERR_BROKEN_CODESTREAM || code == KV_J2K_ERR_INTERNAL;

@@ -87,7 +87,7 @@ void LayerRows::add_source(const File& file, const Registration& registration, c
                          {registration.unit_y, registration.step_y, registration.offset_y}),
                 {},
                 {}};
-  if (!source.bytes.is_whole) tell_damage(numbered("codestream", number) + " is not whole");
+  if (!source.bytes.is_whole) tell_damage(numbered("codestream", number) + " is cut short");
   if (uses_boxes) source.header = file.codestream_header(number);
   if (source.header.image) compare_with_header(source);
   source.reduction = std::min(effort.reduction, grid.levels);
