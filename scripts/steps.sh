@@ -4,7 +4,7 @@
 build_packages="g++ cmake ninja-build pkg-config libopenjp2-7-dev libpng-dev libtiff-dev
   libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev libexpat1-dev liblcms2-dev nettle-dev"
 test_packages="libgtest-dev binutils valgrind clang clang-format libclang-rt-14-dev man-db parallel
-  python3-jsonschema python3-numpy python3-setuptools python3-wheel mypy"
+  python3-jsonschema python3-numpy python3-setuptools python3-wheel mypy chromium"
 all_packages="doxygen lintian dpkg-dev clang-tidy cppcheck gcc-aarch64-linux-gnu g++-aarch64-linux-gnu qemu-user llvm"
 
 # Keeps a command's output in a file and shows the last line of it: in place on a terminal, in a log

@@ -6,6 +6,7 @@
 #include "codestreams.h"
 #include "commands.h"
 #include "facts.h"
+#include "info.h"
 #include "names.h"
 #include "opened_file.h"
 
@@ -365,62 +366,67 @@ std::string unusual_text(const Json& problem) {
   return text + (others == 0 ? "" : " and " + counted(others, "other place"));
 }
 
-std::string line(const std::string& heading, std::string text) {
-  constexpr size_t kWidth = 14;
-  // Names and labels may have several.
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return "  " + heading + std::string(kWidth - heading.size(), ' ') + text + "\n";
-}
-
-// One line an entry, with the path of its box.
-std::string lines(const Json& entries, const std::string& heading,
-                  const std::function<std::string(const Json&)>& text_of_entry) {
-  std::string text;
+// One row an entry, with the path of its box.
+void add_rows(std::vector<InfoRow>& rows, const Json& entries, const std::string& heading,
+              const std::function<std::string(const Json&)>& text_of_entry) {
   for (size_t i = 0; i < std::min(entries.size(), kMostLines); ++i) {
     const std::string path = text_of(entries[i]["path"]);
     const bool has_path = path != "/" && heading != "unusual";
-    text += line(i == 0 ? heading : "",
-                 text_of_entry(entries[i]) + (has_path ? " (" + path + ")" : ""));
+    rows.push_back({i == 0 ? heading : "", text_of_entry(entries[i]), has_path ? path : ""});
   }
   if (entries.size() > kMostLines) {
-    text += line("", "and " + std::to_string(entries.size() - kMostLines) + " more");
+    rows.push_back({"", "and " + std::to_string(entries.size() - kMostLines) + " more", ""});
+  }
+}
+
+std::string info_text(const Json& facts) {
+  constexpr size_t kWidth = 14;
+  std::string text =
+      text_of(facts["file"]) + ": " + info_kind(facts) + ", " + text_of(facts["size"]) + " bytes\n";
+  for (const InfoRow& row : info_rows(facts)) {
+    std::string words = row.text;
+    // Names and labels may have several lines.
+    std::replace(words.begin(), words.end(), '\n', ' ');
+    text += "  " + row.heading + std::string(kWidth - row.heading.size(), ' ') + words +
+            (row.path.empty() ? "" : " (" + row.path + ")") + "\n";
   }
   return text;
 }
 
-std::string info_text(const Json& facts) {
-  std::string text = text_of(facts["file"]) + ": ";
-  const std::string brand = facts.value("brand", "");
-  if (facts["kind"] == "codestream") {
-    text += "bare codestream";
-  } else {
-    text += facts.value("format", "no brand of JPEG 2000");
-  }
-  text += ", " + text_of(facts["size"]) + " bytes\n";
-  if (facts.contains("image")) text += line("image", image_text(facts["image"]));
-  text += lines(facts["colours"], "colour", colour_text);
-  text += lines(facts["resolutions"], "resolution", resolution_text);
-  text += lines(facts["codestreams"], "codestream", codestream_text);
-  text += lines(facts["layers"], "layer", layer_text);
-  text += lines(facts["metadata"], "metadata", metadata_text);
-  text += lines(facts["labels"], "label", label_line);
-  if (facts.contains("brand")) {
-    std::string brands = "'" + brand + "', compatible with";
-    for (const Json& other : facts["compatible"]) brands += " '" + text_of(other) + "'";
-    text += line("brands", brands);
-  }
-  return text + lines(grouped(facts["unusual"]), "unusual", unusual_text);
+}  // namespace
+
+Json info_facts(const OpenedFile& file) { return InfoFacts(file).facts(); }
+
+std::string info_kind(const Json& facts) {
+  if (facts["kind"] == "codestream") return "bare codestream";
+  return facts.value("format", "no brand of JPEG 2000");
 }
 
-}  // namespace
+std::vector<InfoRow> info_rows(const Json& facts) {
+  std::vector<InfoRow> rows;
+  if (facts.contains("image")) rows.push_back({"image", image_text(facts["image"]), ""});
+  add_rows(rows, facts["colours"], "colour", colour_text);
+  add_rows(rows, facts["resolutions"], "resolution", resolution_text);
+  add_rows(rows, facts["codestreams"], "codestream", codestream_text);
+  add_rows(rows, facts["layers"], "layer", layer_text);
+  add_rows(rows, facts["metadata"], "metadata", metadata_text);
+  add_rows(rows, facts["labels"], "label", label_line);
+  if (facts.contains("brand")) {
+    std::string brands = "'" + text_of(facts["brand"]) + "', compatible with";
+    for (const Json& other : facts["compatible"]) brands += " '" + text_of(other) + "'";
+    rows.push_back({"brands", brands, ""});
+  }
+  add_rows(rows, grouped(facts["unusual"]), "unusual", unusual_text);
+  return rows;
+}
 
 ExitCode show_info(const InfoRequest& request) {
   const Form form = request.json ? Form::kJsonLines : Form::kText;
   return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
     const OpenedFile file(name);
     file.check_is_known();
-    const InfoFacts info(file);
-    out << (request.json ? json_text(info.facts()) + "\n" : info_text(info.facts()));
+    const Json facts = info_facts(file);
+    out << (request.json ? json_text(facts) + "\n" : info_text(facts));
     return kDone;
   });
 }

@@ -171,6 +171,9 @@ ExitCode check_files(const CheckRequest& request);
 // The table of rules, as Markdown.
 void list_rules();
 
+// report: all about a file as one HTML page.
+void write_report(const std::string& file, const Target& target);
+
 }  // namespace kvjpx_tool
 
 #endif  // KVJPX_TOOLS_COMMANDS_H_

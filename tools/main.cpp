@@ -693,24 +693,51 @@ class CommandLine {
     check->add_flag("--list", lists_rules_, "List the rules instead");
   }
 
+  void add_report() {
+    CLI::App* report = command(
+        "report", "Write a page about a file: picture, facts, findings, boxes, bytes",
+        "  kvjpx report photo.jpx -o photo.html\n"
+        "One HTML file that needs no other. It has what info, check and dump tell, a small\n"
+        "picture and a map of the file's bytes, and says what it leaves out of large files.",
+        [this] {
+          write_report(file_, target_);
+          return kDone;
+        });
+    take_file(report, file_);
+    take_target(report);
+  }
+
   struct Row {
     std::string_view name;
     void (CommandLine::*add)();
   };
   // A command that is told about all others has no name here.
   static constexpr Row kRows[] = {
-      {"info", &CommandLine::add_info},       {"ls", &CommandLine::add_ls},
-      {"dump", &CommandLine::add_dump},       {"diff", &CommandLine::add_diff},
-      {"print", &CommandLine::add_print},     {"get", &CommandLine::add_get},
-      {"set", &CommandLine::add_set},         {"add", &CommandLine::add_add},
-      {"rm", &CommandLine::add_rm},           {"mv", &CommandLine::add_mv},
-      {"replace", &CommandLine::add_replace}, {"resolution", &CommandLine::add_resolution},
-      {"icc", &CommandLine::add_icc},         {"meta", &CommandLine::add_meta},
-      {"label", &CommandLine::add_label},     {"gml", &CommandLine::add_gml},
-      {"wrap", &CommandLine::add_wrap},       {"unwrap", &CommandLine::add_unwrap},
-      {"extract", &CommandLine::add_extract}, {"copy", &CommandLine::add_copy},
-      {"decode", &CommandLine::add_decode},   {"check", &CommandLine::add_check},
-      {"", &CommandLine::add_reference},      {"complete", &CommandLine::add_complete},
+      {"info", &CommandLine::add_info},
+      {"ls", &CommandLine::add_ls},
+      {"dump", &CommandLine::add_dump},
+      {"diff", &CommandLine::add_diff},
+      {"print", &CommandLine::add_print},
+      {"get", &CommandLine::add_get},
+      {"set", &CommandLine::add_set},
+      {"add", &CommandLine::add_add},
+      {"rm", &CommandLine::add_rm},
+      {"mv", &CommandLine::add_mv},
+      {"replace", &CommandLine::add_replace},
+      {"resolution", &CommandLine::add_resolution},
+      {"icc", &CommandLine::add_icc},
+      {"meta", &CommandLine::add_meta},
+      {"label", &CommandLine::add_label},
+      {"gml", &CommandLine::add_gml},
+      {"wrap", &CommandLine::add_wrap},
+      {"unwrap", &CommandLine::add_unwrap},
+      {"extract", &CommandLine::add_extract},
+      {"copy", &CommandLine::add_copy},
+      {"decode", &CommandLine::add_decode},
+      {"check", &CommandLine::add_check},
+      {"report", &CommandLine::add_report},
+      {"", &CommandLine::add_reference},
+      {"complete", &CommandLine::add_complete},
   };
 
   CLI::App app_;
