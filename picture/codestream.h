@@ -14,11 +14,12 @@ namespace kvjpx_picture {
 
 // How thoroughly to decode.
 struct Effort {
-  uint32_t reduction = 0;   // halvings
-  uint32_t layers = 0;      // quality layers, 0: all
-  bool is_strict = false;   // damage is a failure, instead of a note
-  uint32_t threads = 0;     // 0: as many as there are processors
-  uint64_t work_limit = 0;  // samples, as kv_j2k_set_limits; 0: the codec's own
+  uint32_t reduction = 0;     // halvings
+  uint32_t layers = 0;        // quality layers, 0: all
+  bool is_strict = false;     // damage is a failure, instead of a note
+  uint32_t threads = 0;       // 0: as many as there are processors
+  uint64_t work_limit = 0;    // samples, as kv_j2k_set_limits; 0: the codec's own
+  uint64_t sample_limit = 0;  // of a picture or layer; 0: none
   // What all decoding together may still cost, in the unit of kv_j2k_get_work; null: no limit.
   double* budget = nullptr;
 };

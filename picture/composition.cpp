@@ -53,6 +53,7 @@ const CompositionPlan::LayerFacts* CompositionPlan::facts_of(uint64_t layer) {
   try {
     LayerRows::Part part;
     part.number = layer;
+    part.region = {0, 0, 1, 1};  // what is asked here, any part of it tells
     const LayerRows rows(file_, part, effort_, notes_);
     facts = LayerFacts{rows.whole_width(), rows.whole_height(), rows.levels(),
                        rows.needs_conversion() ? srgb_of(rows.format()) : rows.format()};
@@ -286,6 +287,7 @@ FrameRows::FrameRows(const File& file, const CompositionPlan& plan, size_t frame
       std::ldexp(format_.dots_per_metre_x, -static_cast<int>(effort.reduction));
   format_.dots_per_metre_y =
       std::ldexp(format_.dots_per_metre_y, -static_cast<int>(effort.reduction));
+  check_size(format_.width, format_.height, format_.channels(), 1, effort.sample_limit);
   for (const Draw& draw : plan.frames()[frame].draws) place(file, draw, region, effort, notes);
 }
 

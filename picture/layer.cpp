@@ -60,7 +60,7 @@ LayerRows::LayerRows(const File& file, const Part& part, const Effort& effort, N
   define_channels(header, is_bare);
   set_colours(header, is_bare);
   use_components();
-  set_region(part.region, effort.reduction);
+  set_region(part.region, effort);
   set_format(file, header, effort.reduction);
 }
 
@@ -276,7 +276,7 @@ void LayerRows::set_colours(const LayerHeader& header, bool is_bare) {
   colours_.resize(std::min<size_t>(colours_.size(), space_.channels));
 }
 
-void LayerRows::set_region(const Rectangle& region, uint32_t reduction) {
+void LayerRows::set_region(const Rectangle& region, const Effort& effort) {
   if (region.left >= whole_width_ || region.top >= whole_height_) {
     throw Error(Error::Kind::kUndecodable, "the region lies outside the image of " +
                                                std::to_string(whole_width_) + " x " +
@@ -285,8 +285,8 @@ void LayerRows::set_region(const Rectangle& region, uint32_t reduction) {
   const uint64_t right = std::min(region.right, whole_width_);
   const uint64_t bottom = std::min(region.bottom, whole_height_);
   for (Source& source : sources_) {
-    const uint32_t width = source.x.set_part(region.left, right, reduction);
-    const uint32_t height = source.y.set_part(region.top, bottom, reduction);
+    const uint32_t width = source.x.set_part(region.left, right, effort.reduction);
+    const uint32_t height = source.y.set_part(region.top, bottom, effort.reduction);
     if (&source != &sources_[0]) continue;
     format_.width = width;
     format_.height = height;
@@ -294,6 +294,8 @@ void LayerRows::set_region(const Rectangle& region, uint32_t reduction) {
   if (format_.width == 0 || format_.height == 0) {
     throw Error(Error::Kind::kUndecodable, "at this reduction nothing is left of the picture");
   }
+  check_size(format_.width, format_.height, colours_.size() + opacity_.size(), 1,
+             effort.sample_limit);
   for (Source& source : sources_) {
     // Not so many halvings that a component is left without a sample.
     for (Used& used : source.components) {

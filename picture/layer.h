@@ -114,7 +114,7 @@ class LayerRows final : public Rows {
   void define_by_boxes(const std::vector<ChannelDefinition>& definitions);
   void define_by_order(const LayerHeader& header, bool is_bare);
   void set_colours(const LayerHeader& header, bool is_bare);
-  void set_region(const Rectangle& region, uint32_t reduction);
+  void set_region(const Rectangle& region, const Effort& effort);
   void place_component(Source& source, Used& used);
   void set_format(const File& file, const LayerHeader& header, uint32_t reduction);
   void tell_damage(const std::string& damage);

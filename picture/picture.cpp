@@ -1,8 +1,6 @@
 // Puts layers, frames and conversions together.
 #include "picture.h"
 
-#include <cmath>
-
 #include "composition.h"
 #include "convert.h"
 #include "file.h"
@@ -17,6 +15,7 @@ struct Picture::State {
       : file(document, bytes),
         request(asked),
         budget(kWorkOfSample * static_cast<double>(asked.sample_limit)) {
+    request.effort.sample_limit = asked.sample_limit;
     if (asked.sample_limit != 0) request.effort.budget = &budget;
   }
 
@@ -24,7 +23,6 @@ struct Picture::State {
   void open_layer(uint64_t number, bool is_codestream_alone);
   void open_frame(size_t frame);
   void convert(const Format& wanted);
-  void check_size() const;
 
   File file;
   Request request;
@@ -69,22 +67,11 @@ void Picture::State::open() {
   }
   const uint64_t wanted = request.frame.value_or(0);
   if (wanted >= milliseconds.size()) throw no_such("frame", wanted, milliseconds.size());
-  if (plan) return open_frame(wanted);
-  open_layer(0, false);
-}
-
-void Picture::State::check_size() const {
+  if (!plan) return open_layer(0, false);
+  open_frame(wanted);
   const Format& format = rows->format();
-  const uint64_t frames = request.all_frames ? milliseconds.size() : 1;
-  const double samples =
-      static_cast<double>(format.row_samples()) * format.height * static_cast<double>(frames);
-  if (request.sample_limit == 0 || samples <= static_cast<double>(request.sample_limit)) return;
-  throw Error(Error::Kind::kTooLarge,
-              (frames == 1 ? "a picture" : std::to_string(frames) + " frames") +
-                  std::string(" of ") + std::to_string(format.width) + " x " +
-                  std::to_string(format.height) + " with " + std::to_string(format.channels()) +
-                  " channels, " + std::to_string(static_cast<uint64_t>(std::ceil(samples / 1e6))) +
-                  " million samples, is too large");
+  const size_t frames = request.all_frames ? milliseconds.size() : 1;
+  check_size(format.width, format.height, format.channels(), frames, request.sample_limit);
 }
 
 void Picture::State::open_layer(uint64_t number, bool is_codestream_alone) {
@@ -95,7 +82,6 @@ void Picture::State::open_layer(uint64_t number, bool is_codestream_alone) {
   auto made = std::make_unique<LayerRows>(file, part, request.effort, notes);
   layer = made.get();
   rows = std::move(made);
-  check_size();
   if (request.to_srgb || layer->needs_conversion()) convert(srgb_of(rows->format()));
 }
 
@@ -104,7 +90,6 @@ void Picture::State::open_frame(size_t number) {
       std::make_unique<FrameRows>(file, *plan, number, request.region, request.effort, notes);
   frame = made.get();
   rows = std::move(made);
-  check_size();
   if (request.to_srgb && conversions.empty()) convert(srgb_of(rows->format()));
 }
 

@@ -3,11 +3,13 @@
 #define KVJPX_PICTURE_ROWS_H_
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "error.h"
 #include "format.h"
 
 namespace kvjpx_picture {
@@ -38,6 +40,21 @@ class Rows {
  protected:
   Format format_;
 };
+
+// Throws an Error when the pictures have more samples than the limit; 0: none.
+inline void check_size(uint64_t width, uint64_t height, size_t channels, size_t pictures,
+                       uint64_t limit) {
+  const double samples = static_cast<double>(width) * static_cast<double>(height) *
+                         static_cast<double>(channels) * static_cast<double>(pictures);
+  if (limit == 0 || samples <= static_cast<double>(limit)) return;
+  const std::string what =
+      pictures == 1 ? "a picture of " : std::to_string(pictures) + " frames of ";
+  throw Error(Error::Kind::kTooLarge,
+              what + std::to_string(width) + " x " + std::to_string(height) + " with " +
+                  std::to_string(channels) + " channels, " +
+                  std::to_string(static_cast<uint64_t>(std::ceil(samples / 1e6))) +
+                  " million samples, is too large");
+}
 
 // Rows of so many bytes each that a strip of them is a fair part of the picture: the smaller it is,
 // the less memory it takes and the more is decoded twice at its edges.
