@@ -135,8 +135,9 @@ void put_plain(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
 
 // How far bytes of the input lie behind their places in the output, modulo the size of pages. A
 // pipe has no places.
-uint64_t distance_to_output(const KeptOutput* output, uint64_t offset) {
+uint64_t distance_to_output(KeptOutput* output, uint64_t offset) {
   const off_t place = lseek(output->descriptor, 0, SEEK_CUR);
+  if (place < 0 && errno != ESPIPE) output->has_failed = true;
   return place < 0 ? 0 : (static_cast<uint64_t>(place) - offset) % output->input->alignment;
 }
 
