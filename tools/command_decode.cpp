@@ -141,6 +141,17 @@ Failure failure_of(const std::string& label, const kvjpx_picture::Error& error) 
   }
 }
 
+// A format without a place for a profile gets colours that need none.
+Picture open_picture(const OpenedFile& file, const Format& format, kvjpx_picture::Request asked) {
+  Picture picture(file.document(), file.bytes(), asked);
+  const bool loses_profile = !picture.format().icc.empty() &&
+                             kvjpx_picture::fit(*format.file, picture.format()).format.icc.empty();
+  if (asked.to_srgb || !loses_profile) return picture;
+  report(file.label() + ": note: the ICC profile can't be kept: converted to sRGB");
+  asked.to_srgb = true;
+  return Picture(file.document(), file.bytes(), asked);
+}
+
 class ResultSink final : public kvjpx_picture::Sink {
  public:
   explicit ResultSink(const Target& target) : result_(target) {}
@@ -236,7 +247,7 @@ void decode_picture(const DecodeRequest& request, const Target& target) {
     const Progress progress("kvjpx: decoding " + file.label());
     kvjpx_picture::Request asked = picture_request(request, region);
     asked.all_frames = format.is_animation;
-    Picture picture(file.document(), file.bytes(), asked);
+    Picture picture = open_picture(file, format, asked);
     PictureWriting(file, picture).write(format, request.quality, target);
     for (const std::string& note : picture.notes()) report(file.label() + ": note: " + note);
   } catch (const kvjpx_picture::Error& error) {

@@ -1,78 +1,103 @@
 #include "thumbnail.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "codec_loader.h"
-#include "document.h"
-#include "kv_j2k.h"
+#include "failure.h"
+#include "picture/picture.h"
+#include "picture/writer.h"
 
 namespace kvjpx_tool {
 namespace {
 
-constexpr int32_t kPng = 68;
-constexpr uint64_t kWantedSide = 640;
-// What is larger, as it has no reduced resolution, is no thumbnail.
-constexpr uint64_t kMaxSide = 2048;
-constexpr uint64_t kMaxSamples = 1 << 25;
-constexpr size_t kMaxSize = 4 << 20;
+using kvjpx_picture::Format;
+using kvjpx_picture::Picture;
 
-Failure no_thumbnail(const std::string& reason) { return Failure(kNothingDecoded, reason); }
+constexpr uint32_t kWantedSide = 640;
+// A larger one, after all reductions, costs too much for what it shows.
+constexpr uint64_t kMaxSamples = 1 << 27;
 
-// As strict readers take the file, by whose fields pictures are composed, if they take it.
-ContextPointer load_strictly(const OpenedFile& file) {
-  ContextPointer context = make_context(file.label());
-  uint32_t count = 0;
-  const std::string_view bytes = file.bytes();
-  if (kv_jpx_set_input_image(context.get(), bytes.data(), bytes.size()) != JPX_OK) return nullptr;
-  kv_jpx_get_box_count_by_type(context.get(), KV_JPX_TYPE('j', 'p', '2', 'c'), &count);
-  return count > 0 ? std::move(context) : nullptr;
-}
+class StringSink final : public kvjpx_picture::Sink {
+ public:
+  void write(std::string_view bytes) override { bytes_ += bytes; }
+  bool can_seek() const override { return false; }
+  void seek(uint64_t /*position*/) override {}
+  std::string take() { return std::move(bytes_); }
+
+ private:
+  std::string bytes_;
+};
 
 unsigned common_levels(const Json& info) {
   unsigned levels = 31;
   for (const Json& codestream : info["codestreams"]) {
     levels = std::min(levels, codestream.value("levels", 0U));
   }
-  return levels;
+  return info["codestreams"].empty() ? 0 : levels;
 }
 
-std::string decode(kv_jpx_context* context, const std::string& label) {
-  kv_jpx_set_output_type(context, kPng);
-  const LibraryBlock picture = output_of(context, label, kNothingDecoded);
-  const DecodingRecord& record = decoding_record();
-  if (record.stopped_by == KV_J2K_ERR_LIMIT) throw no_thumbnail("decoding it is too much work");
-  if (record.delivered == 0 || picture.bytes().empty()) {
-    throw no_thumbnail("the codec gave up" +
-                       (record.error.empty() ? std::string() : ": " + record.error));
+kvjpx_picture::Request smallest_request(const OpenedFile& file, unsigned levels) {
+  kvjpx_picture::Request request;
+  request.to_srgb = true;
+  request.sample_limit = kMaxSamples;
+  const Format whole = Picture(file.document(), file.bytes(), request).format();
+  uint32_t& reduction = request.effort.reduction;
+  while (reduction < levels && std::max(whole.width, whole.height) >> reduction > kWantedSide) {
+    ++reduction;
   }
-  if (picture.bytes().size() > kMaxSize) throw no_thumbnail("it would be too large");
-  return std::string(picture.bytes());
+  return request;
+}
+
+// Writes every `step`-th sample of every `step`-th row.
+void write_rows(Picture& picture, uint32_t step, kvjpx_picture::Writer& writer) {
+  const Format& format = picture.format();
+  const uint32_t channels = format.channels();
+  std::vector<uint16_t> rows;
+  std::vector<uint16_t> thin;
+  for (uint32_t row = 0; row < format.height;) {
+    const uint32_t count = picture.good_count(row);
+    rows.resize(format.row_samples() * count);
+    picture.read_rows(row, count, rows.data());
+    for (uint32_t y = (step - row % step) % step; y < count; y += step) {
+      thin.clear();
+      for (uint32_t x = 0; x < format.width; x += step) {
+        const uint16_t* const pixel = rows.data() + y * format.row_samples() + x * channels;
+        thin.insert(thin.end(), pixel, pixel + channels);
+      }
+      writer.write_rows(thin.data(), 1);
+    }
+    row += count;
+  }
 }
 
 }  // namespace
 
 std::string thumbnail_png(const OpenedFile& file, const Json& info) {
-  if (!info.contains("image")) {
-    throw no_thumbnail(file.is_codestream() ? "a bare codestream; kvjpx wrap makes a file of it"
-                                            : "the file has no image header");
+  load_sample_codec();
+  try {
+    Picture picture(file.document(), file.bytes(), smallest_request(file, common_levels(info)));
+    const auto fit = kvjpx_picture::fit(kvjpx_picture::FileFormat::kPng, picture.format());
+    if (!fit.refusal.empty()) throw Failure(kNothingDecoded, fit.refusal);
+    picture.convert(fit.format);
+    Format format = picture.format();
+    const uint32_t step = (std::max(format.width, format.height) - 1) / kWantedSide + 1;
+    format.width = (format.width - 1) / step + 1;
+    format.height = (format.height - 1) / step + 1;
+    format.icc.clear();
+    format.xmp.clear();
+    format.exif.clear();
+    StringSink sink;
+    const auto writer = open_writer(kvjpx_picture::FileFormat::kPng, format, sink);
+    write_rows(picture, step, *writer);
+    writer->finish();
+    if (!picture.is_anything_there()) {
+      throw Failure(kNothingDecoded, "nothing of it can be decoded");
+    }
+    return sink.take();
+  } catch (const kvjpx_picture::Error& error) {
+    throw Failure(kNothingDecoded, error.what());
   }
-  if (info["codestreams"].empty()) throw no_thumbnail("the file has no codestream");
-  const uint64_t width = info["image"]["width"], height = info["image"]["height"];
-  const unsigned levels = common_levels(info);
-  unsigned reduction = 0;
-  while (reduction < levels && std::max(width, height) >> reduction > kWantedSide) ++reduction;
-  const uint64_t components = info["image"]["components"];
-  const uint64_t plane = ((width >> reduction) + 1) * ((height >> reduction) + 1);
-  if (std::max(width, height) >> reduction > kMaxSide) {
-    throw no_thumbnail("the file has no resolution that is small enough");
-  }
-  if (components > kMaxSamples / plane) throw no_thumbnail("the image has too many components");
-  const ContextPointer strict = load_strictly(file);
-  kv_jpx_context* const context = strict ? strict.get() : file.document().context();
-  // Level 1 stands for everything.
-  kv_jpx_set_input_jpx_resolution_level(context, static_cast<int16_t>(reduction + 1), 0);
-  load_codec({kMaxSamples, kMaxSamples, plane});
-  return decode(context, file.label());
 }
 
 }  // namespace kvjpx_tool
