@@ -62,7 +62,7 @@ inline uint32_t rows_of_strip(const Format& format, uint64_t bytes_of_row) {
   constexpr uint64_t kSmall = 16 << 20;
   const uint64_t native =
       format.row_samples() * uint64_t{format.height} * (format.depth > 8 ? 2 : 1);
-  const uint64_t budget = std::max(kSmall, native / 4 * 3);
+  const uint64_t budget = std::max(kSmall, native / 8 * 3);
   return static_cast<uint32_t>(
       std::clamp<uint64_t>(budget / std::max<uint64_t>(bytes_of_row, 1), 1, format.height));
 }

@@ -196,6 +196,7 @@ class PictureWriting {
       const uint32_t count = picture_.good_count(row);
       rows_.resize(format.row_samples() * count);
       picture_.read_rows(row, count, rows_.data());
+      file_.release_memory();
       writer.write_rows(rows_.data(), count);
       row += count;
     }

@@ -61,6 +61,10 @@ InputFile::InputFile(const std::string& name)
   if (!has_size || !map(file.get(), static_cast<size_t>(status.st_size))) read_whole(file.get());
 }
 
+void InputFile::release_memory() const {
+  if (is_mapped_) madvise(const_cast<char*>(bytes_.data()), bytes_.size(), MADV_DONTNEED);
+}
+
 InputFile::~InputFile() {
   if (!is_mapped_) return;
   last_mapped = outer_;

@@ -24,6 +24,8 @@ class InputFile {
   const std::string& label() const { return label_; }
   bool is_mapped() const { return is_mapped_; }
   std::string_view bytes() const { return bytes_; }
+  // Lets go of the memory that reading them has taken, where the file gives them again.
+  void release_memory() const;
 
   // For the handler of SIGBUS: the mapped file, `file` or one opened before it, that the address
   // lies in. The library has mappings of its own of the file that was opened first.

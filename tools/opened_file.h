@@ -20,6 +20,7 @@ class OpenedFile {
 
   const std::string& label() const { return file_.label(); }
   std::string_view bytes() const { return file_.bytes(); }
+  void release_memory() const { file_.release_memory(); }
   // Without a box for a bare codestream.
   const kvjpx::document& document() const { return *document_; }
   bool is_codestream() const { return is_codestream_; }
