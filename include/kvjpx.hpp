@@ -76,8 +76,10 @@ class type {
     std::string name;
     for (size_t i = 0; i < length; ++i) {
       const unsigned char c = character(i);
-      if (c > ' ' && c <= '~' &&
-          std::string_view("/[].#%-=").find(static_cast<char>(c)) == std::string_view::npos) {
+      const bool is_word = (c >= '0' && c <= '9') || ((c | 32) >= 'a' && (c | 32) <= 'z');
+      if (is_word ||
+          (c > ' ' && c <= '~' &&
+           std::string_view("/[].#%-=").find(static_cast<char>(c)) == std::string_view::npos)) {
         name += static_cast<char>(c);
       } else {
         const char digits[] = "0123456789abcdef";
@@ -1370,30 +1372,15 @@ class document {
 class box_paths {
  public:
   explicit box_paths(const document& file) : root_(file.root()) {
-    for (auto place = file.boxes().begin(); place != walk_iterator(); ++place) {
-      add(*place);
-    }
-    std::stable_sort(entries_.begin(), entries_.end());
-    for (size_t i = 0; i < entries_.size(); ++i) {
-      const bool continues = i > 0 && !(entries_[i - 1] < entries_[i]);
-      entries_[i].index = continues ? entries_[i - 1].index + 1 : 0;
-      place_of_[entries_[i].id] = static_cast<uint32_t>(i);
-    }
+    entries_.push_back({0, KV_JPX_ROOT, KV_JPX_ROOT, 0, 0, 0});
+    for (size_t i = 0; i < entries_.size(); ++i) add_children(i);
   }
 
   /** As box::path; empty for a box that was not there. */
   std::string path(box wanted) const {
     if (wanted.is_root()) return "/";
     std::string path;
-    for (uint32_t id = wanted.id(); id != KV_JPX_ROOT;) {
-      if (id >= place_of_.size() || place_of_[id] == KV_JPX_ROOT) return {};
-      const entry& found = entries_[place_of_[id]];
-      const size_t behind = place_of_[id] + size_t{1};
-      const bool is_last = behind == entries_.size() || found < entries_[behind];
-      const bool is_only = found.index == 0 && is_last;
-      detail::prepend_step(path, detail::step_text(type(found.box_type), found.index, is_only));
-      id = found.parent;
-    }
+    if (const entry* const found = entry_of(wanted)) append(path, *found);
     return path;
   }
 
@@ -1401,8 +1388,11 @@ class box_paths {
   result<box> find(std::string_view path) const {
     return detail::follow_path(
         root_, root_.document_, path, [this](box place, type wanted, uint64_t index) {
-          const entry first{place.id(), wanted.code(), 0, 0};
-          const auto range = std::equal_range(entries_.begin(), entries_.end(), first);
+          const entry* const container = entry_of(place);
+          if (container == nullptr) return box();
+          const auto first = entries_.begin() + container->first_child;
+          const entry like{0, wanted.code(), 0, 0, 0, 0};
+          const auto range = std::equal_range(first, first + container->child_count, like);
           const auto length = static_cast<uint64_t>(range.second - range.first);
           if (index >= length) return box();
           return box(root_.document_, range.first[static_cast<std::ptrdiff_t>(index)].id);
@@ -1411,23 +1401,56 @@ class box_paths {
 
  private:
   struct entry {
-    uint32_t parent;
+    uint32_t parent;  // place in entries_
     uint32_t box_type;
     uint32_t id;
     uint32_t index;  // among the siblings of its type
-    friend bool operator<(const entry& a, const entry& b) {
-      return a.parent != b.parent ? a.parent < b.parent : a.box_type < b.box_type;
-    }
+    uint32_t first_child;
+    uint32_t child_count;
+    friend bool operator<(const entry& a, const entry& b) { return a.box_type < b.box_type; }
   };
 
-  void add(box found) {
-    if (found.id() >= place_of_.size()) place_of_.resize(size_t{found.id()} + 1, KV_JPX_ROOT);
-    entries_.push_back({found.parent().id(), found.type().code(), found.id(), 0});
+  void add_children(size_t container) {
+    const size_t first = entries_.size();
+    for (box child = box(root_.document_, entries_[container].id).first_child(); child;
+         child = child.next()) {
+      entries_.push_back(
+          {static_cast<uint32_t>(container), child.type().code(), child.id(), 0, 0, 0});
+    }
+    entries_[container].first_child = static_cast<uint32_t>(first);
+    entries_[container].child_count = static_cast<uint32_t>(entries_.size() - first);
+    const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(first);
+    if (!std::is_sorted(begin, entries_.end())) std::stable_sort(begin, entries_.end());
+    for (size_t i = first; i < entries_.size(); ++i) {
+      const bool continues = i > first && !(entries_[i - 1] < entries_[i]);
+      entries_[i].index = continues ? entries_[i - 1].index + 1 : 0;
+      const uint32_t id = entries_[i].id;
+      if (id >= place_of_.size()) place_of_.resize(size_t{id} + 1, 0);
+      place_of_[id] = static_cast<uint32_t>(i);
+    }
+  }
+
+  const entry* entry_of(box wanted) const {
+    if (wanted.is_root()) return &entries_[0];
+    const uint32_t place = wanted.id() < place_of_.size() ? place_of_[wanted.id()] : 0;
+    return place != 0 ? &entries_[place] : nullptr;
+  }
+
+  void append(std::string& path, const entry& found) const {
+    if (found.parent != 0) {
+      append(path, entries_[found.parent]);
+      path += '/';
+    }
+    const entry* const behind = &found + 1;
+    const bool is_last = behind == entries_.data() + entries_.size() ||
+                         behind->parent != found.parent || behind->box_type != found.box_type;
+    path += detail::step_text(type(found.box_type), found.index, found.index == 0 && is_last);
   }
 
   box root_;
-  std::vector<entry> entries_;      // by parent and type, then in order
-  std::vector<uint32_t> place_of_;  // in entries_, by identifier; KV_JPX_ROOT: no such box
+  // The root, then the boxes of one container after the other: by type, those of one in order.
+  std::vector<entry> entries_;
+  std::vector<uint32_t> place_of_;  // in entries_, by identifier; 0: no such box
 };
 
 }  // namespace KVJPX_HPP_VERSION

@@ -2,7 +2,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <charconv>
+#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -20,51 +21,60 @@ namespace kvjpx_tool {
 namespace {
 
 // Rows of text that are printed in aligned columns; numbers to the right, words to the left. All
-// cells stand in one string, as there may be millions.
+// cells stand in one string, as there may be millions, each with a line end behind it.
 class Table {
  public:
   static constexpr size_t kNumberColumns = 3;
   static constexpr size_t kColumns = 6;
 
-  void add(const std::array<std::string_view, kColumns>& row) {
-    for (size_t i = 0; i < kColumns; ++i) {
-      cells_ += row[i];
-      lengths_.push_back(static_cast<uint32_t>(row[i].size()));
-      widths_[i] = std::max(widths_[i], row[i].size());
-    }
+  // A row is added cell by cell.
+  void add(std::string_view cell) {
+    cells_ += cell;
+    cells_ += '\n';
+    widths_[column_] = std::max(widths_[column_], cell.size());
+    column_ = (column_ + 1) % kColumns;
+  }
+  void add(uint64_t number, bool is_id = false) {
+    char digits[24];
+    digits[0] = '#';
+    const auto end = std::to_chars(digits + 1, std::end(digits), number).ptr;
+    const char* const begin = digits + (is_id ? 0 : 1);
+    add({begin, static_cast<size_t>(end - begin)});
   }
 
   void print(std::ostream& out) const {
-    std::string line;
-    size_t begin = 0;
-    for (size_t i = 0; i < lengths_.size(); ++i) {
-      const size_t column = i % kColumns;
-      const std::string_view cell = std::string_view(cells_).substr(begin, lengths_[i]);
-      begin += cell.size();
+    std::string lines;
+    std::string_view rest = cells_;
+    for (size_t column = 0; !rest.empty(); column = (column + 1) % kColumns) {
+      const std::string_view cell = rest.substr(0, rest.find('\n'));
+      rest.remove_prefix(cell.size() + 1);
       if (column + 1 < kColumns) {
         const size_t blanks = widths_[column] - cell.size();
-        if (column < kNumberColumns) line.append(blanks, ' ');
-        line += cell;
-        line.append((column < kNumberColumns ? 0 : blanks) + 2, ' ');
+        if (column < kNumberColumns) lines.append(blanks, ' ');
+        lines += cell;
+        lines.append((column < kNumberColumns ? 0 : blanks) + 2, ' ');
         continue;
       }
-      if (!cell.empty()) line += styled(STDOUT_FILENO, Style::kOddity, std::string(cell));
-      line.resize(line.find_last_not_of(' ') + 1);
-      out << line << '\n';
-      line.clear();
+      if (!cell.empty()) lines += styled(STDOUT_FILENO, Style::kOddity, std::string(cell));
+      while (lines.back() == ' ') lines.pop_back();
+      lines += '\n';
+      if (lines.size() < kPiece && !rest.empty()) continue;
+      out << lines;
+      lines.clear();
     }
   }
 
  private:
+  static constexpr size_t kPiece = size_t{1} << 15;
+
   std::string cells_;
-  std::vector<uint32_t> lengths_;
+  size_t column_ = 0;
   size_t widths_[kColumns] = {};
 };
 
 std::string marks_of(const BoxHead& head) {
   std::string marks;
-  for (const char* const mark : head.marks)
-    marks += (marks.empty() ? "" : ", ") + std::string(mark);
+  for (const char* const mark : head.marks) marks.append(marks.empty() ? "" : ", ").append(mark);
   return marks;
 }
 
@@ -75,7 +85,7 @@ class Lister {
       : document_(document), is_tree_(is_tree), paths_(document) {}
 
   void print_all(std::ostream& out) {
-    list(document_.root(), "");
+    list(head_of(paths_, document_.root()), "");
     table_.print(out);
   }
   void print_children(kvjpx::box container, std::ostream& out) {
@@ -85,31 +95,40 @@ class Lister {
   }
 
  private:
-  void list(kvjpx::box container, const std::string& indent) {
-    const BoxHead head = head_of(paths_, container);
+  void list(const BoxHead& head, const std::string& indent) {
+    const bool is_top = head.box.is_root();
     const bool has_tail = head.extent.tail_length > 0;
-    for (const kvjpx::box child : container.children()) {
-      const bool is_last = !is_tree_ || (!has_tail && !child.next());
-      add(head_of(paths_, child), container.is_root() ? "" : indent + (is_last ? kLast : kOther));
+    kvjpx::box next;
+    for (kvjpx::box child = head.box.first_child(); child; child = next) {
+      next = child.next();
+      const bool is_last = !is_tree_ || (!has_tail && !next);
+      const BoxHead inner = head_of(paths_, child);
+      add(inner, is_top ? "" : indent + (is_last ? kLast : kOther));
       if (!child.is_container()) continue;
-      list(child, container.is_root() ? "" : indent + (is_last ? kNothing : kLine));
+      list(inner, is_top ? "" : indent + (is_last ? kNothing : kLine));
     }
-    add_tail(head, container.is_root() ? "" : indent + kLast);
+    add_tail(head, is_top ? "" : indent + kLast);
   }
 
   void add(const BoxHead& head, const std::string& branch) {
-    std::string type = head.box.type().name();
+    std::string type = head.type.name();
     if (!head.uuid.empty()) type.append(" ").append(head.uuid);
-    table_.add({std::to_string(head.extent.offset), std::to_string(head.length()),
-                "#" + std::to_string(head.box.id()), is_tree_ ? branch + type : head.path,
-                is_tree_ ? "" : type, marks_of(head)});
+    table_.add(head.extent.offset);
+    table_.add(head.length());
+    table_.add(head.box.id(), true);
+    table_.add(is_tree_ ? branch + type : head.path);
+    table_.add(is_tree_ ? "" : type);
+    table_.add(marks_of(head));
   }
 
   void add_tail(const BoxHead& container, const std::string& branch) {
     if (container.extent.tail_length == 0) return;
-    table_.add({std::to_string(container.tail_offset()),
-                std::to_string(container.extent.tail_length), "-", is_tree_ ? branch + "-" : "-",
-                is_tree_ ? "" : "-", "no box, in " + container.path});
+    table_.add(container.tail_offset());
+    table_.add(container.extent.tail_length);
+    table_.add("-");
+    table_.add(is_tree_ ? branch + "-" : "-");
+    table_.add(is_tree_ ? "" : "-");
+    table_.add("no box, in " + container.path);
   }
 
   static constexpr const char* kOther = "|-- ";
@@ -129,7 +148,7 @@ void print_json(const OpenedFile& file, std::ostream& out) {
   printer.begin_file({{"file", file.label()}});
   printer.section("boxes");
   for (const kvjpx::box box : file.document().boxes()) {
-    printer.entry(head_facts(head_of(paths, box)));
+    printer.head(head_of(paths, box));
   }
   print_tails(file.document(), paths, printer);
   printer.end_file();

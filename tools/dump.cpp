@@ -28,7 +28,7 @@ void dump_file(const OpenedFile& file, bool with_codestreams, Printer& printer) 
                       {"size", number_fact(file.bytes().size())},
                       {"kind", file.is_codestream() ? "codestream" : "boxes"}});
   printer.section("boxes");
-  for (const kvjpx::box box : document.boxes()) printer.entry(box_facts(head_of(paths, box)));
+  for (const kvjpx::box box : document.boxes()) printer.box(head_of(paths, box));
   print_tails(document, paths, printer);
   printer.section("findings");
   for (const kvjpx::finding& finding : document.findings()) {

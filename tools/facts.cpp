@@ -4,6 +4,8 @@
 #include <nettle/sha2.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "icc_profile.h"
@@ -15,6 +17,7 @@ namespace {
 
 constexpr size_t kUuidSize = 16;
 constexpr size_t kFewBytes = 32;
+constexpr uint64_t kLargestExact = uint64_t{1} << 53;
 
 // In the order in which they are shown.
 constexpr std::pair<uint32_t, const char*> kMarks[] = {
@@ -48,10 +51,9 @@ bool is_signed(uint32_t key) {
 // The fields of a box with their names; what it does not have now is left out.
 class FieldFacts {
  public:
-  explicit FieldFacts(kvjpx::box box) : box_(box) {
-    const uint32_t type = box.type().code();
+  explicit FieldFacts(const BoxHead& head) : box_(head.box) {
     for (const kv_jpx_field_info& info : all_fields()) {
-      if (info.box_type == type && info.key != JPX_FIELD_UUID_DATA) add(info);
+      if (info.box_type == head.type.code() && info.key != JPX_FIELD_UUID_DATA) add(info);
     }
   }
 
@@ -137,9 +139,52 @@ std::string_view uuid_name_of(kvjpx::box box) {
 }
 
 bool is_text_type(const BoxHead& head) {
-  const kvjpx::type type = head.box.type();
-  return type == kvjpx::type("xml") || type == kvjpx::type("lbl") || head.uuid == "XMP";
+  return head.type == "xml" || head.type == "lbl" || head.uuid == "XMP";
 }
+
+bool is_plain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
+// Texts of JSON are put together by hand where there are as many as boxes.
+std::string quote(std::string_view text) {
+  if (!is_plain(text)) return json_text(text);
+  return std::string().append("\"").append(text).append("\"");
+}
+
+std::string number_text(uint64_t number) {
+  return number <= kLargestExact ? std::to_string(number) : quote(std::to_string(number));
+}
+
+std::string bytes_text(std::string_view bytes) {
+  std::string text =
+      "{\"length\":" + number_text(bytes.size()) + ",\"sha256\":\"" + sha256(bytes) + "\"";
+  if (bytes.size() <= kFewBytes) text += ",\"hex\":\"" + to_hex(bytes) + "\"";
+  return text + "}";
+}
+
+// What is in a box.
+class Content {
+ public:
+  explicit Content(const BoxHead& head) : fields(head) {
+    if (head.box.is_container()) return;
+    if (auto payload = head.box.payload()) {
+      payload_ = *std::move(payload);
+      bytes = payload_.text();
+    } else if (const auto content = head.box.source_content(); content && fields.fields.empty()) {
+      bytes = content->text();
+    }
+    is_text = bytes && is_text_type(head) && is_utf8(*bytes);
+  }
+
+  FieldFacts fields;
+  std::optional<std::string_view> bytes;  // where no fields say what they are
+  bool is_text = false;
+
+ private:
+  kvjpx::block payload_;
+};
 
 class HeaderCollector final : public kvjpx_codestream::Observer {
  public:
@@ -161,17 +206,13 @@ class HeaderCollector final : public kvjpx_codestream::Observer {
 }  // namespace
 
 Json number_fact(uint64_t number) {
-  constexpr uint64_t kLargestExact = uint64_t{1} << 53;
   return number <= kLargestExact ? Json(number) : Json(std::to_string(number));
 }
 
-Json bytes_fact(std::string_view bytes) {
-  Json facts = {{"length", number_fact(bytes.size())}, {"sha256", sha256(bytes)}};
-  if (bytes.size() <= kFewBytes) facts["hex"] = to_hex(bytes);
-  return facts;
-}
+Json bytes_fact(std::string_view bytes) { return Json::parse(bytes_text(bytes)); }
 
 bool is_utf8(std::string_view text) {
+  if (is_plain(text)) return true;
   try {
     Json(text).dump();
     return true;
@@ -185,29 +226,35 @@ std::string json_text(const Json& json) {
 }
 
 BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
-  BoxHead head{box, box.extent().value_or({}), paths.path(box), {}, {}};
-  if (box.type() == kvjpx::type("uuid")) head.uuid = uuid_name_of(box);
+  BoxHead head{box, box.type(), box.extent().value_or({}), paths.path(box), {}, {}};
+  if (head.type == "uuid") head.uuid = uuid_name_of(box);
   for (const auto& [flag, word] : kMarks) {
     if ((head.extent.flags & flag) != 0) head.marks.push_back(word);
   }
   return head;
 }
 
-Json head_facts(const BoxHead& head) {
-  Json facts = {{"path", head.path},
-                {"type", code_text(head.box.type().code())},
-                {"id", head.box.id()},
-                {"offset", number_fact(head.extent.offset)},
-                {"length", number_fact(head.length())},
-                {"header_length", head.extent.header_length}};
+std::string head_text(const BoxHead& head) {
   const uint32_t flags = head.extent.flags;
-  facts["header"] = (flags & KV_JPX_BOX_OPEN_ENDED) != 0    ? "open-ended"
-                    : (flags & KV_JPX_BOX_LONG_HEADER) != 0 ? "64-bit"
-                                                            : "32-bit";
-  if (!head.uuid.empty()) facts["uuid"] = head.uuid;
-  facts["marks"] = head.marks;
-  return facts;
+  std::string text = "{\"path\":" + quote(head.path);
+  text += ",\"type\":" + quote(code_text(head.type.code()));
+  text += ",\"id\":" + std::to_string(head.box.id());
+  text += ",\"offset\":" + number_text(head.extent.offset);
+  text += ",\"length\":" + number_text(head.length());
+  text += ",\"header_length\":" + std::to_string(head.extent.header_length);
+  text += (flags & KV_JPX_BOX_OPEN_ENDED) != 0    ? ",\"header\":\"open-ended\""
+          : (flags & KV_JPX_BOX_LONG_HEADER) != 0 ? ",\"header\":\"64-bit\""
+                                                  : ",\"header\":\"32-bit\"";
+  if (!head.uuid.empty()) text += ",\"uuid\":" + quote(head.uuid);
+  text += ",\"marks\":[";
+  for (const char* const mark : head.marks) {
+    if (text.back() != '[') text += ',';
+    text += quote(mark);
+  }
+  return text + "]}";
 }
+
+Json head_facts(const BoxHead& head) { return Json::parse(head_text(head)); }
 
 Json tail_facts(const BoxHead& container) {
   return {{"path", container.path},
@@ -217,17 +264,26 @@ Json tail_facts(const BoxHead& container) {
 
 Json box_facts(const BoxHead& head) {
   Json facts = head_facts(head);
-  FieldFacts fields(head.box);
-  if (!fields.fields.empty()) facts["fields"] = std::move(fields.fields);
-  if (!fields.names.empty()) facts["names"] = std::move(fields.names);
-  if (head.box.is_container()) return facts;
-  const auto payload = head.box.payload();
-  const auto content = head.box.source_content();
-  if (!payload && (facts.contains("fields") || !content)) return facts;
-  const std::string_view bytes = payload ? payload->text() : content->text();
-  facts["payload"] = bytes_fact(bytes);
-  if (is_text_type(head) && is_utf8(bytes)) facts["payload"]["text"] = bytes;
+  Content content(head);
+  if (!content.fields.fields.empty()) facts["fields"] = std::move(content.fields.fields);
+  if (!content.fields.names.empty()) facts["names"] = std::move(content.fields.names);
+  if (content.bytes) facts["payload"] = bytes_fact(*content.bytes);
+  if (content.is_text) facts["payload"]["text"] = *content.bytes;
   return facts;
+}
+
+std::string box_text(const BoxHead& head) {
+  std::string text = head_text(head);
+  text.pop_back();
+  const Content content(head);
+  if (!content.fields.fields.empty()) text += ",\"fields\":" + json_text(content.fields.fields);
+  if (!content.fields.names.empty()) text += ",\"names\":" + json_text(content.fields.names);
+  if (content.bytes) text += ",\"payload\":" + bytes_text(*content.bytes);
+  if (content.is_text) {
+    text.pop_back();
+    text += ",\"text\":" + quote(*content.bytes) + "}";
+  }
+  return text + "}";
 }
 
 std::string profile_description(std::string_view bytes) {

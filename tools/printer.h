@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "facts.h"
 
@@ -16,6 +17,8 @@ class Printer {
   virtual void begin_file(const Json& facts) = 0;
   virtual void section(const char* name) = 0;
   virtual void entry(const Json& facts) = 0;
+  // An entry with the facts of a box.
+  virtual void box(const BoxHead& head) { entry(box_facts(head)); }
   virtual void end_file() = 0;
 };
 
@@ -34,13 +37,18 @@ class JsonPrinter final : public Printer {
     end_ = "]}\n";
     is_first_ = true;
   }
-  void entry(const Json& facts) override {
-    out_ << (is_first_ ? "" : ",") + json_text(facts);
-    is_first_ = false;
-  }
+  void entry(const Json& facts) override { add(json_text(facts)); }
+  void box(const BoxHead& head) override { add(box_text(head)); }
+  void head(const BoxHead& head) { add(head_text(head)); }
   void end_file() override { out_ << end_; }
 
  private:
+  void add(std::string_view text) {
+    if (!is_first_) out_ << ',';
+    out_ << text;
+    is_first_ = false;
+  }
+
   std::ostream& out_;
   const char* end_ = "";
   bool is_first_ = true;
