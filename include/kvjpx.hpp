@@ -1310,6 +1310,10 @@ class document {
    *  JPX_ERR_OPEN_FILE, JPX_ERR_FILE_IO. */
   result<void> save(const char* path) const { return write(path, KV_JPX_OUTPUT_JPX); }
   result<void> save(const std::string& path) const { return save(path.c_str()); }
+  /** Writes it to a descriptor, as kv_jpx_write_jpx. JPX_ERR_FILE_IO. */
+  result<void> save_to(int descriptor) const {
+    return detail::outcome(context(), kv_jpx_write_jpx(context(), descriptor));
+  }
   /** The same in one block. */
   result<block> save_to_memory() const { return output(KV_JPX_OUTPUT_JPX); }
 
@@ -1384,19 +1388,23 @@ class box_paths {
     return path;
   }
 
+  /** As box::child, in logarithmic time. */
+  box child(box container, type wanted, uint64_t index = 0) const {
+    const entry* const place = entry_of(container);
+    if (place == nullptr) return {};
+    const auto first = entries_.begin() + place->first_child;
+    const entry like{0, wanted.code(), 0, 0, 0, 0};
+    const auto range = std::equal_range(first, first + place->child_count, like);
+    const auto length = static_cast<uint64_t>(range.second - range.first);
+    if (index >= length) return {};
+    return {root_.document_, range.first[static_cast<std::ptrdiff_t>(index)].id};
+  }
+
   /** As document::find. */
   result<box> find(std::string_view path) const {
     return detail::follow_path(
-        root_, root_.document_, path, [this](box place, type wanted, uint64_t index) {
-          const entry* const container = entry_of(place);
-          if (container == nullptr) return box();
-          const auto first = entries_.begin() + container->first_child;
-          const entry like{0, wanted.code(), 0, 0, 0, 0};
-          const auto range = std::equal_range(first, first + container->child_count, like);
-          const auto length = static_cast<uint64_t>(range.second - range.first);
-          if (index >= length) return box();
-          return box(root_.document_, range.first[static_cast<std::ptrdiff_t>(index)].id);
-        });
+        root_, root_.document_, path,
+        [this](box place, type wanted, uint64_t index) { return child(place, wanted, index); });
   }
 
  private:

@@ -8,15 +8,16 @@
 #ifndef KVJPX_TOOLS_BOX_NOTATION_H_
 #define KVJPX_TOOLS_BOX_NOTATION_H_
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "kvjpx.hpp"
+
 namespace kvjpx_tool {
 
 struct NotedBox {
-  uint32_t type = 0;
+  kvjpx::type type;
   std::optional<std::string> content;
   std::vector<NotedBox> boxes;
 };

@@ -6,34 +6,29 @@
 #ifndef KVJPX_TOOLS_BOX_PATH_H_
 #define KVJPX_TOOLS_BOX_PATH_H_
 
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "box_tree.h"
 #include "failure.h"
+#include "kvjpx.hpp"
+#include "opened_file.h"
 
 namespace kvjpx_tool {
 
-// The form of a type that paths use.
-std::string type_name(uint32_t type);
+// Reads a type; throws a Failure with `exit_code` when it is none.
+kvjpx::type parse_type(const std::string& text, ExitCode exit_code);
 
-// Reads that form; throws a Failure with `exit_code` when it names no type.
-uint32_t parse_type(const std::string& text, ExitCode exit_code);
-
-// The path of a box, as resolve_path takes it.
-std::string path_of(const Box& box);
-
-// Finds the box that a path names. Throws a Failure with kNoSuchPlace, starting with `label`.
-const Box& resolve_path(const BoxTree& tree, const std::string& path, const std::string& label);
+// Finds the one box that a path names. Throws a Failure with kNoSuchPlace.
+kvjpx::box find_box(const OpenedFile& file, const std::string& path);
 
 // Finds all boxes that a path names in which a step can be TYPE[*], every box of the type, or
-// uuid:KIND, every uuid box that is of the kind of metadata by `is_kind`. Throws a Failure with
-// kNoSuchPlace when there is none.
-std::vector<const Box*> resolve_paths(
-    const BoxTree& tree, const std::string& path, const std::string& label,
-    const std::function<bool(const Box&, const std::string&)>& is_kind);
+// uuid:KIND, every uuid box that is of the kind of metadata. Throws a Failure with kNoSuchPlace
+// when there is none.
+std::vector<kvjpx::box> find_boxes(const OpenedFile& file, const std::string& path);
+
+// "file:offset: path", for messages; the path is that of file.paths() unless another is given.
+std::string place_of(const OpenedFile& file, kvjpx::box box);
+std::string place_of(const OpenedFile& file, kvjpx::box box, const std::string& path);
 
 }  // namespace kvjpx_tool
 

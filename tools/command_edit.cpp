@@ -4,7 +4,6 @@
 #include "box_notation.h"
 #include "box_path.h"
 #include "commands.h"
-#include "document.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -13,18 +12,18 @@ bool is_inside(const Placement& placement) { return placement.place == KV_JPX_PL
 
 // The box that the place is relative to, and the container that this makes the parent.
 struct FoundPlace {
-  const Box* reference;
-  const Box* parent;
+  kvjpx::box reference;
+  kvjpx::box parent;
 };
 
-FoundPlace find_place(const Document& document, const Placement& placement) {
-  const Box& reference = document.find(*placement.reference);
+FoundPlace find_place(const Edit& edit, const Placement& placement) {
+  const kvjpx::box reference = edit.find(*placement.reference);
   if (is_inside(placement)) {
-    if (reference.is_container) return {&reference, &reference};
-    throw Failure(kEditRefused, document.place(reference) + ": not a container of boxes");
+    if (reference.is_container()) return {reference, reference};
+    throw Failure(kEditRefused, edit.place(reference) + ": not a container of boxes");
   }
-  if (!reference.is_root()) return {&reference, reference.parent};
-  throw Failure(kEditRefused, document.place(reference) + ": nothing can stand beside the file");
+  if (!reference.is_root()) return {reference, reference.parent()};
+  throw Failure(kEditRefused, edit.place(reference) + ": nothing can stand beside the file");
 }
 
 kvjpx::result<kvjpx::box> add_at(kvjpx::box reference, kvjpx_tool::Placement placement,
@@ -45,9 +44,8 @@ void fill(const Edit& edit, kvjpx::box box, const NotedBox& noted, const std::st
   if (noted.content) edit.check(box.set_content(*noted.content), place);
   for (const NotedBox& inner : noted.boxes) {
     if (!box.is_container()) throw Failure(kEditRefused, place + ": not a container of boxes");
-    const kvjpx::type type(inner.type);
-    const std::string inner_place = place + ": new box '" + type.name() + "'";
-    fill(edit, added(edit, box.append(type), inner_place), inner, inner_place);
+    const std::string inner_place = place + ": new box '" + inner.type.name() + "'";
+    fill(edit, added(edit, box.append(inner.type), inner_place), inner, inner_place);
   }
 }
 
@@ -63,15 +61,7 @@ void set_payload(const Edit& edit, kvjpx::box box, const std::string& payload_fi
 }
 
 // A box has a smaller identifier than what follows it in the file.
-bool stands_before(const Box* a, const Box* b) { return a->id < b->id; }
-
-// Whether a container of the box is among boxes that are sorted by identifier.
-bool goes_with_container(const Box& box, const std::vector<const Box*>& boxes) {
-  for (const Box* parent = box.parent; parent; parent = parent->parent) {
-    if (std::binary_search(boxes.begin(), boxes.end(), parent, stands_before)) return true;
-  }
-  return false;
-}
+bool stands_before(kvjpx::box a, kvjpx::box b) { return a.id() < b.id(); }
 
 }  // namespace
 
@@ -84,12 +74,9 @@ void add_box(const AddRequest& request, const EditRequest& edit_request) {
     throw Failure(kUsage, "--payload goes with a box that has no content of its own");
   }
   const Edit edit(edit_request);
-  const FoundPlace found = find_place(edit.document(), request.placement);
-  const kvjpx::type type(noted.type);
-  const std::string place =
-      edit.document().place(*found.parent) + ": new box '" + type.name() + "'";
-  const kvjpx::box box =
-      added(edit, add_at(edit.box(*found.reference), request.placement, type), place);
+  const FoundPlace found = find_place(edit, request.placement);
+  const std::string place = edit.place(found.parent) + ": new box '" + noted.type.name() + "'";
+  const kvjpx::box box = added(edit, add_at(found.reference, request.placement, noted.type), place);
   if (request.payload_file) set_payload(edit, box, *request.payload_file, place);
   fill(edit, box, noted, place);
   edit.finish();
@@ -97,20 +84,21 @@ void add_box(const AddRequest& request, const EditRequest& edit_request) {
 
 void remove_boxes(const std::vector<std::string>& paths, const EditRequest& edit_request) {
   const Edit edit(edit_request);
-  const Document& document = edit.document();
   // All paths mean the file as it was given, so they are resolved before anything goes.
-  std::vector<const Box*> boxes;
+  std::vector<kvjpx::box> boxes;
   for (const std::string& path : paths) {
-    for (const Box* box : document.find_all(path)) {
-      if (box->is_root()) throw Failure(kEditRefused, document.place(*box) + ": cannot be removed");
+    for (const kvjpx::box box : find_boxes(edit.file(), path)) {
+      if (box.is_root()) throw Failure(kEditRefused, edit.place(box) + ": cannot be removed");
       boxes.push_back(box);
     }
   }
   std::sort(boxes.begin(), boxes.end(), stands_before);
   boxes.erase(std::unique(boxes.begin(), boxes.end()), boxes.end());
-  for (const Box* box : boxes) {
-    if (goes_with_container(*box, boxes)) continue;
-    edit.check(edit.box(*box).remove(), document.place(*box));
+  for (const kvjpx::box box : boxes) {
+    // It may have gone with its container.
+    if (!box.exists()) continue;
+    const std::string place = place_of(edit.file(), box);
+    edit.check(box.remove(), place);
   }
   edit.finish();
 }
@@ -119,21 +107,20 @@ void move_box(const std::string& path, const Placement& placement,
               const EditRequest& edit_request) {
   if (!placement.reference) throw Failure(kUsage, "mv needs --into, --before or --after");
   Edit edit(edit_request);
-  const Box& moved = edit.document().find(path);
-  const std::string place = edit.document().place(moved);
+  const kvjpx::box moved = edit.find(path);
+  const std::string place = edit.place(moved);
   if (moved.is_root()) throw Failure(kEditRefused, place + ": cannot be moved");
-  const FoundPlace found = find_place(edit.document(), placement);
-  for (const Box* box = found.reference; box; box = box->parent) {
-    if (box == &moved)
+  const FoundPlace found = find_place(edit, placement);
+  for (kvjpx::box box = found.reference; box; box = box.parent()) {
+    if (box == moved)
       throw Failure(kEditRefused, place + ": cannot be moved into or beside itself");
   }
-  const kvjpx::box box = edit.box(moved);
-  const auto result = box.move(edit.box(*found.reference), placement.place);
+  const auto result = moved.move(found.reference, placement.place);
   if (result.code() == JPX_ERR_INVALID_ARGUMENT) {
     throw Failure(kEditRefused, place + ": boxes would be nested more than 256 deep");
   }
   edit.check(result, place);
-  edit.note_moved(box);
+  edit.note_moved(moved);
   edit.finish();
 }
 
@@ -141,16 +128,18 @@ void replace_payload(const std::string& path, const std::string& payload_file,
                      const EditRequest& edit_request) {
   const InputFile payload(payload_file);
   const Edit edit(edit_request);
-  const Box& box = edit.document().find(path);
-  const std::string place = edit.document().place(box);
+  const kvjpx::box box = edit.find(path);
+  const std::string place = edit.place(box);
   if (box.is_root()) throw Failure(kEditRefused, place + ": cannot be replaced");
-  edit.check(edit.box(box).set_content(payload.bytes()), place);
+  edit.check(box.set_content(payload.bytes()), place);
   edit.finish();
 }
 
 void copy_file(const std::string& file, const Target& target) {
   check_takes_binary(target);
-  Document(file, Document::Content::kAnything).save(target);
+  const OpenedFile opened(file);
+  if (opened.is_codestream()) return write_result(target, opened.bytes());
+  save(opened, target);
 }
 
 }  // namespace kvjpx_tool

@@ -1,6 +1,6 @@
 // get and set: fields of boxes.
+#include "box_path.h"
 #include "commands.h"
-#include "document.h"
 #include "facts.h"
 #include "field.h"
 
@@ -8,22 +8,19 @@ namespace kvjpx_tool {
 
 namespace {
 
-void get_box(const Document& document, const std::string& path, bool is_raw, std::ostream& out) {
-  const Box& box = document.find(path);
-  for (const Field& field : Field::all_of(document, box)) out << field.assignments(is_raw);
-  const kvjpx::document& tree = document.library();
-  if (box.is_container) list_children(tree, box.is_root() ? tree.root() : tree.by_id(box.id), out);
+void get_box(const OpenedFile& file, const std::string& path, bool is_raw, std::ostream& out) {
+  const kvjpx::box box = find_box(file, path);
+  for (const Field& field : Field::all_of(file, box)) out << field.assignments(is_raw);
+  if (box.is_container()) list_children(file.document(), box, out);
 }
 
 // What dump says of a box, of all its fields or of one.
-Json facts_of(const Document& document, const std::string& address) {
+Json facts_of(const OpenedFile& file, const std::string& address) {
   const size_t dot = address.find('.');
   const std::optional<Field> field =
-      dot == address.npos ? std::nullopt : std::optional(Field::find(document, address));
-  const Box& place = document.find(address.substr(0, dot));
-  const kvjpx::document& tree = document.library();
-  const kvjpx::box box = place.is_root() ? tree.root() : tree.by_id(place.id);
-  const kvjpx::box_paths paths(tree);
+      dot == address.npos ? std::nullopt : std::optional(Field::find(file, address));
+  const kvjpx::box box = find_box(file, address.substr(0, dot));
+  const kvjpx::box_paths& paths = file.paths();
   Json facts = box.is_root() ? Json{{"path", "/"}} : box_facts(head_of(paths, box));
   if (field) return field->only(facts);
   if (!box.is_container()) return facts;
@@ -45,21 +42,21 @@ ExitCode get_fields(const GetRequest& request) {
     if (request.files.names.size() != 1 || !request.files.names_file.empty()) {
       throw Failure(kUsage, "-o takes the field of one file");
     }
-    const Document document(request.files.names.front());
-    write_result(*request.raw_target, Field::find(document, request.address).raw());
+    const OpenedFile file(request.files.names.front(), OpenedFile::Content::kBoxes);
+    write_result(*request.raw_target, Field::find(file, request.address).raw());
     return kDone;
   }
   const Form form = request.json ? Form::kJsonLines : Form::kHeadings;
   return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
-    const Document document(name);
+    const OpenedFile file(name, OpenedFile::Content::kBoxes);
     if (request.json) {
-      Json facts = {{"file", document.label()}};
-      facts.update(facts_of(document, request.address));
+      Json facts = {{"file", file.label()}};
+      facts.update(facts_of(file, request.address));
       out << json_text(facts) << "\n";
     } else if (is_field) {
-      out << Field::find(document, request.address).text(request.is_raw);
+      out << Field::find(file, request.address).text(request.is_raw);
     } else {
-      get_box(document, request.address, request.is_raw, out);
+      get_box(file, request.address, request.is_raw, out);
     }
     return kDone;
   });
@@ -73,7 +70,7 @@ void set_fields(const std::vector<std::string>& assignments, const EditRequest& 
     if (equals == std::string::npos) {
       throw Failure(kUsage, "'" + assignment + "' is not of the form PATH.FIELD=VALUE");
     }
-    Field::find(edit.document(), assignment.substr(0, equals)).set(assignment.substr(equals + 1));
+    Field::find(edit.file(), assignment.substr(0, equals)).set(assignment.substr(equals + 1));
   }
   edit.finish();
 }

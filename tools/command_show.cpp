@@ -9,7 +9,6 @@
 
 #include "box_path.h"
 #include "commands.h"
-#include "document.h"
 #include "facts.h"
 #include "field.h"
 #include "metadata.h"
@@ -172,19 +171,20 @@ ExitCode list_boxes(const ListRequest& request) {
 }
 
 void list_words(const std::string& file, const std::string& word, bool with_fields) {
-  const Document document(file, Document::Content::kAnything);
+  const OpenedFile opened(file);
   std::string words;
   const auto add = [&](const std::string& candidate) {
     if (candidate.rfind(word, 0) == 0) words += candidate + "\n";
   };
   const size_t dot = word.find('.');
   if (with_fields && dot != word.npos) {
-    for (const Field& field : Field::all_of(document, document.find(word.substr(0, dot)))) {
+    for (const Field& field : Field::all_of(opened, find_box(opened, word.substr(0, dot)))) {
       add(word.substr(0, dot + 1) + field.name());
     }
   } else {
-    for_each_box(document.root(),
-                 [&](const Box& box) { add(path_of(box) + (with_fields ? "." : "")); });
+    for (const kvjpx::box box : opened.document().boxes()) {
+      add(opened.paths().path(box) + (with_fields ? "." : ""));
+    }
   }
   print_text(words);
 }
@@ -195,24 +195,24 @@ void list_children(const kvjpx::document& document, kvjpx::box container, std::o
 
 ExitCode print_boxes(const FileList& files, const std::string& path) {
   return read_files(files, Form::kHeadings, [&](const std::string& name, std::ostream& out) {
-    const Document document(name);
-    const Box& box = document.find(path);
+    const OpenedFile file(name, OpenedFile::Content::kBoxes);
+    const kvjpx::box box = find_box(file, path);
+    const std::string place = place_of(file, box);
     int32_t code = JPX_OK;
-    out << printed_by([&] { code = kv_jpx_print_box(document.context(), box.id); });
+    out << printed_by([&] { code = kv_jpx_print_box(box.context(), box.id()); });
     if (code == JPX_OK) return kDone;
-    throw library_failure(document.place(box), document.context(), kNoSuchPlace);
+    throw library_failure(place, box.context(), kNoSuchPlace);
   });
 }
 
 void extract_payload(const std::string& file, const std::string& path, const Target& target) {
-  const Document document(file);
-  const Box& box = document.find(path);
-  write_result(target, document.bytes().substr(box.content_begin, box.end - box.content_begin));
+  const OpenedFile opened(file, OpenedFile::Content::kBoxes);
+  write_result(target, find_box(opened, path).source_content().value_or(kvjpx::byte_view()).text());
 }
 
 void extract_kind(const std::string& file, const std::string& kind, const Target& target) {
-  const Document document(file);
-  for (const kvjpx::box box : document.library().boxes()) {
+  const OpenedFile opened(file, OpenedFile::Content::kBoxes);
+  for (const kvjpx::box box : opened.document().boxes()) {
     if (kind == "icc") {
       if (auto profile = box.bytes<kvjpx::colr::icc>())
         return write_result(target, profile->text());
@@ -221,7 +221,7 @@ void extract_kind(const std::string& file, const std::string& kind, const Target
       if (content) return write_result(target, content->text());
     }
   }
-  throw Failure(kNoSuchPlace, document.label() + ": there is no " + kind + " in it");
+  throw Failure(kNoSuchPlace, opened.label() + ": there is no " + kind + " in it");
 }
 
 }  // namespace kvjpx_tool

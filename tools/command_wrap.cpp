@@ -151,26 +151,26 @@ void wrap_codestream(const std::string& file, const std::string& colour, bool is
 void unwrap_codestream(const std::string& file, std::optional<uint64_t> number,
                        const Target& target) {
   check_takes_binary(target);
-  const Document document(file);
-  constexpr uint32_t kCodestream = KV_JPX_TYPE('j', 'p', '2', 'c');
-  const Box* const first = document.root().find_child(kCodestream, 0);
-  const uint32_t count = first ? first->same_type_count : 0;
+  const OpenedFile opened(file, OpenedFile::Content::kBoxes);
+  std::vector<kvjpx::box> codestreams;
+  for (const kvjpx::box box : opened.document().root().children()) {
+    if (box.type() == kvjpx::type("jp2c")) codestreams.push_back(box);
+  }
+  const size_t count = codestreams.size();
   if (count == 0) {
-    throw Failure(kNoSuchPlace, document.label() + ": there is no codestream (jp2c) in it");
+    throw Failure(kNoSuchPlace, opened.label() + ": there is no codestream (jp2c) in it");
   }
   if (!number && count > 1) {
-    throw Failure(kUsage, document.label() + ": there are " + std::to_string(count) +
+    throw Failure(kUsage, opened.label() + ": there are " + std::to_string(count) +
                               " codestreams: choose one with --codestream, from 0");
   }
-  const Box* const chosen = document.root().find_child(kCodestream, number.value_or(0));
-  if (!chosen) {
-    throw Failure(kNoSuchPlace, document.label() + ": there is no codestream " +
+  if (number.value_or(0) >= count) {
+    throw Failure(kNoSuchPlace, opened.label() + ": there is no codestream " +
                                     std::to_string(*number) + "; there are " +
                                     std::to_string(count) + ", from 0");
   }
-  const std::string_view bytes =
-      document.bytes().substr(chosen->content_begin, chosen->end - chosen->content_begin);
-  write_result(target, bytes);
+  const kvjpx::box chosen = codestreams[number.value_or(0)];
+  write_result(target, chosen.source_content().value_or(kvjpx::byte_view()).text());
 }
 
 }  // namespace kvjpx_tool

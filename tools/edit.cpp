@@ -1,7 +1,8 @@
 // Opens, judges and writes what is edited.
 #include "edit.h"
 
-#include <algorithm>
+#include <unistd.h>
+
 #include <map>
 
 #include "box_path.h"
@@ -96,14 +97,14 @@ std::string sizes(uint64_t before, uint64_t after) {
   return std::to_string(before) + " -> " + bytes_text(after);
 }
 
-// Compares the file with what would be written, box by box.
+// Compares the file as it was loaded with what would be written, box by box.
 class Comparison {
  public:
-  Comparison(const Document& document, const std::set<uint32_t>& moved,
+  Comparison(const OpenedFile& file, const kvjpx::document& before, const std::set<uint32_t>& moved,
              const kvjpx::document& written, std::string_view output)
-      : document_(document), moved_(moved), output_(output) {
-    compare_content(document.library().root(), written.root());
-    for_each_box(document.root(), [this](const Box& box) { look_for_removed(box); });
+      : file_(file), before_(before), paths_(before), moved_(moved), output_(output) {
+    compare_content(file.document().root(), written.root());
+    for (const kvjpx::box box : before.boxes()) look_for_removed(box);
   }
 
   const std::string& lines() const { return lines_; }
@@ -114,13 +115,12 @@ class Comparison {
     ++reasons_;
   }
 
-  bool is_there(const Box& box) const { return box.is_root() || document_.library().by_id(box.id); }
-  void look_for_removed(const Box& box) {
-    if (is_there(box) || !is_there(*box.parent) ||
-        !document_.library().by_id(box.parent->id).is_container()) {
-      return;
-    }
-    line("removed", path_of(box), bytes_text(box.end - box.begin));
+  kvjpx::box now(kvjpx::box old) const { return file_.document().by_id(old.id()); }
+  void look_for_removed(kvjpx::box old) {
+    const kvjpx::box container = now(old.parent());
+    if (now(old) || !container || !container.is_container()) return;
+    const kvjpx::extent place = old.extent().value();
+    line("removed", paths_.path(old), bytes_text(place.end() - place.offset));
   }
 
   // What the boxes of the context have become in the output. False: the content has not the boxes
@@ -138,20 +138,22 @@ class Comparison {
   void compare(kvjpx::box now, kvjpx::box written) {
     const kvjpx::extent place = written.extent().value();
     const uint64_t length = place.end() - place.offset;
-    const Box* const old = document_.find(now.id());
+    const kvjpx::box old = before_.by_id(now.id());
     if (!old) {
       line("added  ", now.path(), bytes_text(length));
       return;
     }
     if (moved_.count(now.id()) != 0) {
-      line("moved  ", path_of(*old) + " -> " + now.path(), bytes_text(length));
+      line("moved  ", paths_.path(old) + " -> " + now.path(), bytes_text(length));
     }
-    const std::string_view before = document_.bytes().substr(old->begin, old->end - old->begin);
+    const kvjpx::extent old_place = old.extent().value();
+    const std::string_view before =
+        file_.bytes().substr(old_place.offset, old_place.end() - old_place.offset);
     const std::string_view after = output_.substr(place.offset, length);
     if (before == after) return;
     const size_t known = reasons_;
     if (now.is_container() && written.is_container() && compare_content(now, written)) {
-      reasons_ += lost_boxes(*old);
+      reasons_ += lost_boxes(old);
       if (reasons_ != known) return;
     }
     const bool is_same_size = before.size() == after.size();
@@ -160,11 +162,12 @@ class Comparison {
                       : sizes(before.size(), after.size()));
   }
 
-  size_t lost_boxes(const Box& old) const {
-    return static_cast<size_t>(
-        std::count_if(old.children.begin(), old.children.end(), [this](const auto& child) {
-          return !document_.library().by_id(child->id) || moved_.count(child->id) != 0;
-        }));
+  size_t lost_boxes(kvjpx::box container) const {
+    size_t count = 0;
+    for (const kvjpx::box old : container.children()) {
+      count += !now(old) || moved_.count(old.id()) != 0;
+    }
+    return count;
   }
 
   static uint64_t difference(std::string_view a, std::string_view b) {
@@ -173,7 +176,9 @@ class Comparison {
     return count;
   }
 
-  const Document& document_;
+  const OpenedFile& file_;
+  const kvjpx::document& before_;
+  kvjpx::box_paths paths_;
   const std::set<uint32_t>& moved_;
   std::string_view output_;
   std::string lines_;
@@ -192,19 +197,24 @@ const std::string& file_of(const EditRequest& request) {
   return request.file;
 }
 
+void check_written(const OpenedFile& file, const kvjpx::result<void>& result,
+                   const std::string& name) {
+  if (result.code() == JPX_ERR_OPEN_FILE || result.code() == JPX_ERR_FILE_IO) {
+    throw system_failure(name, "cannot write");
+  }
+  if (!result) throw library_failure(file.label(), result.error(), kEditRefused);
+}
+
 }  // namespace
 
-Edit::Edit(const EditRequest& request) : request_(request), document_(file_of(request)) {
-  if (!request.unchecked) known_ = impossibilities(document_.library());
+Edit::Edit(const EditRequest& request)
+    : request_(request), file_(file_of(request), OpenedFile::Content::kBoxes) {
+  if (!request.unchecked) known_ = impossibilities(file_.document());
 }
 
-kvjpx::box Edit::find(const std::string& path) const { return box(document_.find(path)); }
+kvjpx::box Edit::find(const std::string& path) const { return find_box(file_, path); }
 
-std::string Edit::place(kvjpx::box box) const {
-  const auto extent = box.extent();
-  const bool has_offset = extent && !box.is_root();
-  return label() + (has_offset ? ":" + std::to_string(extent->offset) : "") + ": " + box.path();
-}
+std::string Edit::place(kvjpx::box box) const { return place_of(file_, box, box.path()); }
 
 void Edit::refuse(const std::string& place, const std::string& reason) const {
   if (is_unchecked()) return;
@@ -213,27 +223,47 @@ void Edit::refuse(const std::string& place, const std::string& reason) const {
 
 void Edit::finish() const {
   if (!is_unchecked()) {
-    for (const Impossibility& found : impossibilities(document_.library())) {
+    for (const Impossibility& found : impossibilities(file_.document())) {
       if (known_.count(found) != 0) continue;
-      refuse(place(document_.library().by_id(found.first)), found.second);
+      refuse(place(file_.document().by_id(found.first)), found.second);
     }
   }
   if (request_.dry_run) {
     tell_changes();
   } else {
-    document_.save(target_of(request_));
+    save(file_, target_of(request_));
   }
 }
 
 void Edit::tell_changes() const {
-  const LibraryBlock output = output_of(document_.context(), label(), kEditRefused);
-  const kvjpx::document written = taken(kvjpx::document::read(output.bytes()), label());
-  const Comparison comparison(document_, moved_, written, output.bytes());
-  const uint64_t before = document_.bytes().size();
-  const uint64_t after = output.bytes().size();
-  print_text(comparison.lines() + label() + ": " +
-             (output.bytes() == document_.bytes() ? "nothing changes" : sizes(before, after)) +
-             "\n");
+  const kvjpx::block block = taken(file_.document().save_to_memory(), label());
+  const std::string_view output = block.text();
+  const kvjpx::document before = taken(kvjpx::document::read(file_.bytes()), label());
+  const kvjpx::document written = taken(kvjpx::document::read(output), label());
+  const Comparison comparison(file_, before, moved_, written, output);
+  print_text(
+      comparison.lines() + label() + ": " +
+      (output == file_.bytes() ? "nothing changes" : sizes(file_.bytes().size(), output.size())) +
+      "\n");
+}
+
+void save(const OpenedFile& file, const Target& target) {
+  const kvjpx::document& document = file.document();
+  if (target.is_stdout() && isatty(STDOUT_FILENO) == 0) {
+    finish_stdout();
+    check_written(file, document.save_to(STDOUT_FILENO), "standard output");
+  } else if (target.is_stdout()) {
+    write_result(target, taken(document.save_to_memory(), file.label(), kEditRefused).text());
+  } else {
+    fill_file(target.name, [&] { check_written(file, document.save(target.name), target.name); });
+  }
+  // Fragments of codestreams are named by their position in the file. They follow the bytes there,
+  // but for those that the edit has changed or removed.
+  for (const kvjpx::finding& finding : document.findings()) {
+    if (finding.kind == KV_JPX_FINDING_FRAGMENT) {
+      report(file.label() + ": note: " + finding.text);
+    }
+  }
 }
 
 }  // namespace kvjpx_tool

@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "document.h"
+#include "failure.h"
+#include "opened_file.h"
+#include "output.h"
 
 namespace kvjpx_tool {
 
@@ -28,10 +30,9 @@ class Edit {
  public:
   explicit Edit(const EditRequest& request);
 
-  const Document& document() const { return document_; }
-  const std::string& label() const { return document_.label(); }
-  kvjpx::box root() const { return document_.library().root(); }
-  kvjpx::box box(const Box& box) const { return document_.library().by_id(box.id); }
+  const OpenedFile& file() const { return file_; }
+  const std::string& label() const { return file_.label(); }
+  kvjpx::box root() const { return file_.document().root(); }
   kvjpx::box find(const std::string& path) const;
   // "file:offset: path", for messages.
   std::string place(kvjpx::box box) const;
@@ -39,11 +40,10 @@ class Edit {
   // What the library answered, or its refusal as a Failure.
   template <class Value>
   Value taken(kvjpx::result<Value> result, const std::string& place) const {
-    if (!result) throw library_failure(place, document_.context(), kEditRefused);
-    return std::move(result).value();
+    return kvjpx_tool::taken(std::move(result), place, kEditRefused);
   }
   void check(const kvjpx::result<void>& result, const std::string& place) const {
-    if (!result) throw library_failure(place, document_.context(), kEditRefused);
+    if (!result) throw library_failure(place, result.error(), kEditRefused);
   }
 
   bool is_unchecked() const { return request_.unchecked; }
@@ -59,10 +59,13 @@ class Edit {
   void tell_changes() const;
 
   const EditRequest& request_;
-  Document document_;
+  OpenedFile file_;
   std::set<Impossibility> known_;
   std::set<uint32_t> moved_;
 };
+
+// Writes the edited file to the target.
+void save(const OpenedFile& file, const Target& target);
 
 }  // namespace kvjpx_tool
 

@@ -41,6 +41,13 @@ Failure system_failure(const std::string& place, const std::string& what);
 Failure library_failure(const std::string& place, kv_jpx_context* context, ExitCode refusal);
 Failure library_failure(const std::string& place, const kvjpx::error& error, ExitCode refusal);
 
+// What the library answered, or its refusal as a Failure.
+template <class Value>
+Value taken(kvjpx::result<Value> result, const std::string& place, ExitCode refusal) {
+  if (!result) throw library_failure(place, result.error(), refusal);
+  return std::move(result).value();
+}
+
 // Writes "kvjpx: <message>" to standard error.
 void report(const std::string& message);
 

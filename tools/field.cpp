@@ -18,12 +18,12 @@ namespace {
 
 // The rows of the library's table that can apply to a type: its own, then the payload that opaque
 // boxes of every type have.
-std::vector<kv_jpx_field_info> known_fields(uint32_t box_type) {
+std::vector<kv_jpx_field_info> known_fields(kvjpx::type box_type) {
   std::vector<kv_jpx_field_info> own;
   std::vector<kv_jpx_field_info> common;
   kv_jpx_field_info info = {};
   for (uint32_t i = 0; kv_jpx_get_field_info(i, &info) == JPX_OK; ++i) {
-    if (info.box_type == box_type) own.push_back(info);
+    if (info.box_type == box_type.code()) own.push_back(info);
     if (info.box_type == 0) common.push_back(info);
   }
   own.insert(own.end(), common.begin(), common.end());
@@ -32,40 +32,35 @@ std::vector<kv_jpx_field_info> known_fields(uint32_t box_type) {
 
 // Whether the box has the field in its present state. Some numbers can be counted but not read, and
 // others the other way round, so it is reading that decides.
-bool is_live(const Document& document, const Box& box, const kv_jpx_field_info& info) {
+bool is_live(kvjpx::box box, const kv_jpx_field_info& info) {
   const bool is_single_number =
       (info.access & KV_JPX_FIELD_INTEGER) != 0 && (info.access & KV_JPX_FIELD_REPEATS) == 0;
-  uint64_t value = 0;
-  const int32_t code =
-      is_single_number
-          ? kv_jpx_get_box_field_int(document.context(), box.id, info.key, 0, &value)
-          : kv_jpx_get_box_field_count(document.context(), box.id, info.key, nullptr, nullptr);
-  return code == JPX_OK;
+  return (is_single_number ? box.get(info.key) : box.count(info.key)).has_value();
 }
 
-std::vector<kv_jpx_field_info> live_fields(const Document& document, const Box& box) {
+std::vector<kv_jpx_field_info> live_fields(kvjpx::box box) {
   std::vector<kv_jpx_field_info> live;
-  for (const kv_jpx_field_info& info : known_fields(box.type)) {
+  for (const kv_jpx_field_info& info : known_fields(box.type())) {
     bool is_alias = false;
     for (const kv_jpx_field_info& other : live) is_alias |= strcasecmp(other.name, info.name) == 0;
-    if (!is_alias && is_live(document, box, info)) live.push_back(info);
+    if (!is_alias && is_live(box, info)) live.push_back(info);
   }
   return live;
 }
 
 // Names differ by more than case within a box type, so case is left to the user's taste.
-kv_jpx_field_info find_field(const Document& document, const Box& box, const std::string& name) {
-  const std::string place = document.place(box) + "." + name;
-  for (const kv_jpx_field_info& info : known_fields(box.type)) {
+kv_jpx_field_info find_field(const OpenedFile& file, kvjpx::box box, const std::string& name) {
+  const std::string place = place_of(file, box) + "." + name;
+  for (const kv_jpx_field_info& info : known_fields(box.type())) {
     if (strcasecmp(info.name, name.c_str()) != 0) continue;
-    if (is_live(document, box, info)) return info;
+    if (is_live(box, info)) return info;
     if (info.box_type != 0) {
       throw Failure(kNoSuchPlace, place + ": the box has no such field in its present state");
     }
   }
   std::string names;
   Suggestion suggestion(name);
-  for (const kv_jpx_field_info& info : live_fields(document, box)) {
+  for (const kv_jpx_field_info& info : live_fields(box)) {
     names += (names.empty() ? "" : ", ") + std::string(info.name);
     suggestion.consider(info.name);
   }
@@ -123,16 +118,16 @@ std::optional<std::string> parse_bytes(const std::string& value, const std::stri
   return bytes;
 }
 
-Field Field::find(const Document& document, const std::string& address) {
-  const Address parts = parse_address(address, document.label());
-  const Box& box = document.find(parts.path);
-  return Field(document, box, find_field(document, box, parts.name), parts.index);
+Field Field::find(const OpenedFile& file, const std::string& address) {
+  const Address parts = parse_address(address, file.label());
+  const kvjpx::box box = find_box(file, parts.path);
+  return Field(file, box, find_field(file, box, parts.name), parts.index);
 }
 
-std::vector<Field> Field::all_of(const Document& document, const Box& box) {
+std::vector<Field> Field::all_of(const OpenedFile& file, kvjpx::box box) {
   std::vector<Field> fields;
-  for (const kv_jpx_field_info& info : live_fields(document, box)) {
-    const Field field(document, box, info, std::nullopt);
+  for (const kv_jpx_field_info& info : live_fields(box)) {
+    const Field field(file, box, info, std::nullopt);
     if (field.is_integer() || field.is_bytes()) fields.push_back(field);
   }
   return fields;
@@ -163,7 +158,7 @@ std::string Field::assignments(bool is_raw) const {
   }
   for (size_t i = 0; i < all.size(); ++i) {
     const std::string index = repeats() ? "[" + std::to_string(i) + "]" : "";
-    lines += path_of(box_) + "." + info_.name + index + "=" + all[i] + "\n";
+    lines += file_.paths().path(box_) + "." + info_.name + index + "=" + all[i] + "\n";
   }
   return lines;
 }
@@ -199,8 +194,7 @@ std::vector<std::string> Field::words() const {
 
 // The bytes of a field that is text.
 std::optional<std::string> Field::as_text() const {
-  const bool is_text_type =
-      box_.type == kvjpx::type("xml").code() || box_.type == kvjpx::type("lbl").code();
+  const bool is_text_type = box_.type() == kvjpx::type("xml") || box_.type() == kvjpx::type("lbl");
   if (index_) return std::nullopt;
   if (info_.key != JPX_FIELD_URL_LOC && (info_.key != JPX_FIELD_JP2C_DATA || !is_text_type)) {
     return std::nullopt;
@@ -209,31 +203,11 @@ std::optional<std::string> Field::as_text() const {
   return is_utf8(bytes) ? std::optional<std::string>(std::move(bytes)) : std::nullopt;
 }
 
-uint64_t Field::count() const {
-  uint64_t entries = 0;
-  const int32_t code =
-      kv_jpx_get_box_field_count(document_.context(), box_.id, info_.key, &entries, nullptr);
-  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
-  return entries;
-}
+uint64_t Field::count() const { return taken(box_.count(info_.key)); }
 
-uint64_t Field::integer(uint64_t index) const {
-  uint64_t value = 0;
-  const int32_t code =
-      kv_jpx_get_box_field_int(document_.context(), box_.id, info_.key, index, &value);
-  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
-  return value;
-}
+uint64_t Field::integer(uint64_t index) const { return taken(box_.get(info_.key, index)); }
 
-std::string Field::all_bytes() const {
-  uint64_t entries = 0;
-  uint32_t size = 0;
-  void* data = nullptr;
-  const int32_t code =
-      kv_jpx_get_box_field_buffer(document_.context(), box_.id, info_.key, &entries, &size, &data);
-  if (code != JPX_OK) throw library_failure(place(), document_.context(), kNoSuchPlace);
-  return std::string(LibraryBlock(document_.context(), data, entries * size).bytes());
-}
+std::string Field::all_bytes() const { return std::string(taken(box_.bytes(info_.key)).text()); }
 
 std::string Field::entry_bytes(uint64_t index) const {
   const std::string bytes = all_bytes();
@@ -291,9 +265,8 @@ void Field::set_integer(const std::string& text) const {
     // Files hold values that no edit could give them; keeping such a value is no edit.
     if (integer(index) == *value) return;
   }
-  const int32_t code =
-      kv_jpx_set_box_field_int(document_.context(), box_.id, info_.key, index, *value);
-  if (code != JPX_OK) throw refusal(code, "value " + text + " is out of range");
+  const auto result = box_.set(info_.key, index, *value);
+  if (!result) throw refusal(result.error(), "value " + text + " is out of range");
   // Bits of some values are dropped; a negative one, which the field takes, may lose those in
   // front.
   const uint64_t held = integer(index);
@@ -324,11 +297,10 @@ void Field::set_entry(uint64_t index, const std::string& bytes) const {
 }
 
 void Field::set_all_bytes(const std::string& bytes) const {
-  const uint32_t size = info_.width > 0 && bytes.size() % info_.width == 0 ? info_.width : 1;
-  const int32_t code = kv_jpx_set_box_field_buffer(document_.context(), box_.id, info_.key,
-                                                   bytes.size() / size, size, bytes.data());
-  if (code != JPX_OK) {
-    throw refusal(code, "the field does not take " + std::to_string(bytes.size()) + " bytes");
+  const auto result = box_.set_bytes(info_.key, bytes, info_.width);
+  if (!result) {
+    throw refusal(result.error(),
+                  "the field does not take " + std::to_string(bytes.size()) + " bytes");
   }
   if (all_bytes() != bytes) {
     throw Failure(kEditRefused, place() + ": the field would not hold these bytes unchanged");
@@ -337,15 +309,15 @@ void Field::set_all_bytes(const std::string& bytes) const {
 
 std::string Field::place() const {
   const std::string index = index_ ? "[" + std::to_string(*index_) + "]" : "";
-  return document_.place(box_) + "." + info_.name + index;
+  return place_of(file_, box_) + "." + info_.name + index;
 }
 
-Failure Field::refusal(int32_t code, const std::string& out_of_range) const {
-  if (code == JPX_ERR_INVALID_ARGUMENT) {
+Failure Field::refusal(const kvjpx::error& error, const std::string& out_of_range) const {
+  if (error.code() == JPX_ERR_INVALID_ARGUMENT) {
     return Failure(kEditRefused, place() + ": " + out_of_range);
   }
-  return library_failure(place(), document_.context(),
-                         code == JPX_ERR_NO_SUCH_FIELD ? kNoSuchPlace : kEditRefused);
+  return library_failure(place(), error,
+                         error.code() == JPX_ERR_NO_SUCH_FIELD ? kNoSuchPlace : kEditRefused);
 }
 
 // Judges the index that the user gave; without one the first entry is meant. Returns how many

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "document.h"
 #include "facts.h"
 #include "failure.h"
+#include "opened_file.h"
 
 namespace kvjpx_tool {
 
@@ -19,9 +19,9 @@ std::optional<std::string> parse_bytes(const std::string& value, const std::stri
 class Field {
  public:
   // Finds what `address` names. Throws a Failure with kNoSuchPlace.
-  static Field find(const Document& document, const std::string& address);
+  static Field find(const OpenedFile& file, const std::string& address);
   // All fields that a box has in its present state and that can be read.
-  static std::vector<Field> all_of(const Document& document, const Box& box);
+  static std::vector<Field> all_of(const OpenedFile& file, kvjpx::box box);
 
   std::string name() const { return info_.name; }
 
@@ -41,9 +41,9 @@ class Field {
   void set(const std::string& value) const;
 
  private:
-  Field(const Document& document, const Box& box, const kv_jpx_field_info& info,
+  Field(const OpenedFile& file, kvjpx::box box, const kv_jpx_field_info& info,
         std::optional<uint64_t> index)
-      : document_(document), box_(box), info_(info), index_(index) {}
+      : file_(file), box_(box), info_(info), index_(index) {}
 
   bool is_integer() const { return (info_.access & KV_JPX_FIELD_INTEGER) != 0; }
   bool is_bytes() const { return (info_.access & KV_JPX_FIELD_BYTES) != 0; }
@@ -63,11 +63,17 @@ class Field {
   void set_all_bytes(const std::string& bytes) const;
 
   std::string place() const;
-  Failure refusal(int32_t code, const std::string& out_of_range) const;
+  // The value, or the library's refusal as a Failure.
+  template <class Value>
+  Value taken(kvjpx::result<Value> result) const {
+    if (!result) throw library_failure(place(), result.error(), kNoSuchPlace);
+    return std::move(result).value();
+  }
+  Failure refusal(const kvjpx::error& error, const std::string& out_of_range) const;
   uint64_t check_index() const;
 
-  const Document& document_;
-  const Box& box_;
+  const OpenedFile& file_;
+  kvjpx::box box_;
   kv_jpx_field_info info_;
   std::optional<uint64_t> index_;
 };

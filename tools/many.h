@@ -6,7 +6,7 @@
 //
 //   return read_files(files_, json ? Form::kJsonLines : Form::kHeadings,
 //                     [&](const std::string& file, std::ostream& out) {
-//                       describe(Document(file, Document::Content::kAnything), out);
+//                       describe(OpenedFile(file), out);
 //                       return kDone;
 //                     });
 #ifndef KVJPX_TOOLS_MANY_H_

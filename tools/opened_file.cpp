@@ -8,19 +8,10 @@
 
 namespace kvjpx_tool {
 
-namespace {
-
-kvjpx::document load(const InputFile& file, bool has_boxes) {
-  auto opened = !has_boxes         ? kvjpx::document::create()
-                : file.is_mapped() ? kvjpx::document::open(file.name())
-                                   : kvjpx::document::read(file.bytes());
-  if (!opened) throw library_failure(file.label(), opened.error(), kInputOutput);
-  return *std::move(opened);
+OpenedFile::OpenedFile(const std::string& name, Content wanted) : file_(name) {
+  open();
+  if (wanted == Content::kBoxes) check_has_boxes();
 }
-
-}  // namespace
-
-OpenedFile::OpenedFile(const std::string& name) : file_(name) { open(); }
 
 OpenedFile::OpenedFile(const std::string& label, std::string_view bytes) : file_(label, bytes) {
   open();
@@ -28,8 +19,20 @@ OpenedFile::OpenedFile(const std::string& label, std::string_view bytes) : file_
 
 void OpenedFile::open() {
   is_codestream_ = is_bare_codestream(bytes());
-  document_ = load(file_, !is_codestream_);
+  document_ = taken(
+      is_codestream_ ? kvjpx::document::create() : read_again(kvjpx::reading::keep_everything),
+      label(), kInputOutput);
   document_->set_source(bytes());
+}
+
+const kvjpx::box_paths& OpenedFile::paths() const {
+  if (!paths_) paths_.emplace(document());
+  return *paths_;
+}
+
+kvjpx::result<kvjpx::document> OpenedFile::read_again(kvjpx::reading mode) const {
+  return file_.is_mapped() ? kvjpx::document::open(file_.name(), mode)
+                           : kvjpx::document::read(bytes(), mode);
 }
 
 void OpenedFile::check_is_known() const {

@@ -1,4 +1,4 @@
-// A file that a command looks into: its bytes and what the library makes of them, nothing lost.
+// A file that a command works on: its bytes and what the library makes of them, nothing lost.
 #ifndef KVJPX_TOOLS_OPENED_FILE_H_
 #define KVJPX_TOOLS_OPENED_FILE_H_
 
@@ -13,8 +13,11 @@ namespace kvjpx_tool {
 
 class OpenedFile {
  public:
-  // "-" is standard input. Throws a Failure when the file cannot be read.
-  explicit OpenedFile(const std::string& name);
+  enum class Content { kBoxes, kAnything };
+
+  // "-" is standard input. Throws a Failure when the file cannot be read, or has not one box and
+  // should.
+  explicit OpenedFile(const std::string& name, Content wanted = Content::kAnything);
   // Of a file that is in memory, whose bytes must outlive this.
   OpenedFile(const std::string& label, std::string_view bytes);
 
@@ -24,6 +27,11 @@ class OpenedFile {
   // Without a box for a bare codestream.
   const kvjpx::document& document() const { return *document_; }
   bool is_codestream() const { return is_codestream_; }
+  // The paths of the boxes as they are when this is called first: before anything is edited.
+  const kvjpx::box_paths& paths() const;
+
+  // The file once more, as it was when it was opened.
+  kvjpx::result<kvjpx::document> read_again(kvjpx::reading mode) const;
 
   // Throw a Failure that tells what the file seems to be when it has not one box; a bare codestream
   // is known.
@@ -35,6 +43,7 @@ class OpenedFile {
 
   InputFile file_;
   std::optional<kvjpx::document> document_;
+  mutable std::optional<kvjpx::box_paths> paths_;
   bool is_codestream_ = false;
 };
 
