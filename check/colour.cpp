@@ -1,4 +1,4 @@
-// Colour specification boxes, and the ICC profiles in them.
+// Colour boxes (colr), and the ICC profiles in them.
 #include <set>
 
 #include "rules.h"

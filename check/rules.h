@@ -71,7 +71,7 @@ void cdef_incomplete(Check& check);
 void res_empty(Check& check);
 void res_zero(Check& check);
 
-// colour.cpp: colour specification (15444-1, I.5.3.3; 15444-2, M.11.7.3).
+// colour.cpp: colr boxes (15444-1, I.5.3.3; 15444-2, M.11.7.3).
 void colr_missing(Check& check);
 void colr_scattered(Check& check);
 void colr_method_jp2(Check& check);

@@ -28,7 +28,7 @@ BOXES = {
              "box in its container. What it says should be what the codestream's SIZ segment says."),
     "bpcc": ("Bits per component", "15444-1, I.5.3.2", "The depth of each component, where they differ and "
              "so `ihdr` has 255."),
-    "colr": ("Colour specification", "15444-1, I.5.3.3; 15444-2, M.11.7.3", "What the colour channels mean: "
+    "colr": ("Colour", "15444-1, I.5.3.3; 15444-2, M.11.7.3", "What the colour channels mean: "
              "an enumerated space, an ICC profile, or a vendor's method. A file may have several; a reader "
              "takes the one it can use, by precedence and approximation."),
     "pclr": ("Palette", "15444-1, I.5.3.4", "A table that makes several channels of one component. It takes "
@@ -47,7 +47,7 @@ BOXES = {
              "in `jp2h`. The n-th such box is the n-th codestream's."),
     "jplh": ("Compositing layer header", "15444-2, M.11.7", "Describes one layer: colour, channels, opacity, "
              "and which codestreams it is made of."),
-    "cgrp": ("Colour group", "15444-2, M.11.7.1", "Holds the colour specifications of a layer."),
+    "cgrp": ("Colour group", "15444-2, M.11.7.1", "Holds the colr boxes of a layer."),
     "opct": ("Opacity", "15444-2, M.11.7.6", "The opacity of a layer in short: the last channel, or a colour "
              "that is transparent."),
     "creg": ("Codestream registration", "15444-2, M.11.7.7", "How the codestreams of a layer lie over each "

@@ -17,7 +17,7 @@ constexpr BoxType kTypes[] = {
     {"jp2h", "JP2 header", Role::kHeader},
     {"ihdr", "image header", Role::kHeader},
     {"bpcc", "bits per component", Role::kHeader},
-    {"colr", "colour specification", Role::kHeader},
+    {"colr", "colour", Role::kHeader},
     {"pclr", "palette", Role::kHeader},
     {"cmap", "component mapping", Role::kHeader},
     {"cdef", "channel definition", Role::kHeader},
