@@ -73,20 +73,23 @@ class type {
   std::string name() const {
     size_t length = 4;
     while (length > 1 && character(length - 1) == ' ') --length;
-    std::string name;
+    char name[12];
+    size_t size = 0;
     for (size_t i = 0; i < length; ++i) {
       const unsigned char c = character(i);
       const bool is_word = (c >= '0' && c <= '9') || ((c | 32) >= 'a' && (c | 32) <= 'z');
       if (is_word ||
           (c > ' ' && c <= '~' &&
            std::string_view("/[].#%-=").find(static_cast<char>(c)) == std::string_view::npos)) {
-        name += static_cast<char>(c);
+        name[size++] = static_cast<char>(c);
       } else {
         const char digits[] = "0123456789abcdef";
-        name += {'%', digits[c >> 4], digits[c & 15]};
+        name[size++] = '%';
+        name[size++] = digits[c >> 4];
+        name[size++] = digits[c & 15];
       }
     }
-    return name;
+    return {name, size};
   }
 
   /** Reads that form; nothing when it is not the name of a type. */
@@ -1092,7 +1095,14 @@ inline std::optional<path_step> parse_step(std::string_view text) {
 }
 
 inline std::string step_text(type box_type, uint64_t index, bool is_only) {
-  return box_type.name() + (is_only ? "" : "[" + std::to_string(index) + "]");
+  std::string step = box_type.name();
+  if (is_only) return step;
+  char digits[24];
+  char* const end = std::to_chars(digits, digits + sizeof digits, index).ptr;
+  step += '[';
+  step.append(digits, end);
+  step += ']';
+  return step;
 }
 
 inline void prepend_step(std::string& path, const std::string& step) {
@@ -1380,6 +1390,9 @@ class box_paths {
     for (size_t i = 0; i < entries_.size(); ++i) add_children(i);
   }
 
+  /** The number of boxes. */
+  size_t size() const { return entries_.size() - 1; }
+
   /** As box::path; empty for a box that was not there. */
   std::string path(box wanted) const {
     if (wanted.is_root()) return "/";
@@ -1420,21 +1433,23 @@ class box_paths {
 
   void add_children(size_t container) {
     const size_t first = entries_.size();
+    uint32_t largest_id = 0;
     for (box child = box(root_.document_, entries_[container].id).first_child(); child;
          child = child.next()) {
       entries_.push_back(
           {static_cast<uint32_t>(container), child.type().code(), child.id(), 0, 0, 0});
+      largest_id = std::max(largest_id, child.id());
     }
+    if (first == entries_.size()) return;
     entries_[container].first_child = static_cast<uint32_t>(first);
     entries_[container].child_count = static_cast<uint32_t>(entries_.size() - first);
     const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(first);
     if (!std::is_sorted(begin, entries_.end())) std::stable_sort(begin, entries_.end());
+    if (largest_id >= place_of_.size()) place_of_.resize(size_t{largest_id} + 1, 0);
     for (size_t i = first; i < entries_.size(); ++i) {
       const bool continues = i > first && !(entries_[i - 1] < entries_[i]);
       entries_[i].index = continues ? entries_[i - 1].index + 1 : 0;
-      const uint32_t id = entries_[i].id;
-      if (id >= place_of_.size()) place_of_.resize(size_t{id} + 1, 0);
-      place_of_[id] = static_cast<uint32_t>(i);
+      place_of_[entries_[i].id] = static_cast<uint32_t>(i);
     }
   }
 

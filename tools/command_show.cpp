@@ -26,6 +26,7 @@ class Table {
   static constexpr size_t kNumberColumns = 3;
   static constexpr size_t kColumns = 6;
 
+  void expect(size_t rows) { cells_.reserve(rows * kUsualRow); }
   // A row is added cell by cell.
   void add(std::string_view cell) {
     cells_ += cell;
@@ -42,16 +43,22 @@ class Table {
   }
 
   void print(std::ostream& out) const {
+    size_t width_of_row = 0;
+    for (size_t column = 0; column + 1 < kColumns; ++column) width_of_row += widths_[column] + 2;
     std::string lines;
     std::string_view rest = cells_;
+    size_t place = 0;
     for (size_t column = 0; !rest.empty(); column = (column + 1) % kColumns) {
       const std::string_view cell = rest.substr(0, rest.find('\n'));
       rest.remove_prefix(cell.size() + 1);
+      if (column == 0) {
+        place = lines.size();
+        lines.append(width_of_row, ' ');
+      }
       if (column + 1 < kColumns) {
-        const size_t blanks = widths_[column] - cell.size();
-        if (column < kNumberColumns) lines.append(blanks, ' ');
-        lines += cell;
-        lines.append((column < kNumberColumns ? 0 : blanks) + 2, ' ');
+        const bool is_number = column < kNumberColumns;
+        cell.copy(&lines[place + (is_number ? widths_[column] - cell.size() : 0)], cell.size());
+        place += widths_[column] + 2;
         continue;
       }
       if (!cell.empty()) lines += styled(STDOUT_FILENO, Style::kOddity, std::string(cell));
@@ -65,6 +72,7 @@ class Table {
 
  private:
   static constexpr size_t kPiece = size_t{1} << 15;
+  static constexpr size_t kUsualRow = 48;
 
   std::string cells_;
   size_t column_ = 0;
@@ -84,6 +92,7 @@ class Lister {
       : document_(document), is_tree_(is_tree), paths_(document) {}
 
   void print_all(std::ostream& out) {
+    table_.expect(paths_.size());
     list(head_of(paths_, document_.root()), "");
     table_.print(out);
   }

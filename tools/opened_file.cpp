@@ -19,9 +19,17 @@ OpenedFile::OpenedFile(const std::string& label, std::string_view bytes) : file_
 
 void OpenedFile::open() {
   is_codestream_ = is_bare_codestream(bytes());
-  document_ = taken(
-      is_codestream_ ? kvjpx::document::create() : read_again(kvjpx::reading::keep_everything),
-      label(), kInputOutput);
+  kv_jpx_context* context = nullptr;
+  int32_t code =
+      kv_jpx_create_with_memory_manager(&context, &memory_, Arena::allocate, Arena::release);
+  if (code != JPX_OK) throw library_failure(label(), context, kInputOutput);
+  document_ = kvjpx::document::adopt(context);
+  kv_jpx_set_keep_everything(context, 1);
+  const std::string_view boxes = is_codestream_ ? std::string_view() : bytes();
+  code = file_.is_mapped() && !is_codestream_
+             ? kv_jpx_set_input_image_mapped(context, file_.name().c_str())
+             : kv_jpx_set_input_image(context, boxes.data(), boxes.size());
+  if (code != JPX_OK) throw library_failure(label(), context, kInputOutput);
   document_->set_source(bytes());
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "arena.h"
 #include "input_file.h"
 #include "kvjpx.hpp"
 
@@ -42,6 +43,7 @@ class OpenedFile {
   void open();
 
   InputFile file_;
+  Arena memory_;
   std::optional<kvjpx::document> document_;
   mutable std::optional<kvjpx::box_paths> paths_;
   bool is_codestream_ = false;
