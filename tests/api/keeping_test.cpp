@@ -103,6 +103,12 @@ TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
   KeptDocument followed(asoc(open_ended_box("lbl ", "l")) + "tail");
   EXPECT_EQ(followed.set_bytes(1, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
   EXPECT_EQ(followed.written(), asoc(box("lbl ", "new")) + "tail");
+  // Containers that were added have a field in front of their boxes, too.
+  KeptDocument added(asoc(box("dtbl", be16(0))));
+  append(added, "cref", 0);
+  append(added, "dtbl", 0);
+  EXPECT_EQ(added.written(),
+            asoc(box("dtbl", be16(0)) + box("cref", be32(0)) + box("dtbl", be16(0))));
 }
 
 TEST(Keeping, MovesBoxesWithTheirBytes) {
