@@ -1,6 +1,5 @@
 // Writing a file in place of another: the one that stands there is kept until the new one is
 // complete, and stays what it was to its neighbours.
-#include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 
 #include "test_pictures.h"
 
