@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "output_file.h"
+#include "stream/view.h"
 
 namespace kvjpx {
 
@@ -37,9 +38,10 @@ bool may_be_same_file(int a, int b) {
 void keep_input(kvjpx_common::OutputFile* file) {
   static_assert(offsetof(FileOutput, file) == 0, "the file stands for the record");
   auto* output = reinterpret_cast<FileOutput*>(file);
-  if (output->input->descriptor >= 0 && may_be_same_file(output->input->descriptor, file->target)) {
-    take_into_memory(output->env, output->input);
-  }
+  Stream* const input = output->input;
+  if (input->descriptor < 0 || !may_be_same_file(input->descriptor, file->target)) return;
+  take_into_memory(output->env, input);
+  if (view_length(input) < input->size) JPX_ErrorExit(output->env, JPX_ERR_FILE_IO);
 }
 
 uint32_t write_and_complete(Environment* env, FileOutput* output) {

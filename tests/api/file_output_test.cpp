@@ -1,6 +1,5 @@
 // Writing a file in place of another: the one that stands there is kept until the new one is
 // complete, and stays what it was to its neighbours.
-#include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,50 +35,6 @@ class FolderTest : public testing::Test {
   std::string folder = testing::TempDir() + "kvjpx-XXXXXX";
   std::string target;
 };
-
-// Whether the file is replaced or has to be overwritten, the tree goes on with what it was loaded
-// from.
-TEST(FileOutput, MayBeTheMappedInput) {
-  const std::string file = jp2_file() + box("jp2c", pattern(3 << 20));
-  const TempFile input(file);
-  const int descriptor = open(input.path(), O_RDWR);
-  const std::string held = "/dev/fd/" + std::to_string(descriptor);
-  const std::string linked = std::string(input.path()) + ".link";
-  const struct {
-    const char* path;
-    SystemCall refused;  // at which call, 0 for none
-    size_t n;
-    bool is_replaced;
-  } ways[] = {{held.c_str(), kRename, 0, false},
-              {input.path(), kOpen, 2, false},    // no second file can be made
-              {input.path(), kRename, 1, false},  // as for a file that is mounted
-              {input.path(), kAttribute, 1, false},
-              {linked.c_str(), kRename, 0, false},
-              {input.path(), kRename, 0, true}};
-  for (size_t i = 0; i < 2 * std::size(ways); ++i) {
-    const auto& [path, refused, n, is_replaced] = ways[i / 2];
-    SCOPED_TRACE(path);
-    if (path == linked) {
-      ASSERT_EQ(link(input.path(), path), 0);
-    }
-    const ino_t inode = status_of(input.path()).st_ino;
-    TestContext context;
-    kv_jpx_set_keep_everything(context.get(), i % 2);
-    ASSERT_EQ(kv_jpx_set_input_image_mapped(context.get(), path), JPX_OK);
-    uint32_t id = 0;
-    ASSERT_EQ(kv_jpx_add_box(context.get(), type_code("free"), 0, 1, &id), JPX_OK);
-    fail_system_call(refused, n);
-    EXPECT_EQ(kv_jpx_get_output_image_file(context.get(), path), JPX_OK);
-    EXPECT_EQ(has_system_call_failed(), n != 0);
-    EXPECT_TRUE(input.contents() == file.substr(0, 12) + box("free") + file.substr(12));
-    EXPECT_EQ(status_of(input.path()).st_ino != inode, is_replaced);
-    ASSERT_EQ(kv_jpx_delete_box(context.get(), id), JPX_OK);
-    ASSERT_EQ(kv_jpx_get_output_image_file(context.get(), path), JPX_OK);
-    EXPECT_TRUE(input.contents() == file);
-    if (path == linked) unlink(path);
-  }
-  close(descriptor);
-}
 
 TEST_F(FolderTest, OutputInPlaceOfAnotherUsersIsOpenToNoOtherGroup) {
   if (geteuid() != 0) GTEST_SKIP() << "only the superuser can be several users";

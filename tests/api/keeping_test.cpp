@@ -33,12 +33,8 @@ std::string extent_of(TestDocument& document, uint32_t id) {
   extent.size = sizeof(extent);
   const int32_t code = kv_jpx_get_box_extent(document.get(), id, &extent);
   if (code != JPX_OK) return "code " + std::to_string(code);
-  std::string result = std::to_string(extent.flags);
-  for (const uint64_t number :
-       {extent.offset, extent.header_length, extent.content_length, extent.tail_length}) {
-    result += ' ' + std::to_string(number);
-  }
-  return result;
+  return spaced(extent.flags, extent.offset, extent.header_length, extent.content_length,
+                extent.tail_length);
 }
 
 // In both modes; what only a kept input can have is listed by the program.
@@ -107,6 +103,12 @@ TEST(Keeping, WritesChangedContentsWithWhatStandsBehind) {
   KeptDocument followed(asoc(open_ended_box("lbl ", "l")) + "tail");
   EXPECT_EQ(followed.set_bytes(1, JPX_FIELD_JP2C_DATA, "new"), JPX_OK);
   EXPECT_EQ(followed.written(), asoc(box("lbl ", "new")) + "tail");
+  // Containers that were added have a field in front of their boxes, too.
+  KeptDocument added(asoc(box("dtbl", be16(0))));
+  append(added, "cref", 0);
+  append(added, "dtbl", 0);
+  EXPECT_EQ(added.written(),
+            asoc(box("dtbl", be16(0)) + box("cref", be32(0)) + box("dtbl", be16(0))));
 }
 
 TEST(Keeping, MovesBoxesWithTheirBytes) {
@@ -232,26 +234,26 @@ std::string last_error(kv_jpx_context* context) {
   EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_ERR_INVALID_ARGUMENT);
   info.size = sizeof(info);
   EXPECT_EQ(kv_jpx_get_last_error(context, &info), JPX_OK);
-  return std::to_string(info.code) + ' ' + std::to_string(static_cast<int32_t>(info.box_id)) + ' ' +
-         (info.box_type == kNothing ? "none" : be32(info.box_type)) + ' ' +
-         std::to_string(static_cast<int64_t>(info.offset)) + ": " + info.text;
+  return spaced(info.code, static_cast<int32_t>(info.box_id),
+                info.box_type == kNothing ? "none" : be32(info.box_type),
+                static_cast<int64_t>(info.offset), info.text);
 }
 
 TEST(LastError, SaysWhatWasWrongAndWhere) {
   TestDocument document;
   kv_jpx_context* const context = document.get();
-  EXPECT_EQ(last_error(context), "0 -1 none -1: success");
+  EXPECT_EQ(last_error(context), "0 -1 none -1 success");
   ASSERT_EQ(document.load(signature_box() + box("free")), JPX_OK);
   EXPECT_EQ(kv_jpx_add_box(context, type_code("resc"), 1, 1, nullptr), JPX_ERR_CANNOT_MAKE_BOX);
   EXPECT_EQ(kv_jpx_set_output_type(context, KV_JPX_OUTPUT_JPX), JPX_OK);
   EXPECT_EQ(last_error(context),
-            "6 1 free 12: a box of this type may not stand there in box 'free' at offset 12");
+            "6 1 free 12 a box of this type may not stand there in box 'free' at offset 12");
   EXPECT_EQ(kv_jpx_set_input_image_file(context, "/nonexistent"), JPX_ERR_OPEN_FILE);
-  EXPECT_EQ(last_error(context), "100 -1 none -1: the file cannot be opened");
+  EXPECT_EQ(last_error(context), "100 -1 none -1 the file cannot be opened");
   TestDocument cut;
   EXPECT_EQ(cut.load(signature_box() + cut_short_box("xml ", "a")), JPX_ERR_READ_PAST_END);
   EXPECT_EQ(last_error(cut.get()),
-            "18 1 xml  12: box 'xml ' at offset 12 is cut short: 992 bytes of content are "
+            "18 1 xml  12 box 'xml ' at offset 12 is cut short: 992 bytes of content are "
             "announced, 1 are there");
   EXPECT_EQ(kv_jpx_get_last_error(nullptr, nullptr), JPX_ERR_BAD_CONTEXT);
 }

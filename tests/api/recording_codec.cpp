@@ -6,17 +6,16 @@
 #include <cstring>
 
 #include "kv_j2k.h"
+#include "support/bytes.h"
 
 namespace kvjpx::test {
 namespace {
 
 RecordingCodec the_codec;
 
-template <class... Numbers>
-int32_t note(const char* name, Numbers... numbers) {
-  std::string line = name;
-  ((line += " " + std::to_string(numbers)), ...);
-  the_codec.calls.push_back(line);
+template <class... Arguments>
+int32_t note(Arguments... call) {
+  the_codec.calls.push_back(spaced(call...));
   return the_codec.answer;
 }
 
@@ -100,7 +99,7 @@ int32_t kv_j2k_get_output_image(void* handle, void** data, uint32_t* length) {
 }
 
 int32_t kv_j2k_get_output_image_file(void*, const char* path) {
-  the_codec.calls.push_back(std::string("file ") + path);
+  note("file", path);
   return the_codec.file_answer;
 }
 

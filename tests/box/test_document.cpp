@@ -7,27 +7,15 @@
 namespace kvjpx::test {
 namespace {
 
-const Box* first_child_of(const Box* box) {
-  return box->kind == kSuper ? static_cast<const SuperBox*>(box)->first_child : nullptr;
-}
-
 std::string tree_below(const Box* parent) {
   std::string result;
-  for (const Box* child = first_child_of(parent); child != nullptr; child = child->next) {
+  const Box* child = static_cast<const SuperBox*>(parent)->first_child;
+  for (; child != nullptr; child = child->next) {
     if (!result.empty()) result += ',';
     result += be32(child->type);
     if (child->kind == kSuper) result += '(' + tree_below(child) + ')';
   }
   return result;
-}
-
-uint32_t find_below(const Box* parent, uint32_t type) {
-  uint32_t found = KV_JPX_ROOT;
-  for (const Box* box = first_child_of(parent); box != nullptr && found == KV_JPX_ROOT;
-       box = box->next) {
-    found = box->type == type ? box->id : find_below(box, type);
-  }
-  return found;
 }
 
 std::string first_parent(std::string_view type) {
@@ -40,7 +28,12 @@ std::string first_parent(std::string_view type) {
 std::string TestDocument::tree() { return tree_below(get()->root); }
 
 uint32_t TestDocument::find(std::string_view type) {
-  return find_below(get()->root, type_code(type));
+  Box* const root = get()->root;
+  Box* box = root->find_by_id(root, 0);
+  if (box == nullptr || box->type != type_code(type)) {
+    box = root->find_by_type(root, type_code(type), 0);  // never the one with identifier 0
+  }
+  return box != nullptr ? box->id : KV_JPX_ROOT;
 }
 
 uint32_t TestDocument::add(std::string_view type, uint32_t reference, int32_t placement) {

@@ -30,7 +30,7 @@ class TestDocument : public TestContext {
   // All boxes by type, children in parentheses: "jP  ,ftyp,jp2h(ihdr,colr)".
   std::string tree();
 
-  // The first box of a type in the order of the tree; KV_JPX_ROOT when there is none.
+  // The first box of a type by identifier; KV_JPX_ROOT when there is none.
   uint32_t find(std::string_view type);
 
   // Adds a box that must be taken.

@@ -10,8 +10,6 @@
 
 namespace {
 
-uint32_t ceil_div(uint32_t a, uint32_t b) { return (a + b - 1) / b; }
-
 opj_image_t* make_image(const Recipe& recipe) {
   const Rectangle& area = recipe.area;
   std::vector<opj_image_cmptparm_t> layouts;
@@ -74,6 +72,14 @@ Bytes encode(const Recipe& recipe) {
   opj_image_destroy(image);
   const std::string codestream = is_done ? file.contents() : "";
   return Bytes(codestream.begin(), codestream.end());
+}
+
+std::vector<size_t> marker_places(const Bytes& codestream, uint8_t marker) {
+  std::vector<size_t> places;
+  for (size_t at = 0; at + 1 < codestream.size(); ++at) {
+    if (codestream[at] == 0xFF && codestream[at + 1] == marker) places.push_back(at);
+  }
+  return places;
 }
 
 int distance(const Bytes& a, const Bytes& b) {

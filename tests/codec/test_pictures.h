@@ -10,6 +10,8 @@
 
 using Bytes = std::vector<uint8_t>;
 
+inline uint32_t ceil_div(uint32_t a, uint32_t b) { return (a + b - 1) / b; }
+
 struct Rectangle {
   uint32_t left, top, right, bottom;
 };
@@ -46,6 +48,9 @@ Bytes planes(uint32_t components, uint32_t width, uint32_t height, Sample sample
   }
   return result;
 }
+
+// Where the codestream has a marker, by the second byte of it.
+std::vector<size_t> marker_places(const Bytes& codestream, uint8_t marker);
 
 // The largest difference between two samples in the same place.
 int distance(const Bytes& a, const Bytes& b);

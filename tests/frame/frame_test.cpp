@@ -1,5 +1,5 @@
-// Tracked blocks, the caller's allocator and the error exit; the life of a context, its settings
-// and the version.
+// Tracked blocks, the caller's allocator and the error exit; the life of a context and the
+// version.
 
 #include <cstdlib>
 #include <cstring>
@@ -201,23 +201,6 @@ TEST(Context, TellsItsVersion) {
   uint32_t size = 33;
   EXPECT_EQ(kv_jpx_get_library_version(nullptr, banner, &size), JPX_OK);
   EXPECT_EQ(std::string(banner, 33), std::string("JPX by Kovra v. 1.0.2 for Win32\0#", 33));
-}
-
-TEST(Context, KeepsItsSettings) {
-  TestContext context;
-  const kv_jpx_context& record = *context.get();
-  EXPECT_EQ(record.output_type, 74);
-  for (const int16_t level : {32767, 0, -5, -32768}) {
-    const int32_t code = level > 0 ? JPX_OK : JPX_ERR_INVALID_ARGUMENT;
-    EXPECT_EQ(kv_jpx_set_input_jpx_resolution_level(context.get(), level, level - 1), code);
-    EXPECT_EQ(kv_jpx_set_input_jpx_quality_level(context.get(), level), code);
-    EXPECT_EQ(record.resolution_level, 32767);
-    EXPECT_EQ(record.resolution_flag, 32766);
-    EXPECT_EQ(record.quality_level, 32767);
-  }
-  EXPECT_EQ(kv_jpx_set_input_jpx_region_level(context.get(), 1, ~uint64_t{0}, 3, 4), JPX_OK);
-  const uint64_t region[] = {1, 3, ~uint64_t{0}, 4};  // their order in the record
-  EXPECT_EQ(memcmp(&record.region_left, region, sizeof(region)), 0);
 }
 
 }  // namespace

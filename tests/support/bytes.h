@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,15 @@ inline std::string pattern(size_t length) {
   std::string result(length, '\0');
   for (size_t i = 0; i < length; ++i) result[i] = static_cast<char>(i % 251);
   return result;
+}
+
+// Values as text, a blank between any two.
+template <class First, class... Others>
+std::string spaced(const First& first, const Others&... others) {
+  std::ostringstream text;
+  text << first;
+  ((text << ' ' << others), ...);
+  return text.str();
 }
 
 // A four-character code as the library's functions take it.
