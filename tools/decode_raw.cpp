@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "kv_j2k.h"
 #include "opened_file.h"
+#include "picture_reading.h"
 #include "progress.h"
 
 namespace kvjpx_tool {
@@ -16,7 +17,6 @@ namespace {
 
 constexpr uint32_t kImageHeaderType = KV_JPX_TYPE('i', 'h', 'd', 'r');
 // Without --limit, a file may cost so many samples a byte, and these in any case.
-constexpr uint64_t kMillion = 1000000;
 constexpr uint64_t kSamplesPerByte = 4096;
 constexpr uint64_t kFreeSamples = 1 << 27;
 
