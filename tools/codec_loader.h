@@ -1,8 +1,9 @@
 // The codec, which is loaded only when a picture is decoded.
 //
-// The library calls the codec's functions by name. The program defines them itself and passes each
-// call on to the libkvj2k.so that it has loaded, which also lets it see what came of every
-// codestream: the library composes a picture from whatever was delivered and does not tell.
+// The library and picture/ call the codec's functions by name. The program, and for picture/ the
+// library kvjpx-tools, define them and pass each call on to the libkvj2k.so that they have loaded.
+// The program sees thereby what came of every codestream, too: the library composes a picture from
+// whatever was delivered and does not tell.
 #ifndef KVJPX_TOOLS_CODEC_LOADER_H_
 #define KVJPX_TOOLS_CODEC_LOADER_H_
 
@@ -35,7 +36,7 @@ struct DecodingRecord {
 void load_codec(const DecodingLimit& limit);
 
 // The same for the codec's own interface (kv_j2k_samples.h), which is then called without a limit
-// or record of the program's.
+// or record of the program's, by any number of threads.
 void load_sample_codec();
 
 const DecodingRecord& decoding_record();

@@ -8,8 +8,8 @@
 #include "decode_raw.h"
 #include "kv_j2k.h"
 #include "opened_file.h"
-#include "picture/picture.h"
 #include "picture/writer.h"
+#include "picture_reading.h"
 #include "progress.h"
 #include "value.h"
 
@@ -18,8 +18,6 @@ namespace {
 
 using kvjpx_picture::FileFormat;
 using kvjpx_picture::Picture;
-
-constexpr uint64_t kMillion = 1000000;
 
 struct Format {
   const char* name;                // also the ending of file names
@@ -112,33 +110,13 @@ kvjpx_picture::Request picture_request(const DecodeRequest& request, const Regio
   asked.layer = request.layer;
   asked.codestream = request.codestream;
   asked.frame = request.frame;
-  asked.region.left = region.left;
-  asked.region.top = region.top;
-  if (region.right != 0) asked.region.right = region.right;
-  if (region.bottom != 0) asked.region.bottom = region.bottom;
+  set_region(asked, {region.left, region.top, region.right, region.bottom});
   asked.effort.reduction = request.reduce;
   asked.effort.layers = request.layers.value_or(0);
   asked.effort.is_strict = request.strict;
-  asked.effort.work_limit = request.limit.value_or(0) * kMillion;
   asked.to_srgb = request.srgb;
-  asked.sample_limit = request.limit.value_or(kDefaultDecodeLimit) * kMillion;
+  set_limit(asked, request.limit.value_or(0));
   return asked;
-}
-
-Failure failure_of(const std::string& label, const kvjpx_picture::Error& error) {
-  using Kind = kvjpx_picture::Error::Kind;
-  const std::string reason = error.what();
-  switch (error.kind()) {
-    case Kind::kMemory:
-      return Failure(kInputOutput, label + ": " + reason);
-    case Kind::kNoSuchPart:
-      return Failure(kNoSuchPlace, label + ": " + reason);
-    case Kind::kTooLarge:
-      return Failure(kNothingDecoded, label + ": nothing could be decoded: " + reason +
-                                          "; --limit N allows N million samples");
-    default:
-      return Failure(kNothingDecoded, label + ": nothing could be decoded: " + reason);
-  }
 }
 
 // A format without a place for a profile gets colours that need none.
@@ -191,18 +169,9 @@ class PictureWriting {
 
   template <class Writer>
   void write_frame(Writer& writer) {
-    const kvjpx_picture::Format& format = picture_.format();
-    for (uint32_t row = 0; row < format.height;) {
-      const uint32_t count = picture_.good_count(row);
-      rows_.resize(format.row_samples() * count);
-      picture_.read_rows(row, count, rows_.data());
-      file_.release_memory();
-      writer.write_rows(rows_.data(), count);
-      row += count;
-    }
-    if (picture_.is_anything_there()) return;
-    const std::string reason = picture_.notes().empty() ? "" : ": " + picture_.notes().back();
-    throw Failure(kNothingDecoded, file_.label() + ": nothing could be decoded" + reason);
+    read_all_rows(file_, picture_, [&](const uint16_t* rows, uint32_t /*first*/, uint32_t count) {
+      writer.write_rows(rows, count);
+    });
   }
 
   void write_animation(ResultSink& sink) {
@@ -219,7 +188,6 @@ class PictureWriting {
 
   const OpenedFile& file_;
   Picture& picture_;
-  std::vector<uint16_t> rows_;
 };
 
 }  // namespace
@@ -252,7 +220,7 @@ void decode_picture(const DecodeRequest& request, const Target& target) {
     PictureWriting(file, picture).write(format, request.quality, target);
     for (const std::string& note : picture.notes()) report(file.label() + ": note: " + note);
   } catch (const kvjpx_picture::Error& error) {
-    throw failure_of(file.label(), error);
+    throw decoding_failure(file.label(), error, "; --limit N allows N million samples");
   } catch (const std::bad_alloc&) {
     throw Failure(kInputOutput, file.label() + ": not enough memory");
   } catch (const Failure&) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "commands.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -95,12 +96,6 @@ Written parse_resolution(const Edit& edit, std::string_view number, const Unit& 
   throw Failure(kEditRefused, edit.label() + ": " + text +
                                   " cannot be written exactly, with numerator and denominator of "
                                   "at most 65535");
-}
-
-std::string big_endian(uint64_t number, int width) {
-  std::string bytes;
-  while (width-- > 0) bytes += static_cast<char>(number >> (8 * width));
-  return bytes;
 }
 
 // The content of a resc or resd box.

@@ -5,17 +5,12 @@
 #include "commands.h"
 #include "icc_profile.h"
 #include "names.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {
 
 using Components = std::vector<kvjpx_codestream::Component>;
-
-std::string big_endian(uint64_t number, int width) {
-  std::string bytes;
-  while (width-- > 0) bytes += static_cast<char>(number >> (8 * width));
-  return bytes;
-}
 
 std::string header_of(const char* type, uint64_t content) {
   constexpr uint64_t kShortLimit = 0xFFFFFFFF;

@@ -151,8 +151,6 @@ struct DecodeRequest {
   bool raw = false;
   int quality = 95;  // of JPEG
 };
-// An RGB picture of 10,000 x 10,000 samples.
-constexpr uint64_t kDefaultDecodeLimit = 540;
 void decode_picture(const DecodeRequest& request, const Target& target);
 // The names that --format takes, with something between them.
 std::string decode_formats(const std::string& between);

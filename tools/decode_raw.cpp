@@ -9,14 +9,15 @@
 #include "commands.h"
 #include "kv_j2k.h"
 #include "opened_file.h"
+#include "picture_reading.h"
 #include "progress.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {
 
 constexpr uint32_t kImageHeaderType = KV_JPX_TYPE('i', 'h', 'd', 'r');
 // Without --limit, a file may cost so many samples a byte, and these in any case.
-constexpr uint64_t kMillion = 1000000;
 constexpr uint64_t kSamplesPerByte = 4096;
 constexpr uint64_t kFreeSamples = 1 << 27;
 
@@ -31,14 +32,6 @@ uint64_t reduced(uint64_t extent, unsigned halvings) {
 std::vector<kvjpx::box> find_codestreams(const OpenedFile& file) {
   const kvjpx::type_range codestreams = file.document().boxes("jp2c");
   return {codestreams.begin(), codestreams.end()};
-}
-
-std::string big_endian(uint64_t value, size_t width) {
-  std::string bytes(width, 0);
-  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte, value >>= 8) {
-    *byte = static_cast<char>(value);
-  }
-  return bytes;
 }
 
 uint64_t number_at(std::string_view bytes, size_t position, size_t width) {

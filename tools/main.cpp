@@ -14,6 +14,7 @@
 #include "many.h"
 #include "metadata.h"
 #include "output.h"
+#include "picture_reading.h"
 #include "reference.h"
 #include "suggestion.h"
 #include "terminal.h"

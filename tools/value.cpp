@@ -71,6 +71,12 @@ std::string to_hex(std::string_view bytes) {
   return digits;
 }
 
+std::string big_endian(uint64_t number, int width) {
+  std::string bytes;
+  while (width-- > 0) bytes += static_cast<char>(number >> (8 * width));
+  return bytes;
+}
+
 bool is_text(std::string_view bytes) {
   return std::none_of(bytes.begin(), bytes.end(), [](unsigned char c) {
     return (c < ' ' && c != '\n' && c != '\r' && c != '\t') || c == 0x7F;

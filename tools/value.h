@@ -1,4 +1,4 @@
-// Numbers and bytes as people write them on a command line.
+// Numbers and bytes as people write them on a command line, and as files hold them.
 #ifndef KVJPX_TOOLS_VALUE_H_
 #define KVJPX_TOOLS_VALUE_H_
 
@@ -22,6 +22,9 @@ std::optional<uint32_t> parse_code(const std::string& text);
 // Pairs of hexadecimal digits.
 std::optional<std::string> parse_hex(const std::string& digits);
 std::string to_hex(std::string_view bytes);
+
+// The low `width` bytes of a number.
+std::string big_endian(uint64_t number, int width);
 
 // Whether bytes are free of control characters other than white space, which mark binary data (and
 // could drive a terminal).

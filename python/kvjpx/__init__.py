@@ -14,8 +14,8 @@
 Nothing in a file is lost: every sequence of bytes opens, a file that was not changed is saved byte
 for byte, and an edit changes the bytes of its box and the lengths above it only.
 
-The package needs libkvjpx.so and nothing else; `Document.to_dict` and `Document.check` need
-libkvjpx-tools.so, `Document.decode` libkvj2k.so, both from beside it. The environment variable
+The package needs libkvjpx.so and nothing else; `Document.to_dict`, `Document.check` and
+`Document.decode` need libkvjpx-tools.so, and the last one libkvj2k.so, too, both from beside it. The environment variable
 KVJPX_LIBRARY names a libkvjpx.so; otherwise the system's loader finds it. Where numpy is
 installed, pictures are its arrays.
 

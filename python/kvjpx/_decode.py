@@ -1,9 +1,8 @@
-"""Pictures out of codestreams."""
+"""Pictures, and the samples of codestreams."""
 
 from __future__ import annotations
 
 import ctypes
-import struct
 import warnings
 from array import array
 from ctypes import byref, c_uint32, c_uint64, c_void_p
@@ -17,8 +16,11 @@ from ._library import (
     Context,
     DecodeReport,
     Error,
+    PictureLayout,
+    PictureRequest,
     SampleRequest,
     Samples,
+    answer_of_tools,
     codec,
     fields_of,
     has_samples,
@@ -27,6 +29,12 @@ from ._library import (
 if TYPE_CHECKING:
     from ._document import Document
 
+# Of kvjpx_tools_decode_request.
+_SRGB = 1
+_STRICT = 2
+_PARTS = ("layer", "codestream", "frame")
+#: The greatest limit, in million samples.
+MOST_MILLIONS = 1000000
 _INTERLEAVED = 71
 _SOC_AND_SIZ = b"\xff\x4f\xff\x51"
 # Samples that a composed picture may have whatever its file's size, in all, and for each byte.
@@ -68,20 +76,89 @@ class _Request(NamedTuple):
         return 1 if self.layers is None else 0x100 | self.layers
 
 
-def decode(
+def _region(region: Optional[tuple[int, int, int, int]]) -> tuple[int, int, int, int]:
+    left, top, right, bottom = region or (0, 0, 0, 0)
+    sane = 0 <= left and 0 <= top and (right == 0 or left < right) and (bottom == 0 or top < bottom)
+    if not sane or max(right, bottom) >= 1 << 32:
+        raise Error(INVALID_ARGUMENT, f"the region {region} is not left, top, right, bottom")
+    return left, top, right, bottom
+
+
+def _check_effort(reduce: int, layers: Optional[int]) -> None:
+    if not 0 <= reduce <= 31 or not (layers is None or 1 <= layers <= 255):
+        raise Error(INVALID_ARGUMENT, "reduce is 0 to 31, layers are 1 to 255")
+
+
+class Picture:
+    """The picture that a document, saved now, means."""
+
+    def __init__(
+        self,
+        document: Document,
+        region: Optional[tuple[int, int, int, int]] = None,
+        reduce: int = 0,
+        layers: Optional[int] = None,
+        numbers: tuple[Optional[int], ...] = (),
+        flags: tuple[bool, bool] = (False, False),
+        limit: Optional[int] = None,
+    ) -> None:
+        """numbers: of layer, codestream and frame, of which one at most is not None; flags: srgb
+        and strict."""
+        _check_effort(reduce, layers)
+        chosen = [(part, number) for part, number in enumerate(numbers, 1) if number is not None]
+        if len(chosen) > 1:
+            raise Error(INVALID_ARGUMENT, f"more than one of {', '.join(_PARTS)} is given")
+        part, number = chosen[0] if chosen else (0, 0)
+        if not 0 <= number < 1 << 32:
+            raise Error(INVALID_ARGUMENT, f"there is no {_PARTS[part - 1]} {number}")
+        if not (limit is None or 1 <= limit <= MOST_MILLIONS):
+            raise Error(INVALID_ARGUMENT, f"limit is 1 to {MOST_MILLIONS}")
+        srgb, strict = flags
+        self._request = PictureRequest(
+            ctypes.sizeof(PictureRequest), srgb * _SRGB | strict * _STRICT, part, number,
+            *_region(region), reduce, layers or 0, limit or 0,
+        )
+        name, data = document._saved()
+        self._file = name, data, 0 if data is None else len(data)
+        self._layout = PictureLayout(size=ctypes.sizeof(PictureLayout))
+        self._ask(None, 0)
+
+    def _ask(self, samples: Any, length: int) -> bytes:
+        return answer_of_tools(
+            "kvjpx_tools_decode", *self._file, byref(self._request), byref(self._layout), samples,
+            length,
+        )
+
+    @property
+    def shape(self) -> tuple[int, ...]:
+        """Rows and columns, and channels where there are several."""
+        layout = self._layout
+        size = layout.height, layout.width
+        return size if layout.channels == 1 else (*size, layout.channels)
+
+    def read(self) -> tuple[Any, list[str]]:
+        """The samples, and what must be said of them."""
+        layout = self._layout
+        form = "B" if layout.bits <= 8 else "H"
+        count = layout.width * layout.height * layout.channels
+        pixels = bytearray(count * array(form).itemsize)
+        notes = self._ask((ctypes.c_char * len(pixels)).from_buffer(pixels), len(pixels))
+        picture = _shaped(
+            memoryview(pixels).cast(form), layout.width, layout.height, layout.channels
+        )
+        return picture, notes.decode("utf-8", "replace").splitlines()
+
+
+def decode_raw(
     document: Document,
     region: Optional[tuple[int, int, int, int]],
     reduce: int,
     layers: Optional[int],
     codestream: Optional[int],
 ) -> Any:
-    """As Document.decode."""
-    left, top, right, bottom = region or (0, 0, 0, 0)
-    sane = 0 <= left and 0 <= top and (right == 0 or left < right) and (bottom == 0 or top < bottom)
-    if not sane or max(right, bottom) >= 1 << 32:
-        raise Error(INVALID_ARGUMENT, f"the region {region} is not left, top, right, bottom")
-    if not 0 <= reduce <= 32 or not (layers is None or 1 <= layers <= 255):
-        raise Error(INVALID_ARGUMENT, "reduce is 0 to 32, layers are 1 to 255")
+    """As Document.decode with raw."""
+    left, top, right, bottom = _region(region)
+    _check_effort(reduce, layers)
     request = _Request(left, top, right, bottom, reduce, layers)
     codestreams = list(document.boxes("jp2c"))
     if not codestreams:
@@ -105,23 +182,10 @@ def _bare_codestream(document: Document) -> bytes:
     return data
 
 
-def shape(document: Document) -> tuple[int, ...]:
-    """As Document.shape."""
-    header = document.first("ihdr")
-    if header is not None:
-        rows, columns, components = header.height, header.width, header.nc
-    else:
-        # The SIZ marker segment (ISO/IEC 15444-1, A.5.1) behind the first marker.
-        siz = _bare_codestream(document)[8:42].ljust(34, b"\0")
-        right, bottom, left, top = struct.unpack(">4I", siz[:16])
-        rows, columns, components = bottom - top, right - left, int.from_bytes(siz[32:], "big")
-    return (rows, columns) if components == 1 else (rows, columns, components)
-
-
 def part(document: Document, key: Any) -> Any:
     """The samples that an index of Document names."""
     whole = slice(None)
-    size = shape(document)
+    size = document.shape
     keys = list(key) if isinstance(key, tuple) else [key]
     if keys[0] is Ellipsis:
         keys[:1] = [whole] * (len(size) - len(keys) + 1)
@@ -134,7 +198,7 @@ def part(document: Document, key: Any) -> Any:
         raise IndexError("the steps of rows and columns are not the same power of two")
     if top >= bottom or left >= right:
         raise IndexError("no row or no column is in the slice")
-    picture = decode(document, (left, top, right, bottom), step.bit_length() - 1, None, None)
+    picture = document.decode((left, top, right, bottom), step.bit_length() - 1)
     return picture[(whole, whole, *others)] if others else picture
 
 
@@ -309,7 +373,7 @@ def _compose_in(context: Context, request: _Request, file_size: int) -> Any:
     if report.delivered == 0 or not length.value:
         raise Error(report.codec_code or INVALID_ARGUMENT, text or "nothing could be decoded")
     if report.failed:
-        warnings.warn(f"{report.failed} codestreams left their places empty: {text}", stacklevel=4)
+        warnings.warn(f"{report.failed} codestreams left their places empty: {text}", stacklevel=5)
     columns, rows = part.size
     return _picture(bytearray(context.take(block, length.value)), columns, rows)
 

@@ -9,6 +9,7 @@ import os
 import stat
 import struct
 import uuid
+import warnings
 from collections.abc import Iterator, Mapping, Sequence
 from ctypes import byref, c_uint8, c_uint32, c_uint64, c_void_p
 from types import TracebackType
@@ -677,9 +678,9 @@ class Document:
 
     @property
     def shape(self) -> tuple[int, ...]:
-        """Of the picture that `decode` makes, as the image header says: rows and columns, and
-        components where there are several."""
-        return _decode.shape(self)
+        """Of the picture that `decode` makes: rows and columns, and channels where there are
+        several. Raises Error where there is no picture."""
+        return _decode.Picture(self, limit=_decode.MOST_MILLIONS).shape
 
     @property
     def findings(self) -> list[Finding]:
@@ -745,26 +746,52 @@ class Document:
         reduce: int = 0,
         layers: Optional[int] = None,
         codestream: Optional[int] = None,
+        *,
+        layer: Optional[int] = None,
+        frame: Optional[int] = None,
+        srgb: bool = False,
+        strict: bool = False,
+        limit: Optional[int] = None,
+        raw: bool = False,
     ) -> Any:
-        """The picture, as the file saved now would give it: rows of pixels, two-dimensional for
-        one component, with the components as third dimension for several. An array of numpy
-        where that is installed, otherwise a memoryview of the same shape.
-
-        Samples of a codestream are as coded, in the smallest of 8, 16 and 32 bits, signed or not,
-        that holds the deepest component. They have 8 bits, and components all one size, where
-        components differ in size or sign, and in a picture that several codestreams make.
+        """The picture, as the file saved now would give it and as `kvjpx decode` shows it: with its
+        palettes, channels, colours, layers and composition, which docs/decoding.md describes. Rows
+        of pixels, two-dimensional for one channel, with the channels as third dimension for
+        several: the colours in their order, then opacity. An array of numpy where that is
+        installed, otherwise a memoryview of the same shape. Samples are unsigned numbers of 8 bits
+        or 16, of which a picture that is less deep has the low ones: 12 bits go from 0 to 4095.
 
         region      left, top, right and bottom in samples of the full picture; right and bottom
                     are exclusive, and 0 there is the picture's edge.
-        reduce      halvings of width and height.
-        layers      quality layers to decode; None for all.
-        codestream  decodes one alone, by its number from 0. None for the picture that the file's
-                    instructions compose, in which a codestream that cannot be decoded leaves its
-                    place empty, of which a warning tells.
+        reduce      halvings of width and height, 0 to 31.
+        layers      quality layers to decode, 1 to 255; None for all.
+        codestream  the components of one, by its number from 0, whatever the file says of them.
+        layer       a compositing layer by itself, by its number from 0.
+        frame       a frame of an animation, by its number from 0. Without these three, of which one
+                    at most can be given: the first frame of a composition, or else layer 0.
+        srgb        converts the colours to sRGB; else they are those of the file's profile.
+        strict      damage is an Error. Else what is there is shown, with a warning.
+        limit       million samples that the picture may have, 540 without it.
+        raw         samples as they were coded, in the smallest of 8, 16 and 32 bits, signed or not,
+                    that holds the deepest component, to which no box gives a meaning. They have 8
+                    bits, and components all one size, where components differ in size or sign, and
+                    in a picture that several codestreams make. Goes with region, reduce, layers and
+                    codestream.
 
-        Palettes and colours are not applied. Raises Error where nothing can
-        be decoded, and for more samples than the size of the file makes likely."""
-        return _decode.decode(self, region, reduce, layers, codestream)
+        What must be said of the picture becomes warnings. Raises Error where nothing can be
+        decoded, and for more samples than the limit or, without one, the size of the file
+        allows."""
+        if raw:
+            if (layer, frame, srgb, strict, limit) != (None, None, False, False, None):
+                text = "layer, frame, srgb, strict and limit are not for raw samples"
+                raise Error(INVALID_ARGUMENT, text)
+            return _decode.decode_raw(self, region, reduce, layers, codestream)
+        numbers = layer, codestream, frame
+        picture = _decode.Picture(self, region, reduce, layers, numbers, (srgb, strict), limit)
+        samples, notes = picture.read()
+        for note in notes:
+            warnings.warn(note, stacklevel=2)
+        return samples
 
     # ------------------------------------------------------------------------------ Internals
 

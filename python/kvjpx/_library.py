@@ -173,6 +173,33 @@ class Samples(ctypes.Structure):
     ]
 
 
+class PictureRequest(ctypes.Structure):
+    """kvjpx_tools_decode_request"""
+
+    _fields_ = [
+        ("size", c_uint32),
+        ("flags", c_uint32),
+        ("part", c_uint32),
+        ("number", c_uint32),
+        ("left", c_uint64),
+        ("top", c_uint64),
+        ("right", c_uint64),
+        ("bottom", c_uint64),
+        ("reduce", c_uint32),
+        ("layers", c_uint32),
+        ("limit", c_uint64),
+    ]
+
+
+class PictureLayout(ctypes.Structure):
+    """kvjpx_tools_picture"""
+
+    _fields_ = [
+        (name, c_uint32)
+        for name in ("size", "width", "height", "channels", "bits", "colours", "opacity")
+    ]
+
+
 class Field(NamedTuple):
     """A row of the library's table of fields."""
 
@@ -322,6 +349,10 @@ def tools() -> ctypes.CDLL:
     answer = POINTER(c_void_p)
     loaded.kvjpx_tools_dump.argtypes = [c_char_p, c_char_p, c_uint64, c_int32, answer]
     loaded.kvjpx_tools_check.argtypes = [c_char_p, c_char_p, c_uint64, c_char_p, answer]
+    loaded.kvjpx_tools_decode.argtypes = [
+        c_char_p, c_char_p, c_uint64, POINTER(PictureRequest), POINTER(PictureLayout), c_void_p,
+        c_uint64, answer,
+    ]
     loaded.kvjpx_tools_free.argtypes = [c_void_p]
     loaded.kvjpx_tools_free.restype = None
     return loaded

@@ -4,10 +4,12 @@ KVJPX_LIBRARY names the library, KVJPX_PROGRAM the program, KVJPX_SAMPLES the sa
 
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
 import unittest
+import warnings
 from unittest import mock
 
 import kvjpx
@@ -172,26 +174,46 @@ class OnSamples(unittest.TestCase):
         self.assertIn(b"OSError", ended.stderr)
 
     def test_decodes_as_the_program_does(self):
+        part = {"region": (8, 20, 100, 0), "reduce": 2, "layers": 1}
+        of_part = ["--region", "8,20,100,0", "--reduce", "2", "--layers", "1"]
         for name, options, arguments in (
-            ("gradient.jp2", {}, []),
-            ("gradient.jp2", {"region": (8, 20, 100, 0), "reduce": 2, "layers": 1},
-             ["--region", "8,20,100,0", "--reduce", "2", "--layers", "1"]),
-            ("minimal.jp2", {}, []),
-            ("composed.jpx", {"region": (5, 50, 999, 151), "reduce": 1},
-             ["--region", "5,50,999,151", "--reduce", "1"]),
-            ("composed.jpx", {"codestream": 1}, ["--codestream", "1"]),
+            *((name, {}, []) for name in NAMES if name != "profile.jp2"),
+            ("profile.jp2", {"srgb": True}, ["--srgb"]),
+            ("cmyk.jpx", {"srgb": True}, ["--srgb"]),
+            ("gradient.jp2", part, of_part),
+            ("layers.jpx", {"layer": 1}, ["--layer", "1"]),
+            ("palette.jp2", {"codestream": 0}, ["--codestream", "0"]),
+            ("film.jpx", {"frame": 2}, ["--frame", "2"]),
+            ("rich.jpx", {"strict": True}, ["--strict"]),
+            ("gradient.jp2", {"raw": True, **part}, ["--raw", *of_part]),
+            ("composed.jpx", {"raw": True, "region": (5, 50, 999, 151), "reduce": 1},
+             ["--raw", "--region", "5,50,999,151", "--reduce", "1"]),
+            ("composed.jpx", {"raw": True, "codestream": 1}, ["--raw", "--codestream", "1"]),
         ):
-            with self.subTest(name, **options):
-                expected = run("decode", sample(name), "--format", "raw", "-o", "-", *arguments)
+            with self.subTest(name, **options), warnings.catch_warnings(record=True) as noted:
+                warnings.simplefilter("always")
+                form = "raw" if "raw" in options else "pam"
+                expected = run("decode", sample(name), "--format", form, "-o", "-", *arguments)
                 document = self.open(name)
+                if not expected:
+                    self.assertRaises(kvjpx.Error, document.decode, **options)
+                    continue
                 with mock.patch.dict(sys.modules, {"numpy": None}):
                     plain = document.decode(**options)
+                if form == "pam":
+                    head, expected = expected.split(b"ENDHDR\n")
+                    width, height, depth, largest = map(int, re.findall(rb" (\d+)", head))
+                    expected = numpy.frombuffer(expected, ">H" if largest > 255 else "B")
+                    expected = expected.astype(plain.format).tobytes()
+                    shape = (height, width, depth)[: 2 + (depth > 1)]
+                    self.assertEqual(document.shape if not options else shape, shape)
+                    self.assertEqual(plain.shape, shape)
                 self.assertEqual(plain.tobytes(), expected)
                 picture = document.decode(**options)
-                self.assertEqual((picture.shape, picture.dtype), (plain.shape, numpy.uint8))
+                self.assertEqual((picture.shape, picture.dtype), (plain.shape, plain.format))
                 self.assertEqual(picture.tobytes(), expected)
+                self.assertEqual(len(noted), {"exact.jpx": 4, "rich.jpx": 2}.get(name, 0))
         document = self.open("gradient.jp2")
-        self.assertEqual(document.shape, document.decode().shape)
         self.assertEqual(document[10:-2:2, ::2].shape, (90, 128, 3))
         self.assertEqual(document[..., 1].tobytes(), document.decode()[:, :, 1].tobytes())
         with self.assertRaises(IndexError):
@@ -199,33 +221,46 @@ class OnSamples(unittest.TestCase):
         codestream = document["jp2c"].payload
         bare = kvjpx.read(codestream)
         self.assertEqual((bare.shape, bare.decode(reduce=1).shape), ((192, 256, 3), (96, 128, 3)))
+        self.assertTrue((self.open("signed.jp2").decode(raw=True).astype(int) + 128
+                         == self.open("signed.jp2").decode()).all())
         # The same samples, but that the codestream says it has 12 bits: shifted by the difference.
         deep = self.open("minimal.jp2")
         siz = deep["jp2c"].payload
         shallow = deep.decode()
         deep["jp2c"].payload = siz[:42] + bytes([11]) + siz[43:]
+        deep["jp2h/ihdr"].bpc = 11
         self.assertEqual(deep.decode().dtype, numpy.uint16)
-        self.assertTrue((deep.decode() == shallow.astype(int) + 2048 - 128).all())
         with mock.patch.dict(sys.modules, {"numpy": None}):
-            self.assertEqual(deep.decode().tobytes(), numpy.uint16(shallow + 1920.0).tobytes())
+            plain = deep.decode(raw=True)
+        for samples in (deep.decode(), deep.decode(raw=True), plain):
+            self.assertEqual(samples.tobytes(), numpy.uint16(shallow + 1920.0).tobytes())
         for call in (
             lambda: document.decode(codestream=1),
             lambda: document.decode(region=(9, 0, 9, 1)),
             lambda: document.decode(region=(256, 0, 300, 1)),
             lambda: document.decode(reduce=33),
-            lambda: document.decode(reduce=9),
+            lambda: document.decode(reduce=9, raw=True),
+            lambda: document.decode(layer=0, frame=0),
+            lambda: document.decode(layer=-1),
+            lambda: document.decode(limit=1000001),
+            lambda: document.decode(srgb=True, raw=True),
             lambda: kvjpx.create().decode(),
-            lambda: kvjpx.read(codestream[:99]).decode(),
+            lambda: kvjpx.create().decode(raw=True),
+            lambda: kvjpx.read(codestream[:99]).decode(strict=True),
+            lambda: kvjpx.read(codestream[:99]).decode(raw=True),
         ):
             with self.assertRaises(kvjpx.Error):
                 call()
         huge = self.open("composed.jpx")
+        huge["comp/copt"].width = huge["comp/copt"].height = 60000
+        self.assertEqual((huge.shape, huge[:9, :6].shape), ((60000, 60000, 4), (9, 6, 4)))
         huge["jp2h/ihdr"].width = huge["jp2h/ihdr"].height = 60000
-        with self.assertRaises(kvjpx.Error):
-            huge.decode()
+        for options in ({}, {"raw": True}):
+            self.assertRaises(kvjpx.Error, huge.decode, **options)
         huge.root.children[-1].payload = b"broken"
         with self.assertWarnsRegex(UserWarning, "1 codestreams left"):
-            self.assertEqual(huge.decode(region=(0, 0, 160, 120)).shape, (120, 160, 3))
+            part = huge.decode(region=(0, 0, 160, 120), raw=True)
+            self.assertEqual(part.shape, (120, 160, 3))
 
 
 def sample_copy(path, name):
