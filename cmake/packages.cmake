@@ -63,7 +63,10 @@ foreach(component LIBRARY CODEC PROGRAM)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${packaging}/triggers)
 endforeach()
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libkvj2k (>= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libkvjpx ${own_version}, libkvj2k (>= ${PROJECT_VERSION})")
+# The program loads libtiff only when it writes a TIFF, so nothing in it shows that.
+string(REPLACE ".so." "" tiff_package "${KVJPX_LIBTIFF}")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS
+    "libkvjpx ${own_version}, libkvj2k (>= ${PROJECT_VERSION}), ${tiff_package}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkvjpx ${own_version}, libkvj2k ${own_version}")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
     "libkvjpx (>= ${PROJECT_VERSION}), libkvj2k (>= ${PROJECT_VERSION}), kvjpx (>= ${PROJECT_VERSION}), python3:any (>= 3.9)")

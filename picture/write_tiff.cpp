@@ -1,4 +1,5 @@
 // TIFF, by libtiff, in strips.
+#include <dlfcn.h>
 #include <tiffio.h>
 
 #include <algorithm>
@@ -18,6 +19,47 @@ constexpr double kMetresPerInch = 0.0254;
 // What is longer might not be in reach of 32-bit positions, whatever compression makes of it.
 constexpr uint64_t kMaxClassicSize = 4000000000;
 constexpr uint32_t kSpoolPiece = 1 << 16;
+
+// libtiff is loaded when the first TIFF is written: it brings so many other libraries that without
+// them the program starts twice as fast.
+class LibTiff {
+ public:
+  static const LibTiff& get() {
+    static const LibTiff library;
+    return library;
+  }
+
+  decltype(&TIFFOpenOptionsAlloc) allocate_options = find("TIFFOpenOptionsAlloc");
+  decltype(&TIFFOpenOptionsFree) free_options = find("TIFFOpenOptionsFree");
+  decltype(&TIFFOpenOptionsSetErrorHandlerExtR) set_error_handler =
+      find("TIFFOpenOptionsSetErrorHandlerExtR");
+  decltype(&TIFFOpenOptionsSetWarningHandlerExtR) set_warning_handler =
+      find("TIFFOpenOptionsSetWarningHandlerExtR");
+  decltype(&TIFFClientOpenExt) open = find("TIFFClientOpenExt");
+  decltype(&TIFFClientdata) client_data = find("TIFFClientdata");
+  decltype(&TIFFCleanup) clean_up = find("TIFFCleanup");
+  decltype(&TIFFSetField) set_field = find("TIFFSetField");
+  decltype(&TIFFWriteEncodedStrip) write_strip = find("TIFFWriteEncodedStrip");
+  decltype(&TIFFWriteDirectory) write_directory = find("TIFFWriteDirectory");
+
+ private:
+  // Becomes whatever function it is assigned to.
+  struct Found {
+    void* address;
+    template <class Function>
+    operator Function*() const {  // NOLINT(google-explicit-constructor)
+      return reinterpret_cast<Function*>(address);
+    }
+  };
+  static Found find(const char* name) {
+    // Stays open: by one thread, or again by the next one where it fails.
+    void* const library = dlopen(KVJPX_LIBTIFF, RTLD_NOW | RTLD_LOCAL);
+    void* const function = library != nullptr ? dlsym(library, name) : nullptr;
+    if (function != nullptr) return {function};
+    const char* const reason = dlerror();
+    throw std::runtime_error("TIFF: " + std::string(reason != nullptr ? reason : "no libtiff"));
+  }
+};
 
 // For sinks that can't seek.
 class Spool : public Sink {
@@ -101,8 +143,9 @@ bool is_big(const Format& format) {
 
 struct TiffCloser {
   void operator()(TIFF* tiff) const {
-    output_of(TIFFClientdata(tiff))->out.close();  // or an unfinished file would be completed
-    TIFFCleanup(tiff);
+    const LibTiff& lib = LibTiff::get();
+    output_of(lib.client_data(tiff))->out.close();  // or an unfinished file would be completed
+    lib.clean_up(tiff);
   }
 };
 using TiffPointer = std::unique_ptr<TIFF, TiffCloser>;
@@ -110,13 +153,14 @@ using TiffPointer = std::unique_ptr<TIFF, TiffCloser>;
 TiffPointer open_output(const Format& format, Output& output) {
   std::string mode = is_big(format) ? "w8" : "w";
   if (!format.exif.empty()) mode += exif_directories(format.exif, 0)->is_big_endian ? 'b' : 'l';
-  TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+  const LibTiff& lib = LibTiff::get();
+  TIFFOpenOptions* options = lib.allocate_options();
   if (!options) throw std::bad_alloc();
-  TIFFOpenOptionsSetErrorHandlerExtR(options, on_error, &output);
-  TIFFOpenOptionsSetWarningHandlerExtR(options, on_warning, &output);
-  TiffPointer tiff(TIFFClientOpenExt("picture", mode.c_str(), &output, on_read, on_write, on_seek,
-                                     on_close, on_size, nullptr, nullptr, options));
-  TIFFOpenOptionsFree(options);
+  lib.set_error_handler(options, on_error, &output);
+  lib.set_warning_handler(options, on_warning, &output);
+  TiffPointer tiff(lib.open("picture", mode.c_str(), &output, on_read, on_write, on_seek, on_close,
+                            on_size, nullptr, nullptr, options));
+  lib.free_options(options);
   if (!tiff) output.out.fail(output.reason);
   return tiff;
 }
@@ -153,7 +197,7 @@ class TiffWriter : public RowWriter {
  private:
   template <typename... Values>
   void set(uint32_t tag, Values... values) {
-    check(TIFFSetField(tiff_.get(), tag, values...) == 1);
+    check(LibTiff::get().set_field(tiff_.get(), tag, values...) == 1);
   }
 
   void check(bool is_done) const {
@@ -230,8 +274,8 @@ class TiffWriter : public RowWriter {
 
   void write_strip() {
     if (strip_.empty()) return;
-    check(TIFFWriteEncodedStrip(tiff_.get(), strip_index_++, strip_.data(),
-                                static_cast<tmsize_t>(strip_.size())) >= 0);
+    check(LibTiff::get().write_strip(tiff_.get(), strip_index_++, strip_.data(),
+                                     static_cast<tmsize_t>(strip_.size())) >= 0);
     strip_.clear();
   }
 
@@ -248,7 +292,7 @@ class TiffWriter : public RowWriter {
   void end() override {
     write_strip();
     if (!format_.exif.empty()) write_exif();
-    check(TIFFWriteDirectory(tiff_.get()) == 1);
+    check(LibTiff::get().write_directory(tiff_.get()) == 1);
     tiff_.reset();
     if (spool_) return spool_->copy_to(sink_);
     sink_.seek(output_.size);
