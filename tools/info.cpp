@@ -1,12 +1,13 @@
-// info: what a file is, on one screen.
+// Picks what a file is from everything that is in it, and puts it into words.
+#include "info.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 
 #include "codestreams.h"
-#include "commands.h"
 #include "facts.h"
-#include "info.h"
 #include "names.h"
 #include "opened_file.h"
 
@@ -379,20 +380,6 @@ void add_rows(std::vector<InfoRow>& rows, const Json& entries, const std::string
   }
 }
 
-std::string info_text(const Json& facts) {
-  constexpr size_t kWidth = 14;
-  std::string text =
-      text_of(facts["file"]) + ": " + info_kind(facts) + ", " + text_of(facts["size"]) + " bytes\n";
-  for (const InfoRow& row : info_rows(facts)) {
-    std::string words = row.text;
-    // Names and labels may have several lines.
-    std::replace(words.begin(), words.end(), '\n', ' ');
-    text += "  " + row.heading + std::string(kWidth - row.heading.size(), ' ') + words +
-            (row.path.empty() ? "" : " (" + row.path + ")") + "\n";
-  }
-  return text;
-}
-
 }  // namespace
 
 Json info_facts(const OpenedFile& file) { return InfoFacts(file).facts(); }
@@ -418,17 +405,6 @@ std::vector<InfoRow> info_rows(const Json& facts) {
   }
   add_rows(rows, grouped(facts["unusual"]), "unusual", unusual_text);
   return rows;
-}
-
-ExitCode show_info(const InfoRequest& request) {
-  const Form form = request.json ? Form::kJsonLines : Form::kText;
-  return read_files(request.files, form, [&](const std::string& name, std::ostream& out) {
-    const OpenedFile file(name);
-    file.check_is_known();
-    const Json facts = info_facts(file);
-    out << (request.json ? json_text(facts) + "\n" : info_text(facts));
-    return kDone;
-  });
 }
 
 }  // namespace kvjpx_tool
