@@ -20,10 +20,12 @@ using kvjpx::box;
 
 class InfoFacts {
  public:
-  explicit InfoFacts(const OpenedFile& file) : file_(file), paths_(file.document()) {
-    facts_ = {{"file", file.label()},
-              {"size", number_fact(file.bytes().size())},
-              {"kind", file.is_codestream() ? "codestream" : "boxes"}};
+  explicit InfoFacts(const OpenedFile& file)
+      : file_(file),
+        paths_(file.document()),
+        facts_(Json::object({{"file", file.label()},
+                             {"size", number_fact(file.bytes().size())},
+                             {"kind", file.is_codestream() ? "codestream" : "boxes"}})) {
     add_brands();
     add_image();
     for (const char* const list :
