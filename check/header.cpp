@@ -203,7 +203,7 @@ void pclr_without_cmap(Check& check) {
   if (header_of(check) == nullptr) return;
   // What a JPX file's headers have for all of them may be completed by each of its own.
   if (check.file.child(check.parent(), code("cmap")) != nullptr) return;
-  if (check.profile == kJpx && check.file.all(code("cmap")).size() > 0) return;
+  if (check.profile == kJpx && !check.file.all(code("cmap")).empty()) return;
   check.tell_at(*check.box, check.box->offset, "", "a cmap box beside it");
 }
 

@@ -27,8 +27,9 @@ AreaDecoder::AreaDecoder(Source source, const DecoderSettings& settings)
       reuses_left_(settings.is_single_tile ? kMostReuses : 0) {
   messages_.listen_to(codec_.get());
   opj_dparameters_t parameters = parameters_for(settings);
-  const bool is_set_up = opj_setup_decoder(codec_.get(), &parameters) &&
-                         opj_decoder_set_strict_mode(codec_.get(), settings.is_strict);
+  // OpenJPEG stays strict: when it leaves broken packets out, it reads and writes outside its
+  // memory.
+  const bool is_set_up = opj_setup_decoder(codec_.get(), &parameters) != 0;
   const uint32_t threads = thread_count(settings.threads);
   if (threads > 1) use_threads(codec_.get(), threads);
   opj_image_t* header = nullptr;
@@ -39,7 +40,7 @@ AreaDecoder::AreaDecoder(Source source, const DecoderSettings& settings)
                                      codec_.get(), count, settings.components.data(), OPJ_FALSE))) {
     throw messages_.failure(KV_J2K_ERR_BROKEN_CODESTREAM, kUndecodable);
   }
-  if (!settings.is_strict) messages_.note_warnings_of(codec_.get());
+  if (settings.notes_damage) messages_.note_warnings_of(codec_.get());
 }
 
 OpjImage AreaDecoder::decode(const Area& area) {

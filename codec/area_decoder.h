@@ -20,17 +20,17 @@ struct Area {
 };
 
 struct DecoderSettings {
-  uint32_t reduction = 0;       // halvings
-  uint32_t layers = 0;          // 0: all
-  uint32_t threads = 0;         // 0: as many as there are processors
-  bool is_single_tile = false;  // the codestream has one tile
-  bool is_strict = true;        // fail where packets are broken, rather than leave the rest out
+  uint32_t reduction = 0;            // halvings
+  uint32_t layers = 0;               // 0: all
+  uint32_t threads = 0;              // 0: as many as there are processors
+  bool is_single_tile = false;       // the codestream has one tile
+  bool notes_damage = false;         // OpenJPEG's warnings count
   std::vector<uint32_t> components;  // wanted; empty: all
 
   // Whether they make the same samples of the same codestream.
   bool is_like(const DecoderSettings& other) const {
-    return reduction == other.reduction && layers == other.layers && is_strict == other.is_strict &&
-           components == other.components;
+    return reduction == other.reduction && layers == other.layers &&
+           notes_damage == other.notes_damage && components == other.components;
   }
 };
 
@@ -51,7 +51,7 @@ class AreaDecoder {
 
   const DecoderSettings& settings() const { return settings_; }
 
-  // Whether packets were broken or missing; only found out when not strict.
+  // Whether OpenJPEG met with something that it can't follow, where that is to be noted.
   bool has_met_damage() const { return messages_.has_warning(); }
 
  private:

@@ -5,10 +5,12 @@
 #include <atomic>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "broken_tile.h"
 #include "failure.h"
 #include "tile_source.h"
 
@@ -94,6 +96,7 @@ class SampleDecoding {
     input_.limits.check(planned, input_.codestream.length);
     *work = planned;
     decode_units();
+    *work += static_cast<Cost>(attempts_) * (header_.opening_cost + header_.tile_cost);
     for (const Unit& unit : units_) {
       if (unit.failure != nullptr) std::rethrow_exception(unit.failure);
     }
@@ -174,7 +177,7 @@ class SampleDecoding {
     }
     unit.settings.reduction = request_.reduction;
     unit.settings.layers = request_.layers;
-    unit.settings.is_strict = !request_.is_partial;
+    unit.settings.notes_damage = request_.is_partial;
     unit.settings.is_single_tile = !unit.is_of_all_tiles || header_.tile_count() == 1;
     units_.push_back(std::move(unit));
   }
@@ -288,10 +291,53 @@ class SampleDecoding {
 
   OpjImage decode(Unit& unit) {
     const TileData data = unit.is_of_all_tiles ? TileData() : data_of(unit);
-    if (unit.decoder == nullptr) unit.decoder = open(unit, data);
-    OpjImage image = unit.decoder->decode(unit.decoded);
+    OpjImage image;
+    try {
+      if (unit.decoder == nullptr) unit.decoder = open(unit, data);
+      image = unit.decoder->decode(unit.decoded);
+    } catch (const Failure& failure) {
+      const bool can_be_mended = request_.is_partial && !unit.is_of_all_tiles;
+      if (!can_be_mended || failure.code() != KV_J2K_ERR_BROKEN_CODESTREAM) throw;
+      unit.decoder = open_broken(unit, data);
+      image = unit.decoder->decode(unit.decoded);
+      unit.is_damaged = true;
+    }
     unit.is_damaged = unit.is_damaged || unit.decoder->has_met_damage();
     return image;
+  }
+
+  std::unique_ptr<AreaDecoder> open_broken(const Unit& unit, const TileData& data) {
+    const auto shortage = [&](TileEnd end) { return shortage_of(unit, data, end); };
+    TileEnd end;
+    if (const auto packet = shortage(end)) {
+      end = mended_end({*packet, length_of(data), header_.most_layers > 1}, shortage);
+    }
+    return open_mended(unit, unit.settings, data, end);
+  }
+
+  std::optional<BrokenPacket> shortage_of(const Unit& unit, const TileData& data, TileEnd end) {
+    constexpr uint64_t kWidestSpacing = 255;
+    ++attempts_;
+    DecoderSettings settings = unit.settings;
+    settings.threads = 1;
+    // A part with a sample of each component, as it is packets that are looked at.
+    const uint64_t few = kWidestSpacing << request_.reduction;
+    Area area = unit.decoded;
+    area.x.end = std::min(area.x.end, area.x.begin + few);
+    area.y.end = std::min(area.y.end, area.y.begin + few);
+    try {
+      open_mended(unit, settings, data, end)->decode(area);
+    } catch (const Failure& failure) {
+      if (failure.code() != KV_J2K_ERR_BROKEN_CODESTREAM) throw;
+      return broken_packet(failure);
+    }
+    return std::nullopt;
+  }
+
+  std::unique_ptr<AreaDecoder> open_mended(const Unit& unit, const DecoderSettings& settings,
+                                           const TileData& data, TileEnd end) const {
+    return std::make_unique<AreaDecoder>(
+        make_mended_tile_source(input_.codestream, header_, unit.tile, data, end), settings);
   }
 
   std::unique_ptr<AreaDecoder> open(const Unit& unit, const TileData& data) const {
@@ -431,6 +477,7 @@ class SampleDecoding {
   const CodestreamHeader& header_;
   const SampleRequest& request_;
   std::vector<Unit> units_;
+  std::atomic<uint64_t> attempts_{0};  // at broken tiles
   SampleSetPointer result_;
 };
 

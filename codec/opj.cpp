@@ -2,6 +2,7 @@
 #include "opj.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -94,6 +95,20 @@ Failure OpjMessages::failure(kv_j2k_error code, const std::string& what) const {
   const bool is_memory_short = text_.find("memory") != std::string::npos ||
                                text_.find("exceeds system limits") != std::string::npos;
   return Failure(is_memory_short ? KV_J2K_ERR_MEMORY : code, what + text_);
+}
+
+// "segment too long (300) with max (200) for codeblock 3 (p=0, b=2, r=4, c=0)"
+std::optional<BrokenPacket> broken_packet(const Failure& failure) {
+  const std::string text = failure.what();
+  const size_t at = text.find("segment too long (");
+  const size_t block = text.find("codeblock ", at);
+  long long needed = 0, there = 0;
+  if (block == text.npos ||
+      std::sscanf(text.c_str() + at, "segment too long (%lld) with max (%lld)", &needed, &there) !=
+          2) {
+    return std::nullopt;
+  }
+  return BrokenPacket{needed, there, text.substr(block, text.find(')', block) - block)};
 }
 
 uint32_t thread_count(uint32_t asked) {

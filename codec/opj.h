@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,15 @@ class OpjMessages {
   std::string text_;
   bool has_warning_ = false;
 };
+
+// A packet whose body needs more data than there are.
+struct BrokenPacket {
+  int64_t needed = 0;      // by a part of the body
+  int64_t there = 0;       // of the body
+  std::string code_block;  // whose part it is
+};
+// Nothing when OpenJPEG failed for another reason.
+std::optional<BrokenPacket> broken_packet(const Failure& failure);
 
 // 0: as many as there are processors.
 uint32_t thread_count(uint32_t asked);

@@ -22,6 +22,7 @@ struct TileData {
   bool is_complete = false;
 };
 TileData find_tile(const CodestreamHeader& header, uint32_t tile);
+size_t length_of(const TileData& data);
 
 // The tile's part of the image area.
 Area tile_area(const CodestreamHeader& header, uint32_t tile);
@@ -29,6 +30,17 @@ Area tile_area(const CodestreamHeader& header, uint32_t tile);
 // Refers to `codestream`, which `header` is that of. Not for one with packed packet headers.
 Source make_tile_source(ByteView codestream, const CodestreamHeader& header, uint32_t tile,
                         const TileData& data);
+
+// Another end of a tile's data: so many bytes less, and then so many of 0xFF, which decode to what
+// is most likely: a code-block of nothing else to zeros.
+struct TileEnd {
+  size_t trimmed = 0;
+  size_t padding = 0;
+};
+// The same with that end; and without the markers that stand behind packet headers (EPH), so that
+// what is read of packets behind the end are empty ones.
+Source make_mended_tile_source(ByteView codestream, const CodestreamHeader& header, uint32_t tile,
+                               const TileData& data, TileEnd end);
 
 }  // namespace kvj2k
 

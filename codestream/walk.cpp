@@ -333,7 +333,7 @@ void Walk::check_capabilities(uint64_t offset) {
 // The numbers of a series begin with 0 and have no gaps.
 void Walk::check_series(uint16_t marker) {
   uint64_t expected = uint64_t{marker} << 32;
-  const uint64_t end = (uint64_t{marker} + 1) << 32;
+  const uint64_t end = expected + (uint64_t{1} << 32);
   const std::set<uint64_t>& seen = known_.main.seen;
   for (auto it = seen.lower_bound(expected); it != seen.end() && *it < end; ++it, ++expected) {
     if (*it == expected) continue;

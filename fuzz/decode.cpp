@@ -1,9 +1,9 @@
-// Fuzzer: decoding, by the codec directly and through a context. An input that starts like a
-// codestream (0xFF) or a JPX file (0) is one and is decoded as a whole; any other starts with nine
-// bytes of settings.
+// Fuzzer: decoding, by both interfaces of the codec and through a context. An input that starts
+// like a codestream (0xFF) or a JPX file (0) is one and is decoded as a whole; any other starts
+// with nine bytes of settings.
 #include <algorithm>
 
-#include "kv_j2k.h"
+#include "kv_j2k_samples.h"
 #include "session.h"
 #include "target.h"
 
@@ -144,6 +144,72 @@ void decode_codestream(const Settings& settings, Input codestream) {
   require(kv_j2k_destroy(codec) == KV_J2K_OK, "a handle can be ended");
 }
 
+// Samples of a plane that stand in a span, as kv_j2k_samples.h promises them.
+void check_span(uint32_t begin, uint32_t count, uint32_t from, uint32_t to, uint64_t spacing) {
+  const auto points = [&](uint64_t end) { return (end + spacing - 1) / spacing; };
+  require(begin == points(from) && begin + count == points(to),
+          "a plane has the samples of its rectangle");
+}
+
+void check_samples(const kv_j2k_samples& samples, const kv_j2k_sample_request& request) {
+  require(samples.plane_count == request.component_count, "planes are those asked for");
+  require((samples.is_complete != 0) == (samples.missing[0] == 0), "what is missing is told");
+  for (uint32_t i = 0; i < samples.plane_count; ++i) {
+    const kv_j2k_plane& plane = samples.planes[i];
+    const uint64_t scale = uint64_t{1} << request.reduction;
+    require(plane.component == request.components[i], "planes are in the order asked for");
+    check_span(plane.x0, plane.width, request.left, request.right, plane.dx * scale);
+    check_span(plane.y0, plane.height, request.top, request.bottom, plane.dy * scale);
+    const int64_t range = int64_t{1} << plane.precision;
+    const int64_t least = plane.is_signed != 0 ? -range / 2 : 0;
+    const size_t count = size_t{plane.width} * plane.height;
+    require(std::all_of(plane.samples, plane.samples + count,
+                        [&](int64_t v) { return v >= least && v < least + range; }),
+            "samples keep to their precision");
+  }
+}
+
+// The whole, or the part in the settings; then again a part of that, which may use what is left of
+// the first time.
+void decode_samples(const Settings& settings, Input codestream) {
+  void* codec = nullptr;
+  require(kv_j2k_create(&codec) == KV_J2K_OK, "a handle can be made");
+  kv_j2k_codestream header = {};
+  header.size = sizeof header;
+  if (kv_j2k_set_input_borrowed(codec, codestream.data(), codestream.size()) == KV_J2K_OK) {
+    require(kv_j2k_get_codestream(codec, &header) == KV_J2K_OK, "an input can be described");
+    const uint32_t components[] = {0, header.components - 1};
+    kv_j2k_sample_request request = {};
+    request.size = sizeof request;
+    request.flags = settings.flag == 0 ? KV_J2K_SAMPLES_PARTIAL : 0;
+    const auto inside = [](uint64_t value, uint32_t from, uint32_t to) {
+      return static_cast<uint32_t>(std::clamp<uint64_t>(value, from, to));
+    };
+    request.left = inside(settings.left, header.left, header.right - 1);
+    request.top = inside(settings.top, header.top, header.bottom - 1);
+    request.right =
+        settings.has_region ? inside(settings.right, request.left + 1, header.right) : header.right;
+    request.bottom = settings.has_region ? inside(settings.bottom, request.top + 1, header.bottom)
+                                         : header.bottom;
+    request.reduction = (static_cast<uint32_t>(settings.level) - 1) % (header.levels + 1);
+    request.layers = static_cast<uint32_t>(settings.quality) % 8;
+    request.components = components;
+    request.component_count = header.components > 1 ? 2 : 1;
+    request.threads = 1;
+    for (int time = 0; time < 2; ++time) {
+      kv_j2k_samples* samples = nullptr;
+      const int32_t code = kv_j2k_decode_samples(codec, &request, &samples);
+      require((code == KV_J2K_OK) == (samples != nullptr), "a failure delivers nothing");
+      require(code != KV_J2K_ERR_INVALID_ARGUMENT && code != KV_J2K_ERR_MEMORY,
+              "what there is can be asked for");
+      if (samples != nullptr) check_samples(*samples, request);
+      kv_j2k_free_samples(samples);
+      request.bottom = request.top + (request.bottom - request.top + 1) / 2;
+    }
+  }
+  require(kv_j2k_destroy(codec) == KV_J2K_OK, "a handle can be ended");
+}
+
 void decode_file(const Settings& settings, const Bytes& file) {
   constexpr size_t kLargestPicture = size_t{1} << 20;
   Session session;
@@ -175,6 +241,7 @@ void run(Input input) {
     decode_file(settings, input.bytes(input.size()));
   } else {
     decode_codestream(settings, input);
+    decode_samples(settings, input);
   }
 }
 

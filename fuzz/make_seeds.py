@@ -158,6 +158,22 @@ def decode_seeds():
     return seeds
 
 
+def picture_seeds():
+    """Each part of the samples that hold several, and each format of files."""
+    samples = FUZZ.parent / "samples"
+    sources = {name: (samples / name).read_bytes() for name in ("composed.jpx", "exact.jpx", "cmyk.jpx", "deep.jp2")}
+    sources["codestream"] = encode(*CODINGS["tiles"])
+    choices = {
+        "srgb": bytes([0x03, 0, 0, 0, 0]),
+        "strict-tiff": bytes([0x25, 0, 0, 1, 2]),
+        "frames-pam": bytes([0x69, 3, 1, 0, 0]),
+        "layer-jpeg": bytes([0x81, 1, 1, 0, 0]),
+        "codestream-bmp": bytes([0xA1, 2, 0, 1, 0]),
+        "region-ppm": bytes([0xF1, 0, 0, 0, 0, 3, 2, 9, 12]),
+    }
+    return {f"{source}-{choice}": choices[choice] + sources[source] for source in sources for choice in choices}
+
+
 def script_bytes(text):
     """What tests/support/bytes.cpp makes of the notation, without its patterns."""
     parts = re.findall(r"\[.{4}|\]|'[^']*'|\*\d+|[0-9A-F]{2}", text)
@@ -197,6 +213,7 @@ def main():
         "reader": reader_seeds(),
         "stream": stream_seeds(),
         "decode": decode_seeds(),
+        "picture": picture_seeds(),
     }
     for fuzzer, seeds in corpora.items():
         folder = FUZZ / f"corpus-{fuzzer}"

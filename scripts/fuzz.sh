@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/steps.sh
 seconds=${1:-60}
-fuzzers=${FUZZERS:-load fields edit reader stream decode check}
+fuzzers=${FUZZERS:-load fields edit reader stream decode check picture dump}
 build=build-fuzz
 
 # shellcheck disable=SC2086

@@ -2,8 +2,9 @@
 """Writes docs/format/, a page a box type: what it is for, its bytes, its fields, where it stands, and
 what `kvjpx check` asks of it.
 
-Layouts come from the comments in src/boxes, fields from include/kvjpx_fields.h, places from the two
-lists of box types, rules from check/table.cpp; only the sentences below are this script's own.
+Names come from tools/box_types.cpp, layouts from the comments in src/boxes, fields from
+include/kvjpx_fields.h, places from the two lists of box types, rules from check/table.cpp; only the
+sentences below are this script's own.
 
 usage: make_format_pages.py [--check]    --check: write nothing, fail where a page is not current
 """
@@ -14,79 +15,71 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PAGES = ROOT / "docs/format"
 
-# Type: name, clause, what it is for.
+# Type: clause, what it is for.
 BOXES = {
-    "jP  ": ("JPEG 2000 signature", "15444-1, I.5.1", "The first box of every file of the family. Its four "
-             "bytes have been chosen so that transfers that change line ends or cut the eighth bit show."),
-    "ftyp": ("File type", "15444-1, I.5.2", "The second box: the standard that the file follows, and those "
-             "by which a reader may also understand it."),
-    "rreq": ("Reader requirements", "15444-2, M.11.1", "Tells, as a formula of features, what a reader must "
-             "know to understand all of the file, and what to show it as meant. It comes right behind `ftyp`."),
-    "jp2h": ("JP2 header", "15444-1, I.5.3", "Holds the boxes that describe the image: size, depth, colour, "
-             "channels, resolution. In a JPX file they are the defaults of all codestreams and layers."),
-    "ihdr": ("Image header", "15444-1, I.5.3.1", "Size, number and depth of the components. It is the first "
-             "box in its container. What it says should be what the codestream's SIZ segment says."),
-    "bpcc": ("Bits per component", "15444-1, I.5.3.2", "The depth of each component, where they differ and "
-             "so `ihdr` has 255."),
-    "colr": ("Colour", "15444-1, I.5.3.3; 15444-2, M.11.7.3", "What the colour channels mean: "
-             "an enumerated space, an ICC profile, or a vendor's method. A file may have several; a reader "
-             "takes the one it can use, by precedence and approximation."),
-    "pclr": ("Palette", "15444-1, I.5.3.4", "A table that makes several channels of one component. It takes "
-             "effect through `cmap`, so there is none without the other."),
-    "cmap": ("Component mapping", "15444-1, I.5.3.5", "How each channel comes from the components: as it is, "
-             "or through a column of the palette."),
-    "cdef": ("Channel definition", "15444-1, I.5.3.6", "What each channel is: a colour, opacity, opacity that "
-             "the colours have been multiplied by, or unspecified. Without it the channels are the colours, in "
-             "the order of the colourspace."),
-    "res ": ("Resolution", "15444-1, I.5.3.7", "Holds the capture and the display resolution."),
-    "resc": ("Capture resolution", "15444-1, I.5.3.7.1", "Samples a metre at which the image was taken, "
-             "as two fractions with powers of ten. `kvjpx resolution` works in dots per inch."),
-    "resd": ("Default display resolution", "15444-1, I.5.3.7.2", "Samples a metre at which the image wants "
-             "to be shown."),
-    "jpch": ("Codestream header", "15444-2, M.11.6", "Describes one codestream; what it does not say is as "
-             "in `jp2h`. The n-th such box is the n-th codestream's."),
-    "jplh": ("Compositing layer header", "15444-2, M.11.7", "Describes one layer: colour, channels, opacity, "
-             "and which codestreams it is made of."),
-    "cgrp": ("Colour group", "15444-2, M.11.7.1", "Holds the colr boxes of a layer."),
-    "opct": ("Opacity", "15444-2, M.11.7.6", "The opacity of a layer in short: the last channel, or a colour "
-             "that is transparent."),
-    "creg": ("Codestream registration", "15444-2, M.11.7.7", "How the codestreams of a layer lie over each "
-             "other: sampling and offset of each on a common grid."),
-    "comp": ("Composition", "15444-2, M.11.10", "How layers become a picture or an animation."),
-    "copt": ("Composition options", "15444-2, M.11.10.1", "Size of the composed picture, and how often an "
-             "animation is shown."),
-    "inst": ("Instruction set", "15444-2, M.11.10.2", "Where, how large, which part and how long each layer "
-             "is shown."),
-    "jp2c": ("Contiguous codestream", "15444-1, I.5.4", "The image data, a codestream of 15444-1, Annex A. "
-             "`kvjpx dump --codestream` shows its headers."),
-    "jp2i": ("Intellectual property", "15444-1, I.6", "Rights; the content is not defined by the standard."),
-    "ftbl": ("Fragment table", "15444-2, M.11.3", "A codestream in pieces: holds the list of them."),
-    "flst": ("Fragment list", "15444-2, M.11.3.1", "Where the pieces are: offset, length, and in which file. "
-             "When an edit moves bytes of this file, entries that point to them follow."),
-    "cref": ("Cross-reference", "15444-2, M.11.4", "Stands for a box whose content is elsewhere: its type, "
-             "and a fragment list."),
-    "dtbl": ("Data reference", "15444-2, M.11.2", "The other files that fragment lists refer to, by number "
-             "from 1."),
-    "url ": ("Data entry URL", "15444-1, I.7.3.2", "A location: of more on a UUID, in `uinf`; of a file, in "
-             "`dtbl`. The text is UTF-8 and ends with a zero byte."),
-    "drep": ("Desired reproductions", "15444-2, M.11.15", "How the image wants to look on certain devices."),
-    "gtso": ("Graphics technology standard output", "15444-2, M.11.15.1", "An output profile for printing."),
-    "asoc": ("Association", "15444-2, M.11.11", "Ties boxes together: the first one says what, such as a "
-             "label or a number list, the others what is said of it. GMLJP2 is a tree of these."),
-    "nlst": ("Number list", "15444-2, M.11.12", "Names codestreams and layers, or the whole result, for the "
-             "association it stands in."),
-    "lbl ": ("Label", "15444-2, M.11.13", "A text in UTF-8, without a zero byte at its end."),
-    "roid": ("Region of interest description", "15444-2, M.11.16", "Rectangles and ellipses of the image that "
-             "matter more."),
-    "uuid": ("UUID", "15444-1, I.7.2", "Anything, marked by 16 bytes that nobody else uses: XMP, Exif, IPTC "
-             "and GeoTIFF come so. `kvjpx meta` puts them in, `uuid:xmp` is a path."),
-    "uinf": ("UUID info", "15444-1, I.7.3", "Where to read about the UUIDs of the file: a list and a "
-             "location."),
-    "ulst": ("UUID list", "15444-1, I.7.3.1", "The UUIDs that the location beside it is about."),
-    "xml ": ("XML", "15444-1, I.7.1", "A well-formed document."),
-    "mp7b": ("MPEG-7 binary", "15444-2, M.11.19", "Metadata of ISO/IEC 15938."),
-    "mdat": ("Media data", "15444-2, M.11.9", "Bytes that fragment lists point to; nothing by itself."),
-    "free": ("Free", "15444-2, M.11.20", "Room; readers skip it."),
+    "jP  ": ("15444-1, I.5.1", "The first box of every file of the family. Its four bytes have been chosen so "
+             "that transfers that change line ends or cut the eighth bit show."),
+    "ftyp": ("15444-1, I.5.2", "The second box: the standard that the file follows, and those by which a "
+             "reader may also understand it."),
+    "rreq": ("15444-2, M.11.1", "Tells, as a formula of features, what a reader must know to understand all of "
+             "the file, and what to show it as meant. It comes right behind `ftyp`."),
+    "jp2h": ("15444-1, I.5.3", "Holds the boxes that describe the image: size, depth, colour, channels, "
+             "resolution. In a JPX file they are the defaults of all codestreams and layers."),
+    "ihdr": ("15444-1, I.5.3.1", "Size, number and depth of the components. It is the first box in its "
+             "container. What it says should be what the codestream's SIZ segment says."),
+    "bpcc": ("15444-1, I.5.3.2", "The depth of each component, where they differ and so `ihdr` has 255."),
+    "colr": ("15444-1, I.5.3.3; 15444-2, M.11.7.3", "What the colour channels mean: an enumerated space, an "
+             "ICC profile, or a vendor's method. A file may have several; a reader takes the one it can use, "
+             "by precedence and approximation."),
+    "pclr": ("15444-1, I.5.3.4", "A table that makes several channels of one component. It takes effect "
+             "through `cmap`, so there is none without the other."),
+    "cmap": ("15444-1, I.5.3.5", "How each channel comes from the components: as it is, or through a column of "
+             "the palette."),
+    "cdef": ("15444-1, I.5.3.6", "What each channel is: a colour, opacity, opacity that the colours have been "
+             "multiplied by, or unspecified. Without it the channels are the colours, in the order of the "
+             "colourspace."),
+    "res ": ("15444-1, I.5.3.7", "Holds the capture and the display resolution."),
+    "resc": ("15444-1, I.5.3.7.1", "Samples a metre at which the image was taken, as two fractions with powers "
+             "of ten. `kvjpx resolution` works in dots per inch."),
+    "resd": ("15444-1, I.5.3.7.2", "Samples a metre at which the image wants to be shown."),
+    "jpch": ("15444-2, M.11.6", "Describes one codestream; what it does not say is as in `jp2h`. The n-th such "
+             "box is the n-th codestream's."),
+    "jplh": ("15444-2, M.11.7", "Describes one layer: colour, channels, opacity, and which codestreams it is "
+             "made of."),
+    "cgrp": ("15444-2, M.11.7.1", "Holds the colr boxes of a layer."),
+    "opct": ("15444-2, M.11.7.6", "The opacity of a layer in short: the last channel, or a colour that is "
+             "transparent."),
+    "creg": ("15444-2, M.11.7.7", "How the codestreams of a layer lie over each other: sampling and offset of "
+             "each on a common grid."),
+    "comp": ("15444-2, M.11.10", "How layers become a picture or an animation."),
+    "copt": ("15444-2, M.11.10.1", "Size of the composed picture, and how often an animation is shown."),
+    "inst": ("15444-2, M.11.10.2", "Where, how large, which part and how long each layer is shown."),
+    "jp2c": ("15444-1, I.5.4", "The image data, a codestream of 15444-1, Annex A. `kvjpx dump --codestream` "
+             "shows its headers."),
+    "jp2i": ("15444-1, I.6", "Rights; the content is not defined by the standard."),
+    "ftbl": ("15444-2, M.11.3", "A codestream in pieces: holds the list of them."),
+    "flst": ("15444-2, M.11.3.1", "Where the pieces are: offset, length, and in which file. When an edit moves "
+             "bytes of this file, entries that point to them follow."),
+    "cref": ("15444-2, M.11.4", "Stands for a box whose content is elsewhere: its type, and a fragment list."),
+    "dtbl": ("15444-2, M.11.2", "The other files that fragment lists refer to, by number from 1."),
+    "url ": ("15444-1, I.7.3.2", "A location: of more on a UUID, in `uinf`; of a file, in `dtbl`. The text is "
+             "UTF-8 and ends with a zero byte."),
+    "drep": ("15444-2, M.11.15", "How the image wants to look on certain devices."),
+    "gtso": ("15444-2, M.11.15.1", "An output profile for printing."),
+    "asoc": ("15444-2, M.11.11", "Ties boxes together: the first one says what, such as a label or a number "
+             "list, the others what is said of it. GMLJP2 is a tree of these."),
+    "nlst": ("15444-2, M.11.12", "Names codestreams and layers, or the whole result, for the association it "
+             "stands in."),
+    "lbl ": ("15444-2, M.11.13", "A text in UTF-8, without a zero byte at its end."),
+    "roid": ("15444-2, M.11.16", "Rectangles and ellipses of the image that matter more."),
+    "uuid": ("15444-1, I.7.2", "Anything, marked by 16 bytes that nobody else uses: XMP, Exif, IPTC and "
+             "GeoTIFF come so. `kvjpx meta` puts them in, `uuid:xmp` is a path."),
+    "uinf": ("15444-1, I.7.3", "Where to read about the UUIDs of the file: a list and a location."),
+    "ulst": ("15444-1, I.7.3.1", "The UUIDs that the location beside it is about."),
+    "xml ": ("15444-1, I.7.1", "A well-formed document."),
+    "mp7b": ("15444-2, M.11.19", "Metadata of ISO/IEC 15938."),
+    "mdat": ("15444-2, M.11.9", "Bytes that fragment lists point to; nothing by itself."),
+    "free": ("15444-2, M.11.20", "Room; readers skip it."),
 }
 
 
@@ -165,8 +158,8 @@ def file_name(box_type):
 
 
 def page(box_type, fields, values, layouts, places, rules):
-    title, clause, purpose = BOXES[box_type]
-    out = [f"# `{box_type}`: {title}", "", f"ISO/IEC {clause}", "", purpose, "", "## Content", ""]
+    clause, purpose = BOXES[box_type]
+    out = [f"# `{box_type}`: {NAMES[box_type]}", "", f"ISO/IEC {clause}", "", purpose, "", "## Content", ""]
     if box_type in layouts:
         out += ["Each number is the length of what follows it, in bytes; numbers are stored with their most "
                 "significant byte first.", "", "```"] + layouts[box_type] + ["```", ""]
@@ -196,6 +189,8 @@ def page(box_type, fields, values, layouts, places, rules):
     return "\n".join(out).rstrip() + "\n"
 
 
+NAMES = {box_type: name[0].upper() + name[1:] for box_type, name in re.findall(
+    r'\{"(....)", "([^"]+)"', (ROOT / "tools/box_types.cpp").read_text())}
 CONTAINERS = set(re.findall(r'CONTAINER\("(....)"', (ROOT / "src/boxes/boxes.h").read_text())) | {"cref", "dtbl"}
 
 
@@ -213,8 +208,8 @@ def main():
              "file. Some boxes contain others. Here are the types that the library knows; it keeps all others as "
              "they are.", "", "These pages are made by `scripts/make_format_pages.py`.", "", "| Type | Name | Clause |",
              "|---|---|---|"]
-    index += [f"| [`{box_type}`]({file_name(box_type)}) | {name} | {clause} |"
-              for box_type, (name, clause, _) in BOXES.items()]
+    index += [f"| [`{box_type}`]({file_name(box_type)}) | {NAMES[box_type]} | {clause} |"
+              for box_type, (clause, _) in BOXES.items()]
     pages["README.md"] = "\n".join(index) + "\n"
     stale = []
     for name, text in pages.items():

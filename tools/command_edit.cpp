@@ -26,7 +26,7 @@ FoundPlace find_place(const Edit& edit, const Placement& placement) {
   throw Failure(kEditRefused, edit.place(reference) + ": nothing can stand beside the file");
 }
 
-kvjpx::result<kvjpx::box> add_at(kvjpx::box reference, kvjpx_tool::Placement placement,
+kvjpx::result<kvjpx::box> add_at(kvjpx::box reference, const kvjpx_tool::Placement& placement,
                                  kvjpx::type type) {
   if (is_inside(placement)) return reference.append(type);
   return placement.place == KV_JPX_PLACE_BEFORE ? reference.add_before(type)

@@ -222,7 +222,8 @@ bool is_utf8(std::string_view text) {
 }
 
 std::string json_text(const Json& json) {
-  return json.dump(-1, ' ', isatty(STDOUT_FILENO) != 0, Json::error_handler_t::replace);
+  static const bool is_for_terminal = isatty(STDOUT_FILENO) != 0;
+  return json.dump(-1, ' ', is_for_terminal, Json::error_handler_t::replace);
 }
 
 BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {

@@ -4,6 +4,7 @@
 #include <nettle/sha2.h>
 
 #include "facts.h"
+#include "value.h"
 
 namespace kvjpx_tool {
 namespace {
@@ -52,11 +53,12 @@ std::string html(std::string_view text) {
   for (size_t i = 0; i < text.size(); ++i) {
     const bool is_ascii = (text[i] & 0x80) == 0;
     const bool is_control = text[i] == '\xC2' && i + 1 < text.size() && text[i + 1] < '\xA0';
-    if (is_ascii || (is_valid && !is_control)) {
+    const size_t length = is_control ? 2 : format_control_length(text.substr(i));
+    if (is_ascii || (is_valid && length == 0)) {
       append(html, text[i]);
     } else {
       html += kReplacement;
-      if (is_valid) ++i;
+      if (is_valid) i += length - 1;
     }
   }
   return html;

@@ -72,6 +72,7 @@ class UserCharacters {
 size_t passing_length(std::string_view text) {
   if (text[0] == '\n' || text[0] == '\t') return 1;
   if (text.substr(0, 2) == "\r\n") return 2;
+  if (format_control_length(text) > 0) return 0;
   wchar_t character = 0;
   std::mbstate_t state = {};
   const size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);

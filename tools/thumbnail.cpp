@@ -62,7 +62,7 @@ void write_rows(Picture& picture, uint32_t step, kvjpx_picture::Writer& writer) 
     for (uint32_t y = (step - row % step) % step; y < count; y += step) {
       thin.clear();
       for (uint32_t x = 0; x < format.width; x += step) {
-        const uint16_t* const pixel = rows.data() + y * format.row_samples() + x * channels;
+        const uint16_t* const pixel = rows.data() + y * format.row_samples() + size_t{x} * channels;
         thin.insert(thin.end(), pixel, pixel + channels);
       }
       writer.write_rows(thin.data(), 1);

@@ -83,4 +83,16 @@ bool is_text(std::string_view bytes) {
   });
 }
 
+size_t format_control_length(std::string_view text) {
+  constexpr std::string_view kRanges[][2] = {
+      {"\u061C", "\u061C"}, {"\u180E", "\u180E"}, {"\u200B", "\u200B"},
+      {"\u200E", "\u200F"}, {"\u2028", "\u202E"}, {"\u2060", "\u206F"},
+      {"\uFEFF", "\uFEFF"}, {"\uFFF9", "\uFFFB"}, {"\U000E0001", "\U000E007F"}};
+  for (const auto& [first, last] : kRanges) {
+    const std::string_view begin = text.substr(0, first.size());
+    if (begin >= first && begin <= last) return first.size();
+  }
+  return 0;
+}
+
 }  // namespace kvjpx_tool

@@ -30,6 +30,11 @@ std::string big_endian(uint64_t number, int width);
 // could drive a terminal).
 bool is_text(std::string_view bytes);
 
+// How many bytes at the beginning of a text are a character that is not seen itself and can make
+// others look like what they are not (UTF-8; reversed, for one); 0: none. The joiners, which
+// letters and pictures need, are none.
+size_t format_control_length(std::string_view text);
+
 }  // namespace kvjpx_tool
 
 #endif  // KVJPX_TOOLS_VALUE_H_

@@ -109,7 +109,7 @@ bool write_all(int32_t descriptor, const void* bytes, uint64_t length) {
 
 int32_t write_to_descriptor(Context& context, int32_t descriptor) {
   Environment* const env = &context.environment;
-  uint64_t length;
+  uint64_t length = 0;
   bool is_written;
   if (keeps_everything(context)) {
     KeptOutput* content = plan_kept_output(env, context.index, context.input, &length);

@@ -137,7 +137,7 @@ constexpr Field stored_as(Field field, uint32_t width, Slot slot) {
 }
 
 // The same field, which the box type reads and writes itself.
-constexpr Field stored_apart(Field field) { return stored_as(field, 0, kNoSlot); }
+constexpr Field stored_apart(const Field& field) { return stored_as(field, 0, kNoSlot); }
 
 // What a field answers to the operations of its box.
 int32_t set_field(const Field& field, Box* box, Environment* env, uint64_t index, uint64_t value,

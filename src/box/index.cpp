@@ -263,7 +263,8 @@ BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
 
 void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
   entry_of(*index, id).box = box;
-  if (box != nullptr && box->type == code("flst")) index->has_fragments = true;
+  if (box == nullptr) return;
+  if (box->type == code("flst")) index->has_fragments = true;
   if (index->has_trees) index->has_trees = add_to_tree(env, index, id, box->type);
 }
 

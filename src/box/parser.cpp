@@ -143,8 +143,8 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
   // The limit lies in this frame, which costs no block; an error exit ends the stream as well.
   ReadLimit limit = {header.end, stream->limits};
   stream->limits = &limit;
-  Box* const box = (stream->keeps_everything != 0 ? read_kept : read_content)(env, header, stream,
-                                                                              parent, counter);
+  const bool keeps = index != nullptr && stream->keeps_everything != 0;
+  Box* const box = (keeps ? read_kept : read_content)(env, header, stream, parent, counter);
   stream->limits = limit.next;
   if (index != nullptr) index_settle(env, index, id, box);
   return box;

@@ -57,6 +57,7 @@ Bytes encode(const Recipe& recipe) {
   parameters.numresolution = recipe.levels + 1;
   parameters.image_offset_x0 = static_cast<int>(recipe.area.left);
   parameters.image_offset_y0 = static_cast<int>(recipe.area.top);
+  parameters.csty = recipe.has_markers ? 2 | 4 : 0;
   parameters.tile_size_on = recipe.tile != 0;
   parameters.cp_tdx = parameters.cp_tdy = recipe.tile;
 

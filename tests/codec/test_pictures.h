@@ -28,6 +28,7 @@ struct Recipe {
   bool is_irreversible = false;
   int levels = 3;
   int tile = 0;              // 0: one tile
+  bool has_markers = false;  // SOP and EPH around packet headers
   std::vector<float> rates;  // one layer each; none: one lossless layer
 };
 

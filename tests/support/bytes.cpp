@@ -1,6 +1,8 @@
 // How scripts and transcripts write bytes down (see bytes.h).
 #include "support/bytes.h"
 
+#include <stdexcept>
+
 namespace kvjpx::test {
 namespace {
 
@@ -23,6 +25,7 @@ std::string read_bytes(const std::string& text, size_t& at) {
       result += box(type, read_bytes(text, at));
     } else if (c == '\'') {
       const size_t end = text.find('\'', at);
+      if (end == std::string::npos) throw std::invalid_argument("a quote has no end: " + text);
       result += text.substr(at, end - at);
       at = end + 1;
     } else if (c == '*') {

@@ -1,0 +1,11 @@
+# The name by which write_tiff.cpp loads libtiff: the one that other programs have it linked by.
+find_package(TIFF 4.5 REQUIRED)
+get_target_property(tiff_file TIFF::TIFF IMPORTED_LOCATION_RELEASE)
+if(NOT tiff_file)
+  get_target_property(tiff_file TIFF::TIFF IMPORTED_LOCATION)
+endif()
+execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${tiff_file} OUTPUT_VARIABLE tiff_header)
+if(NOT tiff_header MATCHES "SONAME +([^\n ]+)")
+  message(FATAL_ERROR "${tiff_file} is no shared library")
+endif()
+set(KVJPX_LIBTIFF ${CMAKE_MATCH_1} CACHE INTERNAL "For the dependencies of the Debian package, too")
