@@ -1386,8 +1386,29 @@ class document {
 class box_paths {
  public:
   explicit box_paths(const document& file) : root_(file.root()) {
-    entries_.push_back({0, KV_JPX_ROOT, KV_JPX_ROOT, 0, 0, 0});
-    for (size_t i = 0; i < entries_.size(); ++i) add_children(i);
+    std::vector<entry> boxes = all_boxes();
+    for (size_t i = 1; i < boxes.size(); ++i) ++boxes[boxes[i].parent].child_count;
+    uint32_t place = 1;
+    uint32_t largest_id = 0;
+    for (entry& container : boxes) {
+      container.first_child = place;
+      place += container.child_count;
+      if (&container != boxes.data()) largest_id = std::max(largest_id, container.id);
+    }
+    entries_.resize(boxes.size());
+    place_of_.resize(boxes.size() > 1 ? size_t{largest_id} + 1 : 0);
+    entries_[0] = boxes[0];
+    // The next place for a box of the container, by the container's.
+    std::vector<uint32_t> next_place(boxes.size());
+    for (size_t i = 0; i < boxes.size(); ++i) next_place[i] = boxes[i].first_child;
+    for (size_t i = 1; i < boxes.size(); ++i) entries_[next_place[boxes[i].parent]++] = boxes[i];
+    for (const entry& container : boxes) number_children(container);
+    for (size_t i = 0; i < entries_.size(); ++i) {
+      const entry& container = entries_[i];
+      for (uint32_t k = 0; k < container.child_count; ++k) {
+        entries_[container.first_child + k].parent = static_cast<uint32_t>(i);
+      }
+    }
   }
 
   /** The number of boxes. */
@@ -1431,25 +1452,33 @@ class box_paths {
     friend bool operator<(const entry& a, const entry& b) { return a.box_type < b.box_type; }
   };
 
-  void add_children(size_t container) {
-    const size_t first = entries_.size();
-    uint32_t largest_id = 0;
-    for (box child = box(root_.document_, entries_[container].id).first_child(); child;
-         child = child.next()) {
-      entries_.push_back(
-          {static_cast<uint32_t>(container), child.type().code(), child.id(), 0, 0, 0});
-      largest_id = std::max(largest_id, child.id());
+  // In their order, so that no box is looked at twice; the parent is a place in this list.
+  std::vector<entry> all_boxes() const {
+    std::vector<entry> boxes = {{0, KV_JPX_ROOT, KV_JPX_ROOT, 0, 0, 0}};
+    uint32_t parent = 0;
+    box current = root_.first_child();
+    while (current || parent != 0) {
+      if (!current) {
+        current = box(root_.document_, boxes[parent].id).next();
+        parent = boxes[parent].parent;
+        continue;
+      }
+      boxes.push_back({parent, current.type().code(), current.id(), 0, 0, 0});
+      const box child = current.first_child();
+      if (child) parent = static_cast<uint32_t>(boxes.size() - 1);
+      current = child ? child : current.next();
     }
-    if (first == entries_.size()) return;
-    entries_[container].first_child = static_cast<uint32_t>(first);
-    entries_[container].child_count = static_cast<uint32_t>(entries_.size() - first);
-    const auto begin = entries_.begin() + static_cast<std::ptrdiff_t>(first);
-    if (!std::is_sorted(begin, entries_.end())) std::stable_sort(begin, entries_.end());
-    if (largest_id >= place_of_.size()) place_of_.resize(size_t{largest_id} + 1, 0);
-    for (size_t i = first; i < entries_.size(); ++i) {
-      const bool continues = i > first && !(entries_[i - 1] < entries_[i]);
-      entries_[i].index = continues ? entries_[i - 1].index + 1 : 0;
-      place_of_[entries_[i].id] = static_cast<uint32_t>(i);
+    return boxes;
+  }
+
+  void number_children(const entry& container) {
+    const auto begin = entries_.begin() + container.first_child;
+    const auto end = begin + container.child_count;
+    if (!std::is_sorted(begin, end)) std::stable_sort(begin, end);
+    for (auto child = begin; child != end; ++child) {
+      const bool continues = child != begin && !(child[-1] < *child);
+      child->index = continues ? child[-1].index + 1 : 0;
+      place_of_[child->id] = static_cast<uint32_t>(child - entries_.begin());
     }
   }
 

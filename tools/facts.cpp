@@ -148,9 +148,14 @@ bool is_plain(std::string_view text) {
 }
 
 // Texts of JSON are put together by hand where there are as many as boxes.
+constexpr size_t kUsualText = 500;
+
 std::string quote(std::string_view text) {
   if (!is_plain(text)) return json_text(text);
-  return std::string().append("\"").append(text).append("\"");
+  std::string quoted;
+  quoted.reserve(text.size() + 2);
+  quoted.append("\"").append(text) += '"';
+  return quoted;
 }
 
 std::string number_text(uint64_t number) {
@@ -158,10 +163,13 @@ std::string number_text(uint64_t number) {
 }
 
 std::string bytes_text(std::string_view bytes) {
-  std::string text =
-      "{\"length\":" + number_text(bytes.size()) + ",\"sha256\":\"" + sha256(bytes) + "\"";
-  if (bytes.size() <= kFewBytes) text += ",\"hex\":\"" + to_hex(bytes) + "\"";
-  return text + "}";
+  std::string text;
+  text.reserve(kUsualText);
+  text.append("{\"length\":").append(number_text(bytes.size()));
+  text.append(",\"sha256\":\"").append(sha256(bytes)) += '"';
+  if (bytes.size() <= kFewBytes) text.append(",\"hex\":\"").append(to_hex(bytes)) += '"';
+  text += '}';
+  return text;
 }
 
 // What is in a box.
@@ -237,12 +245,14 @@ BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
 
 std::string head_text(const BoxHead& head) {
   const uint32_t flags = head.extent.flags;
-  std::string text = "{\"path\":" + quote(head.path);
-  text += ",\"type\":" + quote(code_text(head.type.code()));
-  text += ",\"id\":" + std::to_string(head.box.id());
-  text += ",\"offset\":" + number_text(head.extent.offset);
-  text += ",\"length\":" + number_text(head.length());
-  text += ",\"header_length\":" + std::to_string(head.extent.header_length);
+  std::string text;
+  text.reserve(kUsualText);
+  text.append("{\"path\":").append(quote(head.path));
+  text.append(",\"type\":").append(quote(code_text(head.type.code())));
+  text.append(",\"id\":").append(std::to_string(head.box.id()));
+  text.append(",\"offset\":").append(number_text(head.extent.offset));
+  text.append(",\"length\":").append(number_text(head.length()));
+  text.append(",\"header_length\":").append(std::to_string(head.extent.header_length));
   text += (flags & KV_JPX_BOX_OPEN_ENDED) != 0    ? ",\"header\":\"open-ended\""
           : (flags & KV_JPX_BOX_LONG_HEADER) != 0 ? ",\"header\":\"64-bit\""
                                                   : ",\"header\":\"32-bit\"";
@@ -252,7 +262,8 @@ std::string head_text(const BoxHead& head) {
     if (text.back() != '[') text += ',';
     text += quote(mark);
   }
-  return text + "]}";
+  text += "]}";
+  return text;
 }
 
 Json head_facts(const BoxHead& head) { return Json::parse(head_text(head)); }
@@ -282,9 +293,10 @@ std::string box_text(const BoxHead& head) {
   if (content.bytes) text += ",\"payload\":" + bytes_text(*content.bytes);
   if (content.is_text) {
     text.pop_back();
-    text += ",\"text\":" + quote(*content.bytes) + "}";
+    text.append(",\"text\":").append(quote(*content.bytes)) += '}';
   }
-  return text + "}";
+  text += '}';
+  return text;
 }
 
 std::string profile_description(std::string_view bytes) {

@@ -124,12 +124,8 @@ class Buffer : public std::streambuf {
 
   std::streamsize xsputn(const char* text, std::streamsize length) override {
     const std::string_view piece(text, static_cast<size_t>(length));
-    const size_t line_end = piece.rfind('\n');
-    if (!wants_lines_) {
-      passable_ = pending_.size() + piece.size();
-    } else if (line_end != piece.npos) {
-      passable_ = pending_.size() + line_end + 1;
-    }
+    const size_t passable = wants_lines_ ? piece.rfind('\n') + 1 : piece.size();
+    if (passable != 0) passable_ = pending_.size() + passable;
     pending_ += piece;
     if (passable_ >= kPiece) {
       sink_(std::string_view(pending_).substr(0, passable_));

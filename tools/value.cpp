@@ -61,12 +61,11 @@ std::optional<std::string> parse_hex(const std::string& digits) {
 
 std::string to_hex(std::string_view bytes) {
   static const char kDigits[] = "0123456789abcdef";
-  std::string digits;
-  digits.reserve(bytes.size() * 2);
-  for (const char byte : bytes) {
-    const unsigned value = static_cast<unsigned char>(byte);
-    digits += kDigits[value >> 4];
-    digits += kDigits[value & 15];
+  std::string digits(bytes.size() * 2, '0');
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const unsigned value = static_cast<unsigned char>(bytes[i]);
+    digits[2 * i] = kDigits[value >> 4];
+    digits[2 * i + 1] = kDigits[value & 15];
   }
   return digits;
 }
