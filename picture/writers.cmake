@@ -1,6 +1,5 @@
 # Writers of picture files, each of them row by row.
 find_package(PNG 1.6 REQUIRED)
-find_package(TIFF 4.5 REQUIRED)
 find_package(JPEG REQUIRED)
 find_package(ZLIB REQUIRED)
 
