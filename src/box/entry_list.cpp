@@ -8,12 +8,24 @@ namespace {
 
 void reserve(Environment* env, EntryList* list, uint64_t entry_size, uint64_t slots) {
   if (slots <= list->capacity) return;
+  const uint64_t in_room = sizeof(list->room) / entry_size;
+  if (slots <= in_room) {  // it had none
+    memset(list->room, 0, sizeof(list->room));
+    list->entries = list->room;
+    list->capacity = in_room;
+    return;
+  }
   const uint64_t step = list->capacity + list->capacity / 2;
   const uint64_t capacity = slots > step ? slots : step;
   uint64_t size;
   if (__builtin_mul_overflow(capacity, entry_size, &size)) JPX_ErrorExit(env, JPX_ERR_MEMORY);
   const uint64_t old_size = list->capacity * entry_size;
-  list->entries = static_cast<uint8_t*>(reallocate(env, list->entries, size));
+  if (list->entries == list->room) {
+    list->entries = static_cast<uint8_t*>(allocate(env, size));
+    memcpy(list->entries, list->room, old_size);
+  } else {
+    list->entries = static_cast<uint8_t*>(reallocate(env, list->entries, size));
+  }
   memset(list->entries + old_size, 0, size - old_size);
   list->capacity = capacity;
 }
@@ -51,6 +63,7 @@ void list_provide_spare(Environment* env, EntryList* list, uint64_t entry_size) 
 }
 
 void list_release(Environment* env, EntryList* list) {
+  if (list->entries == list->room) list->entries = nullptr;
   release(env, list->entries);
   list->count = 0;
   list->capacity = 0;

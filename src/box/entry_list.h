@@ -13,6 +13,11 @@ struct EntryList {
   uint8_t* entries;  // null until first sized
   uint64_t count;
   uint64_t capacity;  // slots, the spare one included
+  // What a short list needs no block for: most lists of most files. So a list must not be copied.
+  alignas(uint64_t) uint8_t room[40];
+
+  EntryList(const EntryList&) = delete;
+  EntryList& operator=(const EntryList&) = delete;
 };
 
 // Gives the list `count` entries. New ones are zero; those cut off are lost.

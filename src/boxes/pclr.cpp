@@ -324,16 +324,18 @@ void widen_table(PclrBox* self, Environment* env, uint64_t columns) {
     if (places > self->values.count) list_set_count(env, &self->values, kValueSize, places);
     return;
   }
-  EntryList wider = {};
-  const uint64_t rows = self->stride != 0 ? self->values.count / self->stride : 0;
+  EntryList& values = self->values;
+  const uint64_t rows = self->stride != 0 ? values.count / self->stride : 0;
   const uint64_t needed = rows > self->entry_count ? rows : self->entry_count;
-  list_resize(env, &wider, kValueSize, needed * columns);
-  for (uint64_t place = 0; place < rows * self->stride; ++place) {
-    *entry_at<uint32_t>(wider, place / self->stride * columns + place % self->stride) =
-        *entry_at<uint32_t>(self->values, place);
+  list_resize(env, &values, kValueSize, rows * self->stride);
+  list_resize(env, &values, kValueSize, needed * columns);
+  // From the last one, as each goes further back.
+  for (uint64_t place = rows * self->stride; place-- != 0;) {
+    uint32_t* const from = entry_at<uint32_t>(values, place);
+    const uint32_t value = *from;
+    *from = 0;
+    *entry_at<uint32_t>(values, place / self->stride * columns + place % self->stride) = value;
   }
-  list_release(env, &self->values);
-  self->values = wider;
   self->stride = static_cast<uint8_t>(columns);
 }
 
