@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace kvjpx_tool {
 namespace {
@@ -16,25 +17,30 @@ constexpr size_t kLargestCut = 0;
 #else
 constexpr size_t kLargestCut = size_t{16} << 10;
 #endif
-constexpr size_t kFirstPiece = size_t{64} << 10;
+constexpr size_t kSmallPiece = size_t{64} << 10;  // the first, and where memory is short
 constexpr size_t kLargePage = size_t{2} << 20;
 constexpr size_t kLargestPiece = 16 * kLargePage;
 
 }  // namespace
 
-void Arena::Free::operator()(char* piece) const { std::free(piece); }
+Arena::~Arena() {
+  while (last_piece_ != nullptr) std::free(std::exchange(last_piece_, last_piece_->before));
+}
 
 bool Arena::add_piece() {
-  const size_t size =
-      pieces_.empty() ? kFirstPiece : std::min(kLargestPiece, kLargePage << (pieces_.size() - 1));
-  const bool is_large = size >= kLargePage;
-  auto* const piece =
-      static_cast<char*>(is_large ? std::aligned_alloc(kLargePage, size) : std::malloc(size));
+  size_t size = std::min(kLargestPiece, kLargePage << std::min<size_t>(pieces_, 8));
+  void* piece = last_piece_ != nullptr ? std::aligned_alloc(kLargePage, size) : nullptr;
+  if (piece != nullptr) {
+    madvise(piece, size, MADV_HUGEPAGE);  // as good without, only slower
+  } else {
+    size = kSmallPiece;
+    piece = std::malloc(size);
+  }
   if (piece == nullptr) return false;
-  if (is_large) madvise(piece, size, MADV_HUGEPAGE);  // as good without, only slower
-  pieces_.emplace_back(piece);
-  next_ = piece;
-  left_ = size;
+  last_piece_ = new (piece) Piece{last_piece_};
+  ++pieces_;
+  next_ = reinterpret_cast<char*>(last_piece_ + 1);
+  left_ = size - sizeof(Piece);
   return true;
 }
 

@@ -6,8 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
 namespace kvjpx_tool {
 
@@ -15,6 +13,11 @@ namespace kvjpx_tool {
 // cut last; the rest waits for the arena's end.
 class Arena {
  public:
+  Arena() = default;
+  ~Arena();
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
+
   // For kv_jpx_create_with_memory_manager, with the arena as user data; it must outlive the
   // context.
   static void* allocate(void* arena, size_t size);
@@ -24,14 +27,15 @@ class Arena {
   struct alignas(std::max_align_t) Head {
     size_t size;  // of the block behind it; 0: it was not cut from a piece
   };
-  struct Free {
-    void operator()(char* piece) const;
+  struct alignas(std::max_align_t) Piece {
+    Piece* before;
   };
 
   void* cut(size_t size);
   bool add_piece();
 
-  std::vector<std::unique_ptr<char, Free>> pieces_;
+  Piece* last_piece_ = nullptr;
+  size_t pieces_ = 0;
   char* next_ = nullptr;
   size_t left_ = 0;
 };
