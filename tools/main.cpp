@@ -8,6 +8,7 @@
 #include <map>
 #include <new>
 #include <sstream>
+#include <utility>
 
 #include "commands.h"
 #include "input_file.h"
@@ -239,7 +240,7 @@ class CommandLine {
       if (without.empty()) throw Failure(kUsage, "FILE and PATH.FIELD are required");
       return without;
     }
-    const std::string path = words.back();
+    std::string path = std::move(words.back());
     words.pop_back();
     return path;
   }
