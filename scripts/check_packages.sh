@@ -59,6 +59,8 @@ if ls /usr/share/doc/*kvj*/old 2>/dev/null; then
 fi
 libraries=$(dirname "$(find /usr/lib -name libkvjpx.so)")
 tests/consumers/run.sh --installed /usr "$libraries" /usr/bin/python3 cc c++
+quietly env KVJPX_LIBRARY="$libraries/libkvjpx.so" KVJPX_PROGRAM=/usr/bin/kvjpx KVJPX_SAMPLES="$2/samples" \
+  PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m unittest discover -s python/tests
 kvjpx decode samples/minimal.jp2 --format raw -o - >/dev/null
 quietly man -w kvjpx
 /usr/bin/python3 -c 'import ctypes; ctypes.CDLL("libkvjpx.so"); ctypes.CDLL("libkvjpx.so.1")'
