@@ -4,7 +4,8 @@ include(${CMAKE_CURRENT_LIST_DIR}/targets.cmake)
 
 function(kvjpx_add_fuzz_replays)
   foreach(name IN LISTS kvjpx_fuzzers)
-    if(name MATCHES "decode|picture" AND NOT TARGET kvj2k OR name STREQUAL dump AND NOT TARGET kvjpx_facts)
+    if(name MATCHES "decode|picture" AND NOT TARGET kvj2k OR name STREQUAL dump AND NOT TARGET kvjpx_facts
+       OR name STREQUAL check AND NOT TARGET kvjpx_check)
       continue()
     endif()
     set(target kvjpx_fuzz_replay_${name})
