@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t kForeverSet = 65535;
 constexpr size_t kMostInstructions = 1 << 16;
 constexpr size_t kMostDraws = 1 << 20;
+// Of a frame: a layer that is being read takes half a megabyte and more.
+constexpr size_t kMostOpen = 64;
 
 bool covers(const Draw& upper, const Draw& lower) {
   return upper.is_opaque && upper.x <= lower.x && upper.y <= lower.y &&
@@ -270,7 +272,8 @@ std::vector<Placement::Mean> Placement::means(uint32_t layer_reduction, uint32_t
 }
 
 FrameRows::FrameRows(const File& file, const CompositionPlan& plan, size_t frame,
-                     const Rectangle& wanted, const Effort& effort, Notes& notes) {
+                     const Rectangle& wanted, const Effort& effort, Notes& notes)
+    : file_(file), notes_(notes) {
   format_ = plan.format();
   if (wanted.left >= format_.width || wanted.top >= format_.height) {
     throw Error(Error::Kind::kUndecodable, "the region lies outside the image of " +
@@ -288,29 +291,33 @@ FrameRows::FrameRows(const File& file, const CompositionPlan& plan, size_t frame
   format_.dots_per_metre_y =
       std::ldexp(format_.dots_per_metre_y, -static_cast<int>(effort.reduction));
   check_size(format_.width, format_.height, format_.channels(), 1, effort.sample_limit);
-  for (const Draw& draw : plan.frames()[frame].draws) place(file, draw, region, effort, notes);
+  for (const Draw& draw : plan.frames()[frame].draws) place(draw, region, effort);
 }
 
-void FrameRows::place(const File& file, const Draw& draw, const Rectangle& region,
-                      const Effort& effort, Notes& notes) {
+void FrameRows::place(const Draw& draw, const Rectangle& region, const Effort& effort) {
   const Placement x({region.left, region.right, draw.x, draw.width, draw.crop.x, draw.crop.width},
                     effort.reduction);
   const Placement y({region.top, region.bottom, draw.y, draw.height, draw.crop.y, draw.crop.height},
                     effort.reduction);
   if (x.count() == 0 || y.count() == 0) return;
-  Effort of_layer = effort;
-  of_layer.reduction = std::min({x.layer_reduction(), y.layer_reduction(), draw.levels});
-  LayerRows::Part part;
-  part.number = draw.layer;
-  part.region = {x.needed_begin(of_layer.reduction), y.needed_begin(of_layer.reduction),
-                 x.needed_end(), y.needed_end()};
-  auto layer = std::make_unique<LayerRows>(file, part, of_layer, notes);
-  Placed placed;
-  placed.left = x.first();
-  placed.top = y.first();
+  Placed placed{x, y, {}, effort};
+  placed.effort.reduction = std::min({x.layer_reduction(), y.layer_reduction(), draw.levels});
+  placed.part.number = draw.layer;
+  placed.part.region = {x.needed_begin(placed.effort.reduction),
+                        y.needed_begin(placed.effort.reduction), x.needed_end(), y.needed_end()};
+  open(placed);
+  const Format& source = placed.source->format();
+  const uint64_t rows = source.height / placed.rows.size() + 1;
+  placed.bytes_a_row = source.row_samples() * rows * 3 * sizeof(uint32_t);
+  if (placed_.size() >= kMostOpen) close(placed);
+  placed_.push_back(std::move(placed));
+}
+
+void FrameRows::open(Placed& placed) {
+  auto layer = std::make_unique<LayerRows>(file_, placed.part, placed.effort, notes_);
   placed.layer = layer.get();
-  placed.columns = x.means(of_layer.reduction, layer->format().width);
-  placed.rows = y.means(of_layer.reduction, layer->format().height);
+  placed.columns = placed.x.means(placed.effort.reduction, layer->format().width);
+  placed.rows = placed.y.means(placed.effort.reduction, layer->format().height);
   const auto is_one = [](const Placement::Mean& mean) { return mean.weights.size() == 1; };
   placed.is_plain = std::all_of(placed.columns.begin(), placed.columns.end(), is_one) &&
                     std::all_of(placed.rows.begin(), placed.rows.end(), is_one);
@@ -319,37 +326,52 @@ void FrameRows::place(const File& file, const Draw& draw, const Rectangle& regio
   wanted.height = layer->format().height;
   wanted.opacity = layer->format().opacity == Opacity::kNone ? Opacity::kNone : Opacity::kStraight;
   placed.source = std::make_unique<ConvertedRows>(std::move(layer), wanted);
-  placed_.push_back(std::move(placed));
+}
+
+void FrameRows::close(Placed& placed) {
+  was_anything_there_ = was_anything_there_ || placed.layer->is_anything_there();
+  placed.source = nullptr;
+  placed.columns = {};
+  placed.rows = {};
 }
 
 bool FrameRows::is_anything_there() const {
-  return placed_.empty() || std::any_of(placed_.begin(), placed_.end(), [](const Placed& placed) {
-           return placed.layer->is_anything_there();
+  return placed_.empty() || was_anything_there_ ||
+         std::any_of(placed_.begin(), placed_.end(), [](const Placed& placed) {
+           return placed.source != nullptr && placed.layer->is_anything_there();
          });
 }
 
 void FrameRows::read(uint32_t first, uint32_t count, uint16_t* out) {
   std::fill_n(out, format_.row_samples() * count, uint16_t{0});
-  for (const Placed& placed : placed_) draw(placed, first, count, out);
+  for (size_t i = 0; i < placed_.size(); ++i) {
+    Placed& placed = placed_[i];
+    const uint32_t begin = placed.y.first();
+    if (begin >= first + count || begin + placed.y.count() <= first) continue;
+    if (placed.source == nullptr) open(placed);
+    draw(placed, first, count, out);
+    if (i >= kMostOpen) close(placed);
+  }
 }
 
 uint32_t FrameRows::good_count(uint32_t first) const {
   uint64_t bytes = format_.row_samples() * sizeof(uint16_t);
-  for (const Placed& placed : placed_) {
-    const Format& source = placed.source->format();
-    const uint64_t rows = source.height / placed.rows.size() + 1;
-    bytes += source.row_samples() * rows * 3 * sizeof(uint32_t);
+  uint64_t largest = 0;  // of those that are open one at a time
+  for (size_t i = 0; i < placed_.size(); ++i) {
+    const uint64_t here = placed_[i].bytes_a_row;
+    if (i < kMostOpen) bytes += here;
+    if (i >= kMostOpen) largest = std::max(largest, here);
   }
+  bytes += largest;
   return std::min(rows_of_strip(format_, bytes), format_.height - first);
 }
 
-void FrameRows::draw(const Placed& placed, uint32_t first, uint32_t count, uint16_t* out) {
-  const auto rows = static_cast<uint32_t>(placed.rows.size());
-  const uint32_t begin = std::max(first, placed.top);
-  const uint32_t end = std::min(first + count, placed.top + rows);
-  if (begin >= end) return;
-  const Placement::Mean& uppermost = placed.rows[begin - placed.top];
-  const Placement::Mean& lowest = placed.rows[end - 1 - placed.top];
+void FrameRows::draw(Placed& placed, uint32_t first, uint32_t count, uint16_t* out) {
+  const uint32_t top = placed.y.first();
+  const uint32_t begin = std::max(first, top);
+  const uint32_t end = std::min(first + count, top + placed.y.count());
+  const Placement::Mean& uppermost = placed.rows[begin - top];
+  const Placement::Mean& lowest = placed.rows[end - 1 - top];
   const uint32_t source_begin = uppermost.first;
   const auto source_end = static_cast<uint32_t>(lowest.first + lowest.weights.size());
   const Format& source = placed.source->format();
@@ -361,7 +383,7 @@ void FrameRows::draw(const Placed& placed, uint32_t first, uint32_t count, uint1
   const bool has_opacity = source.opacity != Opacity::kNone;
   row_.resize(placed.columns.size() * channels);
   for (uint32_t y = begin; y < end; ++y) {
-    const Placement::Mean& down = placed.rows[y - placed.top];
+    const Placement::Mean& down = placed.rows[y - top];
     const uint16_t* const rows_from =
         strip_.data() + source.row_samples() * (down.first - source_begin);
     uint16_t* pixel = row_.data();
@@ -390,8 +412,9 @@ void FrameRows::draw(const Placed& placed, uint32_t first, uint32_t count, uint1
         *pixel = static_cast<uint16_t>(std::min<double>(mean, greatest));
       }
     }
-    blend_row(placed, row_.data(),
-              out + format_.row_samples() * (y - first) + size_t{placed.left} * format_.channels());
+    blend_row(
+        placed, row_.data(),
+        out + format_.row_samples() * (y - first) + size_t{placed.x.first()} * format_.channels());
   }
 }
 

@@ -109,7 +109,7 @@ class Placement {
 
 class FrameRows final : public Rows {
  public:
-  // The plan must outlive it.
+  // The file and the notes must outlive it.
   FrameRows(const File& file, const CompositionPlan& plan, size_t frame, const Rectangle& region,
             const Effort& effort, Notes& notes);
 
@@ -119,17 +119,25 @@ class FrameRows final : public Rows {
 
  private:
   struct Placed {
-    uint32_t left, top;
-    std::vector<Placement::Mean> columns, rows;
+    Placement x, y;
+    LayerRows::Part part;
+    Effort effort;
+    uint64_t bytes_a_row = 0;  // that reading takes while a row of the result is made
+    // While it is open:
+    std::vector<Placement::Mean> columns = {}, rows = {};
     bool is_plain = true;  // no sample is a mean of several
-    std::unique_ptr<Rows> source;
+    std::unique_ptr<Rows> source = nullptr;
     const LayerRows* layer = nullptr;
   };
-  void place(const File& file, const Draw& draw, const Rectangle& region, const Effort& effort,
-             Notes& notes);
-  void draw(const Placed& placed, uint32_t first, uint32_t count, uint16_t* out);
+  void place(const Draw& draw, const Rectangle& region, const Effort& effort);
+  void open(Placed& placed);
+  void close(Placed& placed);
+  void draw(Placed& placed, uint32_t first, uint32_t count, uint16_t* out);
   void blend_row(const Placed& placed, const uint16_t* from, uint16_t* to) const;
 
+  const File& file_;
+  Notes& notes_;
+  bool was_anything_there_ = false;  // in layers that are closed again
   std::vector<Placed> placed_;
   std::vector<uint16_t> strip_;
   std::vector<uint16_t> row_;
