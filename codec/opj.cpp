@@ -2,9 +2,10 @@
 #include "opj.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace kvj2k {
@@ -63,6 +64,17 @@ OPJ_OFF_T skip_target(OPJ_OFF_T distance, void* user) {
   return seek_target(position, user) ? distance : -1;
 }
 
+std::optional<int64_t> number_behind(const std::string& text, std::string_view words) {
+  const size_t at = text.find(words);
+  if (at == text.npos) return std::nullopt;
+  int64_t number = 0;
+  const char* const begin = text.data() + at + words.size();
+  if (std::from_chars(begin, text.data() + text.size(), number).ec != std::errc()) {
+    return std::nullopt;
+  }
+  return number;
+}
+
 }  // namespace
 
 void OpjMessages::listen_to(opj_codec_t* codec) { opj_set_error_handler(codec, &add, this); }
@@ -100,15 +112,11 @@ Failure OpjMessages::failure(kv_j2k_error code, const std::string& what) const {
 // "segment too long (300) with max (200) for codeblock 3 (p=0, b=2, r=4, c=0)"
 std::optional<BrokenPacket> broken_packet(const Failure& failure) {
   const std::string text = failure.what();
-  const size_t at = text.find("segment too long (");
-  const size_t block = text.find("codeblock ", at);
-  long long needed = 0, there = 0;
-  if (block == text.npos ||
-      std::sscanf(text.c_str() + at, "segment too long (%lld) with max (%lld)", &needed, &there) !=
-          2) {
-    return std::nullopt;
-  }
-  return BrokenPacket{needed, there, text.substr(block, text.find(')', block) - block)};
+  const auto needed = number_behind(text, "segment too long (");
+  const auto there = number_behind(text, ") with max (");
+  const size_t block = text.find("codeblock ");
+  if (!needed || !there || block == text.npos) return std::nullopt;
+  return BrokenPacket{*needed, *there, text.substr(block, text.find(')', block) - block)};
 }
 
 uint32_t thread_count(uint32_t asked) {
