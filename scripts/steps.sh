@@ -78,11 +78,11 @@ build_tree() {
   step "$1/build.log" cmake --build "$@"
 }
 
-# Runs the tests of a build folder. Leaves out what passed, except for the counts.
-# usage: run_tests FOLDER
+# Runs the tests of a build folder, one more at a time than there are processors, as some wait.
+# Leaves out what passed, except for the counts. usage: run_tests FOLDER
 run_tests() {
   local failed=0
-  ctest --test-dir "$1" --output-on-failure -j2 2>&1 </dev/null | progress "$1/tests.log" || failed=1
+  ctest --test-dir "$1" --output-on-failure -j$(($(nproc) + 1)) 2>&1 </dev/null | progress "$1/tests.log" || failed=1
   grep -avE '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$|^$' \
     "$1/tests.log"
   return $failed
