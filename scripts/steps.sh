@@ -79,11 +79,13 @@ build_tree() {
 }
 
 # Runs the tests of a build folder, one more at a time than there are processors, as some wait.
-# Leaves out what passed, except for the counts. usage: run_tests FOLDER
+# Leaves out what passed, except for the counts. usage: run_tests FOLDER [arguments of ctest]
 run_tests() {
-  local failed=0
-  ctest --test-dir "$1" --output-on-failure -j$(($(nproc) + 1)) 2>&1 </dev/null | progress "$1/tests.log" || failed=1
+  local dir=$1 failed=0
+  shift
+  ctest --test-dir "$dir" --output-on-failure -j$(($(nproc) + 1)) "$@" 2>&1 </dev/null |
+    progress "$dir/tests.log" || failed=1
   grep -avE '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$|^$' \
-    "$1/tests.log"
+    "$dir/tests.log"
   return $failed
 }
