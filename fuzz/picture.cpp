@@ -15,7 +15,6 @@ namespace {
 using kvjpx_picture::Error;
 using kvjpx_picture::FileFormat;
 using kvjpx_picture::Format;
-using kvjpx_picture::Opacity;
 using kvjpx_picture::Picture;
 using kvjpx_picture::Request;
 
