@@ -359,8 +359,11 @@ uint32_t FrameRows::good_count(uint32_t first) const {
   uint64_t largest = 0;  // of those that are open one at a time
   for (size_t i = 0; i < placed_.size(); ++i) {
     const uint64_t here = placed_[i].bytes_a_row;
-    if (i < kMostOpen) bytes += here;
-    if (i >= kMostOpen) largest = std::max(largest, here);
+    if (i < kMostOpen) {
+      bytes += here;
+    } else {
+      largest = std::max(largest, here);
+    }
   }
   bytes += largest;
   return std::min(rows_of_strip(format_, bytes), format_.height - first);

@@ -279,10 +279,10 @@ std::string zsh(const CLI::App& program) {
       const std::vector<std::string> option_names = names_of(*option);
       const std::string value = value_of(*option);
       for (const std::string& name : option_names) {
-        std::string spec = "(" + joined(option_names, " ") + ")" + name + "[" +
-                           zsh_text(option->get_description()) + "]";
-        if (!value.empty()) spec += ":" + zsh_text(value) + ":" + zsh_action(value);
-        rows += " \\\n        " + quote(spec);
+        std::string entry = "(" + joined(option_names, " ") + ")" + name + "[" +
+                            zsh_text(option->get_description()) + "]";
+        if (!value.empty()) entry += ":" + zsh_text(value) + ":" + zsh_action(value);
+        rows += " \\\n        " + quote(entry);
       }
     }
     const Options operands = operands_of(*command);
