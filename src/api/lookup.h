@@ -17,6 +17,7 @@ inline void destroy_tree(Context& context) {
   Environment* const env = &context.environment;
   if (context.root != nullptr) {
     begin_tree_end(env);
+    index_end_boxes(env, context.index);
     context.root->box_destroy(context.root, env);
     finish_tree_end(env);
   }

@@ -90,7 +90,7 @@ void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
   self->payload_offset = bs_get_current_position(env, stream);
   self->payload_length = bytes_left(stream);
   self->source = stream;
-  skip_content(env, stream);
+  if (self->payload_length != 0) move_to(env, stream, limit_of(stream));
   stream->unread = 0;
 }
 

@@ -27,27 +27,8 @@ void unlink_box(Box* box) {
 Box* make_record(Environment* env, size_t size, uint32_t kind, uint32_t type, Box* parent,
                  uint32_t id, const BoxOperations& op) {
   auto* box = static_cast<Box*>(allocate(env, size));
+  *box = {{kind, type, id, parent, nullptr, nullptr}, op};
   if (size > sizeof(Box)) memset(box + 1, 0, size - sizeof(Box));
-  *box = {kind,
-          type,
-          id,
-          parent,
-          nullptr,
-          nullptr,
-          op.length,
-          jpx_box_length,
-          op.render,
-          jpx_box_render,
-          op.print,
-          jpx_box_destroy,
-          op.destroy,
-          op.find_by_id,
-          op.find_by_type,
-          op.set_int_field,
-          op.get_int_field,
-          op.get_field_count,
-          op.set_buffer_field,
-          op.get_buffer_field};
   mark_block(box, kBoxInTree);
   return box;
 }
@@ -60,9 +41,10 @@ Box* jpx_make_box(Environment* env, size_t record_size, uint32_t kind, uint32_t 
                   SetIntFieldFn* set_int_field, GetIntFieldFn* get_int_field,
                   GetFieldCountFn* get_field_count, SetBufferFieldFn* set_buffer_field,
                   GetBufferFieldFn* get_buffer_field) {
-  return make_record(env, record_size, kind, type, parent, id,
-                     {length, render, print, destroy, find_by_id, find_by_type, set_int_field,
-                      get_int_field, get_field_count, set_buffer_field, get_buffer_field});
+  return make_record(
+      env, record_size, kind, type, parent, id,
+      operations_of(length, render, print, destroy, find_by_id, find_by_type, set_int_field,
+                    get_int_field, get_field_count, set_buffer_field, get_buffer_field));
 }
 
 uint64_t jpx_box_length(Box* box) {

@@ -36,13 +36,16 @@ using SetBufferFieldFn = int32_t(Box*, Environment*, uint32_t key, uint64_t coun
 using GetBufferFieldFn = int32_t(Box*, Environment*, uint32_t key, uint64_t* count,
                                  uint32_t* element_size, void** buffer);
 
-struct Box {
+// Where a box stands, then what it does: the two parts of its record.
+struct BoxPlace {
   uint32_t kind;
   uint32_t type;
   uint32_t id;
   Box* parent;
   Box* next;
   Box* previous;
+};
+struct BoxOperations {
   LengthFn* length;      // of the content, in bytes
   LengthFn* box_length;  // with the header
   RenderFn* render;
@@ -58,27 +61,13 @@ struct Box {
   SetBufferFieldFn* set_buffer_field;
   GetBufferFieldFn* get_buffer_field;
 };
-static_assert(offsetof(Box, id) == 8 && offsetof(Box, parent) == 16,
+struct Box : BoxPlace, BoxOperations {};
+static_assert(offsetof(BoxPlace, id) == 8 && offsetof(BoxPlace, parent) == 16 &&
+                  (sizeof(void*) != 8 ||
+                   (sizeof(BoxPlace) == 40 && offsetof(BoxOperations, print) == 32 &&
+                    offsetof(BoxOperations, find_by_id) == 56 &&
+                    offsetof(BoxOperations, get_buffer_field) == 104 && sizeof(Box) == 152)),
               "the record's layout is part of the interface");
-static_assert(sizeof(void*) != 8 ||
-                  (offsetof(Box, length) == 40 && offsetof(Box, print) == 72 &&
-                   offsetof(Box, find_by_id) == 96 && offsetof(Box, get_buffer_field) == 144),
-              "the record's layout is part of the interface");
-
-// The operations that a box type brings, in the order of jpx_make_box.
-struct BoxOperations {
-  LengthFn* length;
-  RenderFn* render;
-  PrintFn* print;
-  DestroyFn* destroy;
-  FindByIdFn* find_by_id;
-  FindByTypeFn* find_by_type;
-  SetIntFieldFn* set_int_field;
-  GetIntFieldFn* get_int_field;
-  GetFieldCountFn* get_field_count;
-  SetBufferFieldFn* set_buffer_field;
-  GetBufferFieldFn* get_buffer_field;
-};
 
 extern "C" {
 
@@ -120,6 +109,20 @@ KVJPX_EXPORT void jpx_print_uuid(const uint8_t* uuid);
 }  // extern "C"
 
 constexpr uint32_t kUuidSize = 16;
+
+// The operations that a box type brings, in the order of jpx_make_box, with those that are
+// installed in every box.
+constexpr BoxOperations operations_of(LengthFn* length, RenderFn* render, PrintFn* print,
+                                      DestroyFn* destroy, FindByIdFn* find_by_id,
+                                      FindByTypeFn* find_by_type, SetIntFieldFn* set_int_field,
+                                      GetIntFieldFn* get_int_field,
+                                      GetFieldCountFn* get_field_count,
+                                      SetBufferFieldFn* set_buffer_field,
+                                      GetBufferFieldFn* get_buffer_field) {
+  return {length,          jpx_box_length,  render,           jpx_box_render,  print,
+          jpx_box_destroy, destroy,         find_by_id,       find_by_type,    set_int_field,
+          get_int_field,   get_field_count, set_buffer_field, get_buffer_field};
+}
 
 // Makes a record that extends Box. Everything behind the common part is zero.
 Box* make_record(Environment* env, size_t size, uint32_t kind, uint32_t type, Box* parent,

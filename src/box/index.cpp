@@ -8,20 +8,20 @@
 namespace kvjpx {
 namespace {
 
-constexpr uint32_t kChunk = 128;  // entries
+constexpr uint32_t kPrefetched = 16;  // boxes ahead
 constexpr uint32_t kSmallestTable = 16;
 
 BoxEntry& entry_of(const BoxIndex& index, uint32_t id) {
-  return index.chunks[id / kChunk][id % kChunk];
+  return index.chunks[id / kEntriesOfChunk][id % kEntriesOfChunk];
 }
 
 TypeNode& node_of(const BoxIndex& index, uint32_t id) {
-  return index.node_chunks[id / kChunk][id % kChunk];
+  return index.node_chunks[id / kEntriesOfChunk][id % kEntriesOfChunk];
 }
 
 // Makes room for an entry with this identifier.
 void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
-  const uint32_t chunk = id / kChunk;
+  const uint32_t chunk = id / kEntriesOfChunk;
   if (chunk >= index->chunk_capacity) {
     const uint32_t capacity = chunk + chunk / 2 + 1;
     index->chunks =
@@ -29,7 +29,7 @@ void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
     index->chunk_capacity = capacity;
   }
   while (index->chunk_count <= chunk) {
-    void* const fresh = allocate_zeroed(env, kChunk * sizeof(BoxEntry));
+    void* const fresh = allocate_zeroed(env, kEntriesOfChunk * sizeof(BoxEntry));
     index->chunks[index->chunk_count++] = static_cast<BoxEntry*>(fresh);
   }
   if (id >= index->count) index->count = id + 1;
@@ -37,7 +37,7 @@ void provide_entry(Environment* env, BoxIndex* index, uint32_t id) {
 
 // Makes room for the node of an entry. False when memory is short.
 bool provide_node(Environment* env, BoxIndex* index, uint32_t id) {
-  const uint32_t chunk = id / kChunk;
+  const uint32_t chunk = id / kEntriesOfChunk;
   if (chunk >= index->node_chunk_capacity) {
     // As many as there may be entries, so that it is not made anew for each.
     const uint32_t capacity = index->chunk_capacity;
@@ -51,7 +51,7 @@ bool provide_node(Environment* env, BoxIndex* index, uint32_t id) {
     index->node_chunk_capacity = capacity;
   }
   while (index->node_chunk_count <= chunk) {
-    void* const fresh = try_allocate_zeroed(env, kChunk * sizeof(TypeNode));
+    void* const fresh = try_allocate_zeroed(env, kEntriesOfChunk * sizeof(TypeNode));
     if (fresh == nullptr) return false;
     index->node_chunks[index->node_chunk_count++] = static_cast<TypeNode*>(fresh);
   }
@@ -226,6 +226,14 @@ void forget_content(BoxIndex* index, Box* box) {
   mark_block(box, kPlain);
 }
 
+// Asks for the memory of a box and its block's header, which will be wanted soon: of large trees
+// none of it is in the caches any more.
+void prefetch(const Box* box) {
+  if (box == nullptr) return;
+  const char* const begin = reinterpret_cast<const char*>(box) - sizeof(BlockHeader);
+  for (size_t i = 0; i < 4; ++i) __builtin_prefetch(begin + 64 * i, 1);
+}
+
 }  // namespace
 
 BoxIndex* make_index(Environment* env, Trouble* at) {
@@ -248,11 +256,7 @@ void destroy_index(Environment* env, BoxIndex*& index) {
   release(env, index);
 }
 
-BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
-  return id == kRoot ? &index->root_entry : &entry_of(*index, id);
-}
-
-BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
+BoxEntry* index_announce_apart(Environment* env, BoxIndex* index, uint32_t id) {
   if (id < index->count) {  // the numbers have come round
     index->has_strangers = true;
     index->has_trees = false;
@@ -261,11 +265,8 @@ BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
   return &entry_of(*index, id);
 }
 
-void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
-  entry_of(*index, id).box = box;
-  if (box == nullptr) return;
-  if (box->type == code("flst")) index->has_fragments = true;
-  if (index->has_trees) index->has_trees = add_to_tree(env, index, id, box->type);
+void index_enter_type(Environment* env, BoxIndex* index, uint32_t id, uint32_t type) {
+  index->has_trees = add_to_tree(env, index, id, type);
 }
 
 // An identifier that is out of date is found out by the box that it leads to.
@@ -298,6 +299,19 @@ void index_replace(BoxIndex* index, Box* box, Box* by) {
   if (box->id < index->count && entry_of(*index, box->id).box == box) {
     entry_of(*index, box->id).box = by;
   }
+}
+
+void index_end_boxes(Environment* env, BoxIndex* index) {
+  if (index->has_strangers || index->seen_changes != outside_changes()) return;
+  for (uint32_t id = index->count; id-- > 0;) {
+    if (id >= kPrefetched) prefetch(entry_of(*index, id - kPrefetched).box);
+    Box* const box = entry_of(*index, id).box;
+    if (box == nullptr) continue;
+    if (box->kind == kSuper) static_cast<SuperBox*>(box)->first_child = nullptr;
+    box->destroy(box, env);
+    JPX_SafeFreeInternal(env, box);
+  }
+  static_cast<SuperBox*>(index->root)->first_child = nullptr;
 }
 
 void index_discard(Environment* env, BoxIndex* index, Box* box) {

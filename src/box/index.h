@@ -84,13 +84,30 @@ struct BoxIndex {
 BoxIndex* make_index(Environment* env, Trouble* at);
 void destroy_index(Environment* env, BoxIndex*& index);
 
-// Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
-// all before, then the record, null if there will be none.
-BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id);
-void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box);
+constexpr uint32_t kEntriesOfChunk = 128;
 
 // Of an identifier that was announced, or the root's.
-BoxEntry* index_entry(BoxIndex* index, uint32_t id);
+inline BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
+  if (id == kRoot) return &index->root_entry;
+  return index->chunks[id / kEntriesOfChunk] + id % kEntriesOfChunk;
+}
+
+// Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
+// all before, then the record, null if there will be none.
+BoxEntry* index_announce_apart(Environment* env, BoxIndex* index, uint32_t id);
+inline BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
+  if (id < index->count || id / kEntriesOfChunk >= index->chunk_count) {
+    return index_announce_apart(env, index, id);
+  }
+  index->count = id + 1;
+  return index_entry(index, id);
+}
+void index_enter_type(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
+inline void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
+  index_entry(index, id)->box = box;
+  if (box != nullptr && box->type == code("flst")) index->has_fragments = true;
+  if (box != nullptr && index->has_trees) index_enter_type(env, index, id, box->type);
+}
 
 // The last child of a container; null for none. Boxes that other code made may have no room for
 // such a pointer, so the index has it.
@@ -103,6 +120,12 @@ void index_forget(BoxIndex* index, Box* box);
 // Puts a record in the place of another that has the same identifier and type, and forgets that one
 // and all below it, before they are destroyed.
 void index_replace(BoxIndex* index, Box* box, Box* by);
+
+// Destroys all boxes below the root, the newest first, if no other code has changed the tree. So
+// the allocator gets back first what lies last in its memory, and with glibc's the few blocks that
+// it holds ready keep it from handing all of its memory to the system, only to ask for it again for
+// the next input.
+void index_end_boxes(Environment* env, BoxIndex* index);
 
 // Destroys a box that was read but not settled.
 void index_discard(Environment* env, BoxIndex* index, Box* box);

@@ -336,14 +336,14 @@ Leaf render_leaf(KeptOutput* output, Box* box) {
 // In front of a container's children.
 uint64_t prefix_length(const Box* box) {
   const BoxLayout* const layout = box->kind == kSuper ? standard_layout(box->type) : nullptr;
-  return layout != nullptr ? size_of_numbers(layout->fields, nullptr) : 0;
+  return layout != nullptr ? layout->single.size : 0;
 }
 
 uint8_t* render_prefix(KeptOutput* output, const Box* box, uint64_t length) {
   Environment* const env = output->env;
   auto* bytes = static_cast<uint8_t*>(allocate(env, length));
   Stream* writer = bs_writer_to_buffer(env, bytes, length);
-  render_numbers(env, writer, standard_layout(box->type)->fields, nullptr, box);
+  render_numbers(env, writer, standard_layout(box->type)->single, box);
   destroy_stream(env, writer);
   return bytes;
 }

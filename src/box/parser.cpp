@@ -17,8 +17,8 @@ constexpr uint64_t kXLBoxSize = 8;
 
 struct Header {
   uint32_t type;
-  uint16_t length;
-  uint16_t flags;  // bits of kv_jpx_box_flags
+  uint32_t length;
+  uint32_t flags;  // bits of kv_jpx_box_flags
   uint64_t offset;
   uint64_t end;  // absolute position behind the content
 };
@@ -32,53 +32,61 @@ bool is_plausible(uint32_t type) {
   return type >> 24 != 0;
 }
 
-Trouble trouble_at(uint32_t kind, const Header& header, uint64_t announced, uint64_t found) {
-  return {kind, header.type, kRoot, header.offset, {announced, found}};
-}
-
 // The length that follows from LBox or XLBox, without the header. A length smaller than its own
 // header means empty content, so that every header takes the parse forward.
 uint64_t content_length(uint64_t total, uint64_t header) {
   return total > header ? total - header : 0;
 }
 
-// Reads a header as far as there is one. What is wrong is returned; a box that is cut short by the
-// end of its container ends there.
-Trouble read_header(Environment* env, Stream* stream, Header* header) {
+// Reads a header as far as there is one. False for one that is wrong, and what is wrong with it; a
+// box that is cut short by the end of its container ends there.
+bool read_header(Environment* env, Stream* stream, Header* header, Trouble* trouble) {
   const bool keeps = stream->keeps_everything != 0;
+  const uint64_t begin = position_of(stream);
   const uint64_t left = bytes_left(stream);
-  *header = {kRoot, 0, 0, position_of(stream), 0};
-  if (left < kHeaderSize) return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
-  const uint64_t lbox = read_number(env, stream, 4);
-  header->type = static_cast<uint32_t>(read_number(env, stream, 4));
+  const auto is_wrong = [&](uint32_t kind, uint64_t announced, uint64_t found) {
+    *trouble = {kind, header->type, kRoot, begin, {announced, found}};
+    return false;
+  };
+  *header = {kRoot, 0, 0, begin, 0};
+  if (left < kHeaderSize) return is_wrong(KV_JPX_FINDING_TRAILING, kHeaderSize, left);
+  uint64_t lbox;
+  if (has_in_view(stream, kHeaderSize)) {
+    const uint64_t both = number_at(stream->cursor, kHeaderSize);
+    stream->cursor += kHeaderSize;
+    lbox = both >> 32;
+    header->type = static_cast<uint32_t>(both);
+  } else {
+    lbox = read_number(env, stream, 4);
+    header->type = static_cast<uint32_t>(read_number(env, stream, 4));
+  }
   header->length = kHeaderSize;
   uint64_t total = lbox;
   if (lbox == 1) {
     header->length += kXLBoxSize;
     header->flags = KV_JPX_BOX_LONG_HEADER;
-    if (left < header->length) {
-      return trouble_at(KV_JPX_FINDING_TRAILING, *header, header->length, left);
-    }
+    if (left < header->length) return is_wrong(KV_JPX_FINDING_TRAILING, header->length, left);
     total = read_number(env, stream, 8);
   }
+  const uint64_t content = position_of(stream);
   const uint64_t room = left - header->length;
   uint64_t length = content_length(total, header->length);
   if (lbox == 0) {
     header->flags = KV_JPX_BOX_OPEN_ENDED;
-    length = stream->size - position_of(stream);
+    length = stream->size - content;
   } else if (keeps && total < header->length) {
-    return trouble_at(KV_JPX_FINDING_BAD_LENGTH, *header, total, left);
+    return is_wrong(KV_JPX_FINDING_BAD_LENGTH, total, left);
   }
-  header->end = position_of(stream) + (length < room ? length : room);
+  header->end = content + (length < room ? length : room);
   if (keeps && lbox == 0 && !is_plausible(header->type)) {
-    return trouble_at(KV_JPX_FINDING_TRAILING, *header, kHeaderSize, left);
+    return is_wrong(KV_JPX_FINDING_TRAILING, kHeaderSize, left);
   }
-  if (length <= room) return kNoTrouble;
+  if (length <= room) return true;
   if (keeps && find_box_type(header->type) == nullptr) {
-    return trouble_at(KV_JPX_FINDING_TRAILING, *header, 0, left);
+    return is_wrong(KV_JPX_FINDING_TRAILING, 0, left);
   }
   header->flags |= KV_JPX_BOX_CUT_SHORT;
-  return trouble_at(KV_JPX_FINDING_CUT_SHORT, *header, length, room);
+  return is_wrong(KV_JPX_FINDING_CUT_SHORT, length, room);
 }
 
 Box* read_content(Environment* env, const Header& header, Stream* stream, Box* parent,
@@ -134,8 +142,8 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
   BoxIndex* const index = stream->index;
   if (index != nullptr) {
     BoxEntry* const entry = index_announce(env, index, id);
-    entry->flags = header.flags;
-    entry->header_length = header.length;
+    entry->flags = static_cast<uint16_t>(header.flags);
+    entry->header_length = static_cast<uint16_t>(header.length);
     entry->offset = header.offset;
     entry->content_length = header.end - header.offset - header.length;
     *index->at = {0, header.type, id, header.offset, {}};
@@ -162,8 +170,8 @@ void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* co
   Box* last = nullptr;
   while (position_of(stream) != limit_of(stream)) {
     Header header;
-    Trouble trouble = read_header(env, stream, &header);
-    if (trouble.kind != 0) {
+    Trouble trouble;
+    if (!read_header(env, stream, &header, &trouble)) {
       const bool is_box = trouble.kind == KV_JPX_FINDING_CUT_SHORT;
       trouble.box_id = is_box ? *counter + 1 : box->id;
       if (index != nullptr) *index->at = trouble;

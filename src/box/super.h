@@ -40,17 +40,10 @@ FindByTypeFn jpx_super_find_by_type;
 
 // The operations of a container whose content is its children and what else it may have.
 constexpr BoxOperations container_operations(LengthFn* length, RenderFn* render, PrintFn* print) {
-  return {length,
-          render,
-          print,
-          jpx_super_destroy,
-          jpx_super_find_by_id,
-          jpx_super_find_by_type,
-          jpx_generic_set_int_field,
-          jpx_generic_get_int_field,
-          jpx_generic_get_field_count,
-          jpx_generic_set_buffer_field,
-          jpx_generic_get_buffer_field};
+  return operations_of(length, render, print, jpx_super_destroy, jpx_super_find_by_id,
+                       jpx_super_find_by_type, jpx_generic_set_int_field, jpx_generic_get_int_field,
+                       jpx_generic_get_field_count, jpx_generic_set_buffer_field,
+                       jpx_generic_get_buffer_field);
 }
 
 extern "C" {

@@ -11,77 +11,68 @@ bool is_of(const BoxLayout& layout, const Box* box) {
   return box->type == layout.type || (layout.twin != 0 && box->type == layout.twin);
 }
 
-// A number of the content among the rows of the list, or the single ones for null.
-bool is_stored(const Field& field, const ListTraits* list) {
-  return field.list == list && field.wire.width != 0;
-}
-
 // The list of the repeating rows; null for a layout without one.
-const ListTraits* stored_list(const BoxLayout& layout) {
-  for (const Field& field : layout.fields) {
-    if (field.list != nullptr) return field.list;
-  }
-  return nullptr;
+EntryList* list_in(const BoxLayout& layout, Box* box) {
+  const ListTraits* const list = layout.lists[0];
+  return list != nullptr ? list->list_of(box) : nullptr;
 }
 
 uint64_t length_of_list(const BoxLayout& layout, Box* box) {
-  const ListTraits* const list = stored_list(layout);
-  if (list == nullptr) return 0;
-  return list->count_width + size_of_numbers(layout.fields, list) * list->list_of(box)->count;
+  const EntryList* const entries = list_in(layout, box);
+  if (entries == nullptr) return 0;
+  return layout.lists[0]->count_width + layout.repeating.size * entries->count;
 }
 
 void render_list(const BoxLayout& layout, Box* box, Environment* env, Stream* stream) {
-  const ListTraits* const list = stored_list(layout);
-  if (list == nullptr) return;
-  const EntryList& entries = *list->list_of(box);
-  bs_write_n_byte(env, stream, entries.count, list->count_width, 0);
-  for (uint64_t i = 0; i < entries.count; ++i) {
-    render_numbers(env, stream, layout.fields, list, entries.entries + i * list->entry_size);
+  const EntryList* const entries = list_in(layout, box);
+  if (entries == nullptr) return;
+  const ListTraits& list = *layout.lists[0];
+  bs_write_n_byte(env, stream, entries->count, list.count_width, 0);
+  for (uint64_t i = 0; i < entries->count; ++i) {
+    render_numbers(env, stream, layout.repeating, entries->entries + i * list.entry_size);
   }
 }
 
 }  // namespace
 
-uint64_t size_of_numbers(const FieldRows& rows, const ListTraits* list) {
-  uint64_t size = 0;
-  for (const Field& field : rows) {
-    if (is_stored(field, list)) size += field.wire.width;
+void read_numbers(Environment* env, Stream* stream, const Numbers& numbers, void* record) {
+  const uint8_t* bytes = has_at_hand(stream, numbers.size) ? stream->cursor : nullptr;
+  if (bytes != nullptr) stream->cursor += numbers.size;
+  for (const Field& field : numbers.rows) {
+    if (!is_stored(field, numbers.list)) continue;
+    const uint32_t width = field.wire.width;
+    if (bytes == nullptr) {
+      field.wire.slot.store(record, read_number(env, stream, width));
+    } else {
+      field.wire.slot.store(record, number_at(bytes, width));
+      bytes += width;
+    }
   }
-  return size;
 }
 
-void read_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
-                  void* record) {
-  for (const Field& field : rows) {
-    if (!is_stored(field, list)) continue;
-    field.wire.slot.store(record, read_number(env, stream, field.wire.width));
-  }
-}
-
-void render_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
-                    const void* record) {
-  for (const Field& field : rows) {
-    if (!is_stored(field, list)) continue;
+void render_numbers(Environment* env, Stream* stream, const Numbers& numbers, const void* record) {
+  for (const Field& field : numbers.rows) {
+    if (!is_stored(field, numbers.list)) continue;
     bs_write_n_byte(env, stream, field.wire.slot.load(record), field.wire.width, 0);
   }
 }
 
 void read_list(Environment* env, Stream* stream, const BoxLayout& layout, Box* box) {
-  const ListTraits* const list = stored_list(layout);
-  if (list == nullptr) return;
-  const uint64_t entry_width = size_of_numbers(layout.fields, list);
-  const uint64_t count = list->count_width != 0 ? read_number(env, stream, list->count_width)
-                                                : bytes_left(stream) / entry_width;
+  EntryList* const entries = list_in(layout, box);
+  if (entries == nullptr) return;
+  const ListTraits& list = *layout.lists[0];
+  const uint64_t entry_width = layout.repeating.size;
+  const uint64_t count = list.count_width != 0 ? read_number(env, stream, list.count_width)
+                                               : bytes_left(stream) / entry_width;
   if (!has_content(env, stream, count, entry_width)) return;
-  EntryList* const entries = list->list_of(box);
-  list_resize(env, entries, list->entry_size, count);
+  list_resize(env, entries, list.entry_size, count);
   for (uint64_t i = 0; i < count; ++i) {
-    read_numbers(env, stream, layout.fields, list, entries->entries + i * list->entry_size);
+    read_numbers(env, stream, layout.repeating, entries->entries + i * list.entry_size);
   }
 }
 
 void read_typed(Environment* env, Stream* stream, const BoxLayout& layout, Box* box) {
-  read_numbers(env, stream, layout.fields, nullptr, box);
+  read_numbers(env, stream, layout.single, box);
   if (layout.own.read != nullptr) {
     layout.own.read(env, stream, box);
   } else {
@@ -92,13 +83,13 @@ void read_typed(Environment* env, Stream* stream, const BoxLayout& layout, Box* 
 
 uint64_t typed_length(const BoxLayout& layout, Box* box) {
   if (!is_of(layout, box)) return 0;
-  return size_of_numbers(layout.fields, nullptr) +
+  return layout.single.size +
          (layout.own.length != nullptr ? layout.own.length(box) : length_of_list(layout, box));
 }
 
 void typed_render(const BoxLayout& layout, Box* box, Environment* env, Stream* stream) {
   if (!is_of(layout, box)) return;
-  render_numbers(env, stream, layout.fields, nullptr, box);
+  render_numbers(env, stream, layout.single, box);
   if (layout.own.render != nullptr) {
     layout.own.render(box, env, stream);
   } else {
@@ -112,8 +103,8 @@ void typed_print(const BoxLayout& layout, Box* box) {
 
 void typed_destroy(const BoxLayout& layout, Box* box, Environment* env) {
   if (!is_of(layout, box)) return;
-  for (const Field& field : layout.fields) {
-    if (field.list != nullptr) list_release(env, field.list->list_of(box));
+  for (const ListTraits* const list : layout.lists) {
+    if (list != nullptr) list_release(env, list->list_of(box));
   }
   if (layout.own.destroy != nullptr) layout.own.destroy(box, env);
 }

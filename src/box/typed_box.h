@@ -18,12 +18,36 @@ struct OwnContent {
   DestroyFn* destroy = nullptr;  // of what no list of the rows holds
 };
 
+constexpr uint32_t kMaxLists = 2;
+
 struct FieldRows {
   const Field* first;
   uint32_t count;
   constexpr const Field* begin() const { return first; }
   constexpr const Field* end() const { return first + count; }
 };
+
+// The numbers of the content among the rows that belong to a list, or the single ones for null.
+struct Numbers {
+  FieldRows rows;  // from the first of them to the last
+  const ListTraits* list;
+  uint64_t size;  // on disk, in bytes
+};
+
+constexpr bool is_stored(const Field& field, const ListTraits* list) {
+  return field.list == list && field.wire.width != 0;
+}
+
+constexpr Numbers numbers_of(const FieldRows& rows, const ListTraits* list) {
+  Numbers numbers = {{rows.first, 0}, list, 0};
+  for (const Field& field : rows) {
+    if (!is_stored(field, list)) continue;
+    if (numbers.size == 0) numbers.rows.first = &field;
+    numbers.rows.count = static_cast<uint32_t>(&field - numbers.rows.first) + 1;
+    numbers.size += field.wire.width;
+  }
+  return numbers;
+}
 
 // A box type: its record, its fields and, where those are not enough, functions of its own. The
 // content is the numbers of the single rows in their order, then the list of the repeating rows
@@ -35,22 +59,36 @@ struct BoxLayout {
   FieldRows fields;
   PrintFn* print;
   OwnContent own;
-  const BoxLayout* base;  // its fields are this one's as well; null: none
+  // What follows from the rows:
+  Numbers single;
+  Numbers repeating;                   // of the first list; without a list they are none
+  const ListTraits* lists[kMaxLists];  // null: none further
+  const BoxLayout* base;               // its fields are this one's as well; null: none
 };
+
+constexpr BoxLayout layout_of_rows(uint32_t type, uint32_t twin, size_t record_size,
+                                   const FieldRows& rows, PrintFn* print, const OwnContent& own) {
+  BoxLayout layout = {type, twin, record_size, rows, print, own, numbers_of(rows, nullptr),
+                      {},   {},   nullptr};
+  uint32_t count = 0;
+  for (const Field& field : rows) {
+    bool is_new = field.list != nullptr;
+    for (uint32_t i = 0; i < count; ++i) is_new = is_new && layout.lists[i] != field.list;
+    if (is_new) layout.lists[count++] = field.list;
+  }
+  if (count != 0) layout.repeating = numbers_of(rows, layout.lists[0]);
+  return layout;
+}
 
 template <class Record, uint32_t N>
 constexpr BoxLayout box_layout(uint32_t type, const Field (&fields)[N], PrintFn* print,
                                const OwnContent& own = {}, uint32_t twin = 0) {
-  return {type, twin, sizeof(Record), {fields, N}, print, own, nullptr};
+  return layout_of_rows(type, twin, sizeof(Record), {fields, N}, print, own);
 }
 
-// Numbers on disk, for box types that read and write some themselves: of the rows that belong to
-// the list, or of the single ones for null.
-uint64_t size_of_numbers(const FieldRows& rows, const ListTraits* list);
-void read_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
-                  void* record);
-void render_numbers(Environment* env, Stream* stream, const FieldRows& rows, const ListTraits* list,
-                    const void* record);
+// For box types that read and write some numbers themselves.
+void read_numbers(Environment* env, Stream* stream, const Numbers& numbers, void* record);
+void render_numbers(Environment* env, Stream* stream, const Numbers& numbers, const void* record);
 
 // The list of the repeating rows, with `count` entries or as many as the content has or says.
 void read_list(Environment* env, Stream* stream, const BoxLayout& layout, Box* box);
@@ -103,17 +141,9 @@ struct Typed {
     return get_field_bytes(*field, box, env, {count, element_size, buffer});
   }
 
-  static constexpr BoxOperations kOperations = {length,
-                                                render,
-                                                print,
-                                                destroy,
-                                                jpx_generic_find_by_id,
-                                                jpx_generic_find_by_type,
-                                                set_int_field,
-                                                get_int_field,
-                                                get_field_count,
-                                                set_buffer_field,
-                                                get_buffer_field};
+  static constexpr BoxOperations kOperations = operations_of(
+      length, render, print, destroy, jpx_generic_find_by_id, jpx_generic_find_by_type,
+      set_int_field, get_int_field, get_field_count, set_buffer_field, get_buffer_field);
 };
 
 // The line that nearly every print-out starts with.

@@ -98,14 +98,16 @@ constexpr Field kStandardFields[] = {
 // The groups of an instruction, in their order on disk.
 struct Group {
   uint16_t bit;  // of Ityp
-  FieldRows rows;
+  Numbers numbers;
 };
-constexpr Group kGroups[] = {{KV_JPX_ITYP_OFFSETS, {kFields + 3, 2}},
-                             {KV_JPX_ITYP_SCALING, {kFields + 5, 2}},
-                             {KV_JPX_ITYP_PERSISTENCE, {kFields + 7, 3}},
-                             {KV_JPX_ITYP_CROPPING, {kFields + 10, 4}}};
-static_assert(kGroups[0].rows.first->key == JPX_FIELD_INST_XO &&
-                  kGroups[3].rows.end() == kFields + sizeof(kFields) / sizeof(kFields[0]),
+constexpr Group group_of(uint16_t bit, uint32_t first, uint32_t count) {
+  return {bit, numbers_of({kFields + first, count}, &kInstructions)};
+}
+constexpr Group kGroups[] = {
+    group_of(KV_JPX_ITYP_OFFSETS, 3, 2), group_of(KV_JPX_ITYP_SCALING, 5, 2),
+    group_of(KV_JPX_ITYP_PERSISTENCE, 7, 3), group_of(KV_JPX_ITYP_CROPPING, 10, 4)};
+static_assert(kGroups[0].numbers.rows.first->key == JPX_FIELD_INST_XO &&
+                  kGroups[3].numbers.rows.end() == kFields + sizeof(kFields) / sizeof(kFields[0]),
               "the groups are the rows from XO to the last");
 
 bool has(const Box* box, uint16_t bit) { return (inst(box)->types & bit) != 0; }
@@ -113,7 +115,7 @@ bool has(const Box* box, uint16_t bit) { return (inst(box)->types & bit) != 0; }
 uint64_t instruction_size(const Box* box) {
   uint64_t size = 0;
   for (const Group& group : kGroups) {
-    if (has(box, group.bit)) size += size_of_numbers(group.rows, &kInstructions);
+    if (has(box, group.bit)) size += group.numbers.size;
   }
   return size;
 }
@@ -127,8 +129,7 @@ void render_instructions(Box* box, Environment* env, Stream* stream) {
   for (uint64_t k = 0; k < instructions.count; ++k) {
     for (const Group& group : kGroups) {
       if (!has(box, group.bit)) continue;
-      render_numbers(env, stream, group.rows, &kInstructions,
-                     entry_at<Instruction>(instructions, k));
+      render_numbers(env, stream, group.numbers, entry_at<Instruction>(instructions, k));
     }
   }
 }
@@ -172,7 +173,7 @@ void read_instructions(Environment* env, Stream* stream, Box* box) {
     *instruction = kFresh;
     for (const Group& group : kGroups) {
       if (!has(box, group.bit)) continue;
-      read_numbers(env, stream, group.rows, &kInstructions, instruction);
+      read_numbers(env, stream, group.numbers, instruction);
     }
   }
 }

@@ -95,7 +95,7 @@ const StandardType* find_standard_type(uint32_t type) { return kTable.find(type)
 
 Box* read_container(Environment* env, Stream* stream, const BoxLayout* layout, SuperBox* box,
                     uint32_t* counter) {
-  if (layout != nullptr) read_numbers(env, stream, layout->fields, nullptr, box);
+  if (layout != nullptr) read_numbers(env, stream, layout->single, box);
   const uint8_t is_bad = stream->content_is_bad;
   read_children(env, stream, box, counter);
   stream->content_is_bad |= is_bad;

@@ -136,19 +136,34 @@ inline uint64_t bytes_left(const Stream* stream) {
 }
 
 // As bs_read_n_byte and bs_set_current_position, which are called only for what is not at hand.
-inline bool has_at_hand(const Stream* stream, uint64_t width) {
+inline bool has_in_view(const Stream* stream, uint64_t width) {
   return stream->cursor < stream->buffer_end &&
-         static_cast<uint64_t>(stream->buffer_end - stream->cursor) >= width &&
-         bytes_left(stream) >= width;
+         static_cast<uint64_t>(stream->buffer_end - stream->cursor) >= width;
+}
+inline bool has_at_hand(const Stream* stream, uint64_t width) {
+  return has_in_view(stream, width) && bytes_left(stream) >= width;
+}
+template <class Number>
+uint64_t big_endian(const uint8_t* bytes) {
+  Number value = 0;
+  for (size_t i = 0; i < sizeof(Number); ++i) value = static_cast<Number>(value << 8 | bytes[i]);
+  return value;
+}
+inline uint64_t number_at(const uint8_t* bytes, uint32_t width) {
+  if (width == 1) return bytes[0];
+  if (width == 2) return big_endian<uint16_t>(bytes);
+  if (width == 4) return big_endian<uint32_t>(bytes);
+  if (width == 8) return big_endian<uint64_t>(bytes);
+  uint64_t value = 0;
+  for (uint32_t i = 0; i < width; ++i) value = value << 8 | bytes[i];
+  return value;
 }
 inline uint64_t read_number(Environment* env, Stream* stream, uint32_t width) {
   if (width > sizeof(uint64_t) || !has_at_hand(stream, width)) {
     return bs_read_n_byte(env, stream, width, 0);
   }
-  uint64_t value = 0;
-  for (uint32_t i = 0; i < width; ++i) value = value << 8 | stream->cursor[i];
   stream->cursor += width;
-  return value;
+  return number_at(stream->cursor - width, width);
 }
 inline void move_to(Environment* env, Stream* stream, uint64_t position) {
   const uint64_t place = position - stream->buffer_offset;
