@@ -12,6 +12,7 @@
 namespace {
 
 void limit_child(unsigned seconds) {
+  if (seconds == kNoLimit) return;
   const rlimit limit = {seconds, seconds + 1};
   setrlimit(RLIMIT_CPU, &limit);
 }

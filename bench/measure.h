@@ -13,6 +13,9 @@ struct Cost {
   int exit_code = 0;
 };
 
+// Under a limit the system tells processor time in steps of some milliseconds.
+constexpr unsigned kNoLimit = 0;
+
 // Runs work, which returns the cost, in a child.
 Cost measure_work(const std::function<Cost()>& work, unsigned seconds_limit);
 

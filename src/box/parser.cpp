@@ -89,11 +89,35 @@ bool read_header(Environment* env, Stream* stream, Header* header, Trouble* trou
   return is_wrong(KV_JPX_FINDING_CUT_SHORT, length, room);
 }
 
-Box* read_content(Environment* env, const Header& header, Stream* stream, Box* parent,
-                  uint32_t* counter) {
+// The readers of rows and containers are inline here, so that a level of nesting is one call.
+inline Box* read_super(Environment* env, uint32_t type, Stream* stream, Box* parent,
+                       uint32_t* counter) {
+  if (type != kRoot && depth_of_child(stream, parent) > kMaxDepth) {
+    if (stream->index != nullptr) stream->index->at->kind = KV_JPX_FINDING_TOO_DEEP;
+    JPX_ErrorExit(env, JPX_ERR_INVALID_ARGUMENT);
+  }
+  auto* box = static_cast<SuperBox*>(jpx_make_super_box(env, type, parent, *counter));
+  read_children(env, stream, box, counter);
+  return box;
+}
+
+inline Box* read_row(const BoxType& row, Environment* env, uint32_t type, Stream* stream,
+                     Box* parent, uint32_t* counter) {
+  if (row.kind == kSuper) return read_super(env, type, stream, parent, counter);
+  if (row.layout == nullptr || (row.misplaced == Misplaced::kOpaque && !may_stand(row, parent)))
+    return jpx_read_basic_box(env, type, stream, parent, counter);
+  Box* const box = make_by_row(row, env, type, parent, *counter);
+  if (box != nullptr) read_typed(env, stream, *row.layout, box);
+  skip_content(env, stream);
+  return box;
+}
+
+inline Box* read_content(Environment* env, const Header& header, Stream* stream, Box* parent,
+                         uint32_t* counter) {
   const BoxType* const known = find_box_type(header.type);
-  ReadFn* const read = known != nullptr ? known->read : jpx_read_unknown_box;
-  return read(env, header.type, stream, parent, counter);
+  if (known == nullptr) return jpx_read_basic_box(env, header.type, stream, parent, counter);
+  if (known->has_own_reader) return known->read(env, header.type, stream, parent, counter);
+  return read_row(*known, env, header.type, stream, parent, counter);
 }
 
 // A box whose content its type's reader can't take becomes an opaque one.
@@ -136,8 +160,8 @@ Box* read_kept(Environment* env, const Header& header, Stream* stream, Box* pare
 }
 
 // Reads the box behind a header, and notes where it stands. Null for one that may not stand here.
-Box* read_box(Environment* env, const Header& header, Stream* stream, Box* parent,
-              uint32_t* counter) {
+inline Box* read_box(Environment* env, const Header& header, Stream* stream, Box* parent,
+                     uint32_t* counter) {
   const uint32_t id = ++*counter;
   BoxIndex* const index = stream->index;
   if (index != nullptr) {
@@ -152,7 +176,8 @@ Box* read_box(Environment* env, const Header& header, Stream* stream, Box* paren
   ReadLimit limit = {header.end, stream->limits};
   stream->limits = &limit;
   const bool keeps = index != nullptr && stream->keeps_everything != 0;
-  Box* const box = (keeps ? read_kept : read_content)(env, header, stream, parent, counter);
+  Box* const box = keeps ? read_kept(env, header, stream, parent, counter)
+                         : read_content(env, header, stream, parent, counter);
   stream->limits = limit.next;
   if (index != nullptr) index_settle(env, index, id, box);
   return box;
@@ -198,15 +223,14 @@ void read_children(Environment* env, Stream* stream, SuperBox* box, uint32_t* co
   stream->content_is_bad = 0;
 }
 
+Box* read_by_row(const BoxType& row, Environment* env, uint32_t type, Stream* stream, Box* parent,
+                 uint32_t* counter) {
+  return read_row(row, env, type, stream, parent, counter);
+}
+
 extern "C" Box* jpx_read_super_box(Environment* env, uint32_t type, Stream* stream, Box* parent,
                                    uint32_t* counter) {
-  if (type != kRoot && depth_of_child(stream, parent) > kMaxDepth) {
-    if (stream->index != nullptr) stream->index->at->kind = KV_JPX_FINDING_TOO_DEEP;
-    JPX_ErrorExit(env, JPX_ERR_INVALID_ARGUMENT);
-  }
-  auto* box = static_cast<SuperBox*>(jpx_make_super_box(env, type, parent, *counter));
-  read_children(env, stream, box, counter);
-  return box;
+  return read_super(env, type, stream, parent, counter);
 }
 
 }  // namespace kvjpx

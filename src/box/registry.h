@@ -33,6 +33,7 @@ struct BoxType {
   const BoxLayout* layout;          // null: no fields, a plain container or opaque box
   const BoxOperations* operations;  // with the layout
   Misplaced misplaced;
+  bool has_own_reader;            // else read_by_row serves
   uint32_t parents[kMaxParents];  // types of box that it may be made in; 0: none further
 };
 
@@ -50,6 +51,12 @@ const BoxType* find_box_type(uint32_t code);
 
 // Whether boxes of this type may be made in the parent.
 bool may_stand(uint32_t code, const Box* parent);
+bool may_stand(const BoxType& row, const Box* parent);
+
+// What the make and read functions of all rows do that have none of their own.
+Box* make_by_row(const BoxType& row, Environment* env, uint32_t type, Box* parent, uint32_t id);
+Box* read_by_row(const BoxType& row, Environment* env, uint32_t type, Stream* stream, Box* parent,
+                 uint32_t* counter);
 
 extern "C" {
 // Boxes without a row are opaque; they may stand anywhere, even without a parent.

@@ -7,17 +7,22 @@
 namespace kvjpx {
 namespace {
 
-#define KVJPX_TYPED_ROW(kind, type, make, read, layout, misplaced, ...) \
-  {code(type), kind, read, make, &layout, &Typed<layout>::kOperations, misplaced, {__VA_ARGS__}},
+#define KVJPX_TYPED_ROW(kind, type, make, read, layout, misplaced, ...)         \
+  {code(type), kind,  read,         make, &layout, &Typed<layout>::kOperations, \
+   misplaced,  false, {__VA_ARGS__}},
 #define KVJPX_PLAIN_ROW(kind, type, make, read, ...) \
-  {code(type), kind, read, make, nullptr, nullptr, Misplaced::kTaken, {__VA_ARGS__}},
+  {code(type), kind, read, make, nullptr, nullptr, Misplaced::kTaken, false, {__VA_ARGS__}},
 #define KVJPX_CONTAINER_ROW(...) KVJPX_PLAIN_ROW(kSuper, __VA_ARGS__)
 #define KVJPX_OPAQUE_ROW(...) KVJPX_PLAIN_ROW(kBasic, __VA_ARGS__)
 #define KVJPX_OWN_ROW(kind, type, make, read, layout, ...) \
-  {code(type), kind, read, make, layout, nullptr, Misplaced::kTaken, {__VA_ARGS__}},
+  {code(type), kind, read, make, layout, nullptr, Misplaced::kTaken, true, {__VA_ARGS__}},
 constexpr BoxType kRows[] = {
     KVJPX_BOX_TYPES(KVJPX_TYPED_ROW, KVJPX_CONTAINER_ROW, KVJPX_OPAQUE_ROW, KVJPX_OWN_ROW)};
 constexpr CodeTable kTable(kRows);
+
+}  // namespace
+
+BoxTypes all_box_types() { return {kRows, sizeof(kRows) / sizeof(kRows[0])}; }
 
 bool may_stand(const BoxType& row, const Box* parent) {
   if (row.parents[0] == kNoParent) return true;
@@ -35,21 +40,6 @@ Box* make_by_row(const BoxType& row, Environment* env, uint32_t type, Box* paren
   if (row.layout == nullptr) return jpx_make_basic_box(env, type, parent, id);
   return make_record(env, row.layout->record_size, row.kind, type, parent, id, *row.operations);
 }
-
-Box* read_by_row(const BoxType& row, Environment* env, uint32_t type, Stream* stream, Box* parent,
-                 uint32_t* counter) {
-  if (row.kind == kSuper) return jpx_read_super_box(env, type, stream, parent, counter);
-  if (row.layout == nullptr || (row.misplaced == Misplaced::kOpaque && !may_stand(row, parent)))
-    return jpx_read_basic_box(env, type, stream, parent, counter);
-  Box* const box = make_by_row(row, env, type, parent, *counter);
-  if (box != nullptr) read_typed(env, stream, *row.layout, box);
-  skip_content(env, stream);
-  return box;
-}
-
-}  // namespace
-
-BoxTypes all_box_types() { return {kRows, sizeof(kRows) / sizeof(kRows[0])}; }
 
 const BoxType* find_box_type(uint32_t code) { return kTable.find(code); }
 
