@@ -20,8 +20,9 @@ struct Choice {
 BoxType pick_type(uint8_t choice) {
   const BoxTypes types = all_box_types();
   if (choice % (types.count + 1) < types.count) return types.rows[choice % (types.count + 1)];
-  return {code("????"), kBasic,  jpx_read_unknown_box, jpx_make_unknown_box,
-          nullptr,      nullptr, Misplaced::kTaken,    {}};
+  return {code("????"),         kBasic,  jpx_read_unknown_box,
+          jpx_make_unknown_box, nullptr, nullptr,
+          Misplaced::kTaken,    true,    {}};
 }
 
 // Half of the parents are one that the box may stand in.

@@ -21,9 +21,8 @@ constexpr Field kFields[] = {
 
 }  // namespace
 
-constexpr BoxLayout kOpaque = box_layout<BasicBox>(
-    0, kFields, jpx_basic_print,
-    {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
+constexpr BoxLayout kOpaque = box_layout<BasicBox, kFields>(
+    0, jpx_basic_print, {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
 
 uint64_t payload_length(Box* box) { return basic(box)->payload_length; }
 

@@ -36,17 +36,15 @@ void render_list(const BoxLayout& layout, Box* box, Environment* env, Stream* st
 }  // namespace
 
 void read_numbers(Environment* env, Stream* stream, const Numbers& numbers, void* record) {
-  const uint8_t* bytes = has_at_hand(stream, numbers.size) ? stream->cursor : nullptr;
-  if (bytes != nullptr) stream->cursor += numbers.size;
+  if (numbers.size == 0) return;
+  if (has_at_hand(stream, numbers.size)) {
+    numbers.take(record, stream->cursor);
+    stream->cursor += numbers.size;
+    return;
+  }
   for (const Field& field : numbers.rows) {
     if (!is_stored(field, numbers.list)) continue;
-    const uint32_t width = field.wire.width;
-    if (bytes == nullptr) {
-      field.wire.slot.store(record, read_number(env, stream, width));
-    } else {
-      field.wire.slot.store(record, number_at(bytes, width));
-      bytes += width;
-    }
+    field.wire.slot.store(record, read_number(env, stream, field.wire.width));
   }
 }
 

@@ -44,7 +44,7 @@ void jpx_bpcc_print(Box* box) {
 }  // namespace
 
 constexpr BoxLayout kBpcc =
-    box_layout<BpccBox>(code("bpcc"), kFields, jpx_bpcc_print, {nullptr, nullptr, read_depths});
-constexpr BoxLayout kStandardBpcc = box_layout<BpccBox>(code("bpcc"), kFields, jpx_bpcc_print);
+    box_layout<BpccBox, kFields>(code("bpcc"), jpx_bpcc_print, {nullptr, nullptr, read_depths});
+constexpr BoxLayout kStandardBpcc = box_layout<BpccBox, kFields>(code("bpcc"), jpx_bpcc_print);
 
 }  // namespace kvjpx

@@ -54,6 +54,6 @@ void jpx_cdef_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kCdef = box_layout<CdefBox>(code("cdef"), kFields, jpx_cdef_print);
+constexpr BoxLayout kCdef = box_layout<CdefBox, kFields>(code("cdef"), jpx_cdef_print);
 
 }  // namespace kvjpx

@@ -50,6 +50,6 @@ void jpx_cmap_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kCmap = box_layout<CmapBox>(code("cmap"), kFields, jpx_cmap_print);
+constexpr BoxLayout kCmap = box_layout<CmapBox, kFields>(code("cmap"), jpx_cmap_print);
 
 }  // namespace kvjpx

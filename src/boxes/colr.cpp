@@ -446,11 +446,10 @@ void read_method(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kColr =
-    box_layout<ColrBox>(code("colr"), kFields.rows, jpx_colr_print,
-                        {length_of_method, render_method, read_plain_method, release_method});
-constexpr BoxLayout kStandardColr =
-    box_layout<ColrBox>(code("colr"), kStandardFields.rows, jpx_colr_print,
-                        {length_of_method, render_method, read_method, release_method});
+constexpr BoxLayout kColr = box_layout<ColrBox, kFields>(
+    code("colr"), jpx_colr_print,
+    {length_of_method, render_method, read_plain_method, release_method});
+constexpr BoxLayout kStandardColr = box_layout<ColrBox, kStandardFields>(
+    code("colr"), jpx_colr_print, {length_of_method, render_method, read_method, release_method});
 
 }  // namespace kvjpx

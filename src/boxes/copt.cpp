@@ -34,6 +34,6 @@ void jpx_copt_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kCopt = box_layout<CoptBox>(code("copt"), kFields, jpx_copt_print);
+constexpr BoxLayout kCopt = box_layout<CoptBox, kFields>(code("copt"), jpx_copt_print);
 
 }  // namespace kvjpx

@@ -41,8 +41,8 @@ constexpr BoxOperations cref_operations() {
 
 constexpr BoxOperations kCrefOperations = cref_operations();
 
-constexpr BoxLayout kCref = box_layout<CrefBox>(code("cref"), kFields, jpx_cref_print,
-                                                {jpx_super_length, jpx_super_render});
+constexpr BoxLayout kCref = box_layout<CrefBox, kFields>(code("cref"), jpx_cref_print,
+                                                         {jpx_super_length, jpx_super_render});
 
 extern "C" {
 

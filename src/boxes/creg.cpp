@@ -66,6 +66,6 @@ void jpx_creg_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kCreg = box_layout<CregBox>(code("creg"), kFields, jpx_creg_print);
+constexpr BoxLayout kCreg = box_layout<CregBox, kFields>(code("creg"), jpx_creg_print);
 
 }  // namespace kvjpx

@@ -52,7 +52,7 @@ void judge_count(Environment*, Stream* stream, Box* box) {
 constexpr BoxOperations kDtblOperations =
     container_operations(jpx_dtbl_length, jpx_dtbl_render, jpx_super_print);
 constexpr BoxLayout kDtbl =
-    box_layout<DtblBox>(kType, kFields, jpx_super_print, {nullptr, nullptr, judge_count});
+    box_layout<DtblBox, kFields>(kType, jpx_super_print, {nullptr, nullptr, judge_count});
 
 extern "C" {
 

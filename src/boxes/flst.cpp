@@ -45,6 +45,6 @@ void jpx_flst_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kFlst = box_layout<FlstBox>(code("flst"), kFields, jpx_flst_print);
+constexpr BoxLayout kFlst = box_layout<FlstBox, kFields>(code("flst"), jpx_flst_print);
 
 }  // namespace kvjpx

@@ -134,9 +134,9 @@ void read_brands(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kFtyp = box_layout<FtypBox>(code("ftyp"), kFields, jpx_ftyp_print,
-                                                {length_of_brands, render_brands, read_brands});
+constexpr BoxLayout kFtyp = box_layout<FtypBox, kFields>(
+    code("ftyp"), jpx_ftyp_print, {length_of_brands, render_brands, read_brands});
 constexpr BoxLayout kStandardFtyp =
-    box_layout<FtypBox>(code("ftyp"), kStandardFields, jpx_ftyp_print);
+    box_layout<FtypBox, kStandardFields>(code("ftyp"), jpx_ftyp_print);
 
 }  // namespace kvjpx

@@ -91,6 +91,6 @@ void jpx_ihdr_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kIhdr = box_layout<IhdrBox>(code("ihdr"), kFields, jpx_ihdr_print);
+constexpr BoxLayout kIhdr = box_layout<IhdrBox, kFields>(code("ihdr"), jpx_ihdr_print);
 
 }  // namespace kvjpx

@@ -100,12 +100,13 @@ struct Group {
   uint16_t bit;  // of Ityp
   Numbers numbers;
 };
-constexpr Group group_of(uint16_t bit, uint32_t first, uint32_t count) {
-  return {bit, numbers_of({kFields + first, count}, &kInstructions)};
+template <uint32_t First, uint32_t End>
+constexpr Group group_of(uint16_t bit) {
+  return {bit, numbers_of<kFields, &kInstructions, First, End>()};
 }
 constexpr Group kGroups[] = {
-    group_of(KV_JPX_ITYP_OFFSETS, 3, 2), group_of(KV_JPX_ITYP_SCALING, 5, 2),
-    group_of(KV_JPX_ITYP_PERSISTENCE, 7, 3), group_of(KV_JPX_ITYP_CROPPING, 10, 4)};
+    group_of<3, 5>(KV_JPX_ITYP_OFFSETS), group_of<5, 7>(KV_JPX_ITYP_SCALING),
+    group_of<7, 10>(KV_JPX_ITYP_PERSISTENCE), group_of<10, 14>(KV_JPX_ITYP_CROPPING)};
 static_assert(kGroups[0].numbers.rows.first->key == JPX_FIELD_INST_XO &&
                   kGroups[3].numbers.rows.end() == kFields + sizeof(kFields) / sizeof(kFields[0]),
               "the groups are the rows from XO to the last");
@@ -190,8 +191,8 @@ void read_known_instructions(Environment* env, Stream* stream, Box* box) {
 void release_instructions(Box* box, Environment* env) { list_release(env, instructions_of(box)); }
 
 constexpr BoxLayout standard_layout() {
-  BoxLayout layout = box_layout<InstBox>(
-      code("inst"), kStandardFields, jpx_inst_print,
+  BoxLayout layout = box_layout<InstBox, kStandardFields>(
+      code("inst"), jpx_inst_print,
       {length_of_instructions, render_instructions, read_known_instructions, release_instructions});
   layout.base = &kInst;
   return layout;
@@ -199,9 +200,8 @@ constexpr BoxLayout standard_layout() {
 
 }  // namespace
 
-constexpr BoxLayout kInst =
-    box_layout<InstBox>(code("inst"), kFields, jpx_inst_print,
-                        {length_of_instructions, render_instructions, read_instructions});
+constexpr BoxLayout kInst = box_layout<InstBox, kFields>(
+    code("inst"), jpx_inst_print, {length_of_instructions, render_instructions, read_instructions});
 constexpr BoxLayout kStandardInst = standard_layout();
 
 }  // namespace kvjpx

@@ -44,8 +44,8 @@ void jpx_nlst_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kNlst = box_layout<NlstBox>(code("nlst"), kFields, jpx_nlst_print);
+constexpr BoxLayout kNlst = box_layout<NlstBox, kFields>(code("nlst"), jpx_nlst_print);
 constexpr BoxLayout kStandardNlst =
-    box_layout<NlstBox>(code("nlst"), kStandardFields, jpx_nlst_print);
+    box_layout<NlstBox, kStandardFields>(code("nlst"), jpx_nlst_print);
 
 }  // namespace kvjpx

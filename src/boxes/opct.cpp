@@ -337,10 +337,10 @@ void read_wide_key(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kOpct = box_layout<OpctBox>(code("opct"), kFields, jpx_opct_print,
-                                                {length_of_key, render_key, read_key, release_key});
-constexpr BoxLayout kStandardOpct =
-    box_layout<OpctBox>(code("opct"), kStandardFields, jpx_opct_print,
-                        {length_of_wide_key, render_wide_key, read_wide_key, release_key});
+constexpr BoxLayout kOpct = box_layout<OpctBox, kFields>(
+    code("opct"), jpx_opct_print, {length_of_key, render_key, read_key, release_key});
+constexpr BoxLayout kStandardOpct = box_layout<OpctBox, kStandardFields>(
+    code("opct"), jpx_opct_print,
+    {length_of_wide_key, render_wide_key, read_wide_key, release_key});
 
 }  // namespace kvjpx

@@ -493,11 +493,9 @@ void read_cells(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kPclr =
-    box_layout<PclrBox>(code("pclr"), kFields, jpx_pclr_print,
-                        {length_of_table, render_table, read_table, release_table});
-constexpr BoxLayout kStandardPclr =
-    box_layout<PclrBox>(code("pclr"), kStandardFields, jpx_pclr_print,
-                        {length_of_cells, render_cells, read_cells, release_table});
+constexpr BoxLayout kPclr = box_layout<PclrBox, kFields>(
+    code("pclr"), jpx_pclr_print, {length_of_table, render_table, read_table, release_table});
+constexpr BoxLayout kStandardPclr = box_layout<PclrBox, kStandardFields>(
+    code("pclr"), jpx_pclr_print, {length_of_cells, render_cells, read_cells, release_table});
 
 }  // namespace kvjpx

@@ -54,6 +54,6 @@ void jpx_res_print(Box* box) {
 }  // namespace
 
 constexpr BoxLayout kRes =
-    box_layout<ResBox>(code("resc"), kFields, jpx_res_print, {}, code("resd"));
+    box_layout<ResBox, kFields>(code("resc"), jpx_res_print, {}, code("resd"));
 
 }  // namespace kvjpx

@@ -61,6 +61,6 @@ void jpx_roid_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kRoid = box_layout<RoidBox>(code("roid"), kFields, jpx_roid_print);
+constexpr BoxLayout kRoid = box_layout<RoidBox, kFields>(code("roid"), jpx_roid_print);
 
 }  // namespace kvjpx

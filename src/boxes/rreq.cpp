@@ -226,17 +226,17 @@ void release_features(Box* box, Environment* env) {
 }
 
 constexpr BoxLayout standard_layout() {
-  BoxLayout layout =
-      box_layout<RreqBox>(code("rreq"), kStandardFields, jpx_rreq_print,
-                          {length_of_masks, render_masks, read_whole_masks, release_features});
+  BoxLayout layout = box_layout<RreqBox, kStandardFields>(
+      code("rreq"), jpx_rreq_print,
+      {length_of_masks, render_masks, read_whole_masks, release_features});
   layout.base = &kRreq;
   return layout;
 }
 
 }  // namespace
 
-constexpr BoxLayout kRreq = box_layout<RreqBox>(code("rreq"), kFields, jpx_rreq_print,
-                                                {length_of_masks, render_masks, read_masks});
+constexpr BoxLayout kRreq = box_layout<RreqBox, kFields>(
+    code("rreq"), jpx_rreq_print, {length_of_masks, render_masks, read_masks});
 constexpr BoxLayout kStandardRreq = standard_layout();
 
 }  // namespace kvjpx

@@ -29,8 +29,16 @@ void render_signature(Box*, Environment* env, Stream* stream) {
 
 }  // namespace
 
-constexpr BoxLayout kJp = layout_of_rows(code("jP  "), 0, sizeof(Box), {nullptr, 0}, print_heading,
-                                         {length_of_signature, render_signature, read_signature});
+constexpr BoxLayout kJp = {code("jP  "),
+                           0,
+                           sizeof(Box),
+                           {},
+                           print_heading,
+                           {length_of_signature, render_signature, read_signature},
+                           {},
+                           {},
+                           {},
+                           nullptr};
 
 extern "C" {
 

@@ -117,11 +117,9 @@ void read_uuids(Environment* env, Stream* stream, Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kUlst =
-    box_layout<UlstBox>(code("ulst"), kFields, jpx_ulst_print,
-                        {length_of_uuids, render_uuids, read_uuids, release_uuids});
-constexpr BoxLayout kStandardUlst =
-    box_layout<UlstBox>(code("ulst"), kStandardFields, jpx_ulst_print,
-                        {length_of_uuids, render_uuids, read_uuids, release_uuids});
+constexpr BoxLayout kUlst = box_layout<UlstBox, kFields>(
+    code("ulst"), jpx_ulst_print, {length_of_uuids, render_uuids, read_uuids, release_uuids});
+constexpr BoxLayout kStandardUlst = box_layout<UlstBox, kStandardFields>(
+    code("ulst"), jpx_ulst_print, {length_of_uuids, render_uuids, read_uuids, release_uuids});
 
 }  // namespace kvjpx

@@ -68,11 +68,10 @@ void jpx_url_print(Box* box) {
 
 }  // namespace
 
-constexpr BoxLayout kUrl =
-    box_layout<UrlBox>(code("url "), kFields, jpx_url_print,
-                       {length_of_rest, render_rest, read_rest, release_payload});
-constexpr BoxLayout kStandardUrl =
-    box_layout<UrlBox>(code("url "), kStandardFields, jpx_url_print,
-                       {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
+constexpr BoxLayout kUrl = box_layout<UrlBox, kFields>(
+    code("url "), jpx_url_print, {length_of_rest, render_rest, read_rest, release_payload});
+constexpr BoxLayout kStandardUrl = box_layout<UrlBox, kStandardFields>(
+    code("url "), jpx_url_print,
+    {payload_length, render_payload, jpx_read_basic_box_data, release_payload});
 
 }  // namespace kvjpx

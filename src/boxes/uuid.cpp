@@ -62,9 +62,9 @@ void jpx_uuid_print(Box* box) {
 // The payload answers to the key of all opaque payloads as well, so that code that walks them need
 // not tell a uuid box apart.
 constexpr BoxLayout uuid_layout() {
-  BoxLayout layout =
-      box_layout<UuidBox>(code("uuid"), kFields, jpx_uuid_print,
-                          {length_of_content, render_content, read_content, release_payload});
+  BoxLayout layout = box_layout<UuidBox, kFields>(
+      code("uuid"), jpx_uuid_print,
+      {length_of_content, render_content, read_content, release_payload});
   layout.base = &kOpaque;
   return layout;
 }
