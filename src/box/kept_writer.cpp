@@ -9,6 +9,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/sendfile.h>
 #include <unistd.h>
 
@@ -66,9 +67,12 @@ struct KeptOutput {
   uint64_t position;
   uint64_t next_measure;
   uint64_t next_patch;
-  Run pending;  // not written yet, as the next piece of the input may follow directly
+  Run pending;           // not written yet, as the next piece of the input may follow directly
+  uint64_t first_place;  // of the output in its file; 0 for pipes, which have no places
   uint8_t* buffer;
-  uint64_t buffered;
+  uint8_t* fill;      // the part of the buffer that serves
+  uint64_t room;      // in it, in bytes
+  uint64_t buffered;  // of them
 };
 
 namespace {
@@ -76,7 +80,8 @@ namespace {
 constexpr uint64_t kHeader = 8;
 constexpr uint64_t kLongHeader = 16;
 constexpr uint64_t kShortLimit = 0xFFFFFFFF;
-constexpr uint64_t kBufferSize = 0x10000;
+constexpr uint64_t kBufferSize = 0x20000;
+constexpr uint64_t kMostMapped = 0x100000;  // of what is only copied
 constexpr uint64_t kTransferLimit = 0x40000000;
 constexpr uint64_t kFragmentSize = 14;
 constexpr uint64_t kFragmentCountSize = 2;
@@ -99,6 +104,25 @@ const uint8_t* input_bytes(const KeptOutput* output, uint64_t offset) {
 
 // ------------------------------------------------------------------------------------- the sink
 
+// Where bytes come to lie a little further on in their page, processors take ten times as long for
+// a long copy than for the same in short ones, and so they do with the instruction that a compiler
+// puts in place of short ones whose length it knows.
+void copy_bytes(uint8_t* to, const uint8_t* from, uint64_t length) {
+  constexpr uint64_t kPage = 4096;
+  constexpr uint64_t kLittle = 64;
+  const volatile uint64_t known_late = 1024;
+  const uint64_t shift =
+      (reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from)) % kPage;
+  const uint64_t most = shift != 0 && shift < kLittle ? known_late : length;
+  while (length != 0) {
+    const uint64_t step = smaller(length, most);
+    memcpy(to, from, step);
+    to += step;
+    from += step;
+    length -= step;
+  }
+}
+
 void put_raw(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
   while (length != 0 && !output->has_failed) {
     const ssize_t written = write(output->descriptor, bytes, smaller(length, kTransferLimit));
@@ -113,71 +137,92 @@ void put_raw(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
 }
 
 void flush_buffer(KeptOutput* output) {
-  put_raw(output, output->buffer, output->buffered);
+  put_raw(output, output->fill, output->buffered);
   output->buffered = 0;
 }
 
-void put_plain(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
-  if (length == 0) return;
-  if (output->target == Target::kMemory) {
-    memcpy(output->memory + output->position, bytes, length);
-  } else if (output->target == Target::kFile) {
-    if (length > kBufferSize - output->buffered) flush_buffer(output);
-    if (length > kBufferSize) {
-      put_raw(output, bytes, length);
-    } else {
-      memcpy(output->buffer + output->buffered, bytes, length);
-      output->buffered += length;
-    }
-  }
-  output->position += length;
-}
+// Where the next byte comes to lie in the output file.
+uint64_t next_place(const KeptOutput* output) { return output->first_place + output->position; }
 
-// How far bytes of the input lie behind their places in the output, modulo the size of pages. A
-// pipe has no places.
-uint64_t distance_to_output(KeptOutput* output, uint64_t offset) {
-  const off_t place = lseek(output->descriptor, 0, SEEK_CUR);
-  if (place < 0 && errno != ESPIPE) output->has_failed = true;
-  return place < 0 ? 0 : (static_cast<uint64_t>(place) - offset) % output->input->alignment;
-}
-
-// Reads some of the input file and writes it. What pread says. Processors take several times as
-// long to copy bytes a little further on in their page than they were, so the buffer's part that
-// serves lies half a page away from either place.
-ssize_t copy_by_hand(KeptOutput* output, off_t offset, uint64_t length, uint64_t distance) {
+// Processors take several times as long to copy bytes a little further on in their pages than they
+// were, so the buffer's part that serves lies half a page away from the place in the output. It is
+// full where a page of the output ends.
+void begin_buffer(KeptOutput* output) {
   const uint64_t page = output->input->alignment;
-  const uint64_t wanted = static_cast<uint64_t>(offset) + distance / 2 + page / 2;
-  uint8_t* const place =
-      output->buffer + (wanted - reinterpret_cast<uintptr_t>(output->buffer)) % page;
-  const ssize_t got = pread(output->input->descriptor, place, smaller(length, kBufferSize), offset);
-  if (got > 0) put_raw(output, place, static_cast<uint64_t>(got));
-  return got;
+  const uint64_t place = next_place(output) % page;
+  const auto address = reinterpret_cast<uintptr_t>(output->buffer);
+  output->fill = output->buffer + (place + page / 2 - address) % page;
+  output->room = kBufferSize - place;
 }
 
-// Copies a piece of the input file inside the system, which costs no memory; where the system does
-// not do that, or not well, piece by piece.
-void copy_file_piece(KeptOutput* output, uint64_t offset, uint64_t length) {
-  flush_buffer(output);
-  const uint64_t distance = distance_to_output(output, offset);
-  bool sends = distance == 0;  // it is that copying a little further on else
-  auto from = static_cast<off_t>(offset);
-  uint64_t left = length;
-  while (left != 0 && !output->has_failed) {
-    ssize_t moved;
-    if (sends) {
-      moved = sendfile(output->descriptor, output->input->descriptor, &from,
-                       smaller(left, kTransferLimit));
-    } else {
-      moved = copy_by_hand(output, from, left, distance);
-      from += moved > 0 ? moved : 0;
-    }
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved == 0) JPX_ErrorExit(output->env, JPX_ERR_READ_PAST_END);
-    if (moved > 0) left -= static_cast<uint64_t>(moved);
-    if (moved < 0 && !sends) output->has_failed = true;
-    if (moved < 0) sends = false;
+void put_buffered(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
+  while (length != 0) {
+    if (output->buffered == 0) begin_buffer(output);
+    const uint64_t step = smaller(length, output->room - output->buffered);
+    copy_bytes(output->fill + output->buffered, bytes, step);
+    output->buffered += step;
+    output->position += step;
+    bytes += step;
+    length -= step;
+    if (output->buffered == output->room) flush_buffer(output);
+  }
+}
+
+void put_plain(KeptOutput* output, const uint8_t* bytes, uint64_t length) {
+  if (output->target == Target::kFile && length <= kBufferSize) {
+    put_buffered(output, bytes, length);
+    return;
+  }
+  if (length == 0) return;
+  if (output->target == Target::kMemory)
+    copy_bytes(output->memory + output->position, bytes, length);
+  if (output->target == Target::kFile) {
+    flush_buffer(output);
+    put_raw(output, bytes, length);
   }
   output->position += length;
+}
+
+// The mapped pages that lie between two places; they come back when they are touched. So the memory
+// that a copy needs does not grow with the file.
+void give_back_pages(const KeptOutput* output, uint64_t begin, uint64_t end) {
+  const uint64_t page = output->input->alignment;
+  begin = (begin + page - 1) & ~(page - 1);
+  end &= ~(page - 1);
+  if (begin >= end) return;
+  madvise(const_cast<uint8_t*>(input_bytes(output, begin)), end - begin, MADV_DONTNEED);
+}
+
+// Copies a piece of the input file through the buffer.
+void copy_by_hand(KeptOutput* output, uint64_t offset, uint64_t length) {
+  while (length != 0 && !output->has_failed) {
+    const uint64_t step = smaller(length, kMostMapped);
+    require_present(output->env, output->input, offset, step);
+    put_buffered(output, input_bytes(output, offset), step);
+    if (step == kMostMapped) give_back_pages(output, offset, offset + step);
+    offset += step;
+    length -= step;
+  }
+}
+
+// Copies a piece of the input file inside the system, which costs no memory. Where the bytes come
+// to lie elsewhere in their pages, that takes three times as long as going through the buffer.
+void copy_file_piece(KeptOutput* output, uint64_t offset, uint64_t length) {
+  uint64_t left = length;
+  if ((next_place(output) - offset) % output->input->alignment == 0) {
+    flush_buffer(output);
+    auto from = static_cast<off_t>(offset);
+    while (left != 0 && !output->has_failed) {
+      const ssize_t moved = sendfile(output->descriptor, output->input->descriptor, &from,
+                                     smaller(left, kTransferLimit));
+      if (moved < 0 && errno == EINTR) continue;
+      if (moved == 0) JPX_ErrorExit(output->env, JPX_ERR_READ_PAST_END);
+      if (moved < 0) break;  // the system does not do that between such files
+      left -= static_cast<uint64_t>(moved);
+    }
+    output->position += length - left;
+  }
+  copy_by_hand(output, offset + (length - left), left);
 }
 
 void put_input(KeptOutput* output, uint64_t offset, uint64_t length) {
@@ -688,6 +733,8 @@ void write_kept_to_memory(KeptOutput* output, uint8_t* memory) {
 bool write_kept_to_file(KeptOutput* output, int descriptor) {
   output->target = Target::kFile;
   output->descriptor = descriptor;
+  const off_t place = lseek(descriptor, 0, SEEK_CUR);
+  output->first_place = place > 0 ? static_cast<uint64_t>(place) : 0;
   const uint64_t size = kBufferSize + output->input->alignment;
   output->buffer = static_cast<uint8_t*>(allocate(output->env, size));
   go_through(output);
