@@ -234,12 +234,22 @@ std::string json_text(const Json& json) {
   return json.dump(-1, ' ', is_for_terminal, Json::error_handler_t::replace);
 }
 
-BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
-  BoxHead head{box, box.type(), box.extent().value_or({}), paths.path(box), {}, {}};
-  if (head.type == "uuid") head.uuid = uuid_name_of(box);
+void BoxHead::look_at(const kvjpx::box_paths& paths, const kvjpx::box_paths::item& other) {
+  box = other.box;
+  type = other.type;
+  extent = box.extent().value_or({});
+  path.clear();
+  paths.append_path(path, box);
+  uuid = type == "uuid" ? uuid_name_of(box) : std::string_view();
+  marks.clear();
   for (const auto& [flag, word] : kMarks) {
-    if ((head.extent.flags & flag) != 0) head.marks.push_back(word);
+    if ((extent.flags & flag) != 0) marks.push_back(word);
   }
+}
+
+BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
+  BoxHead head;
+  head.look_at(paths, {box, box.type(), 0});
   return head;
 }
 

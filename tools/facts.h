@@ -37,6 +37,8 @@ struct BoxHead {
 
   uint64_t length() const { return extent.header_length + extent.content_length; }
   uint64_t tail_offset() const { return extent.end() - extent.tail_length; }
+  // Goes on to another box, in the same memory.
+  void look_at(const kvjpx::box_paths& paths, const kvjpx::box_paths::item& other);
 };
 BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box);
 Json head_facts(const BoxHead& head);

@@ -3,6 +3,7 @@
 #ifndef KVJPX_TOOLS_PRINTER_H_
 #define KVJPX_TOOLS_PRINTER_H_
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -54,8 +55,10 @@ class JsonPrinter final : public Printer {
   bool is_first_ = true;
 };
 
-// The section of what stands at the ends of containers and is no box.
-void print_tails(const kvjpx::document& document, const kvjpx::box_paths& paths, Printer& printer);
+// The sections of the boxes, for each of which `print` is called, and of what stands at the ends of
+// containers and is no box.
+void print_all_boxes(const kvjpx::box_paths& paths, Printer& printer,
+                     const std::function<void(const BoxHead&)>& print);
 
 }  // namespace kvjpx_tool
 
