@@ -38,19 +38,28 @@ class JsonPrinter final : public Printer {
     end_ = "]}\n";
     is_first_ = true;
   }
-  void entry(const Json& facts) override { add(json_text(facts)); }
-  void box(const BoxHead& head) override { add(box_text(head)); }
-  void head(const BoxHead& head) { add(head_text(head)); }
+  void entry(const Json& facts) override {
+    add([&](std::string& text) { text += json_text(facts); });
+  }
+  void box(const BoxHead& head) override {
+    add([&](std::string& text) { append_box(text, head); });
+  }
+  void head(const BoxHead& head) {
+    add([&](std::string& text) { append_head(text, head); });
+  }
   void end_file() override { out_ << end_; }
 
  private:
-  void add(std::string_view text) {
-    if (!is_first_) out_ << ',';
-    out_ << text;
+  template <class Append>
+  void add(const Append& append) {
+    text_ = is_first_ ? "" : ",";
+    append(text_);
+    out_ << text_;
     is_first_ = false;
   }
 
   std::ostream& out_;
+  std::string text_;  // of one entry, in the same memory for all
   const char* end_ = "";
   bool is_first_ = true;
 };
