@@ -74,7 +74,8 @@ class type {
     char name[longest_name];
     return {name, put_name(name)};
   }
-  /** Writes that form where there is room for it, without an end; returns its length. */
+  /** Writes that form to where there is room for longest_name characters, without a zero behind
+   *  it; returns its length. */
   size_t put_name(char* name) const {
     size_t length = 4;
     while (length > 1 && character(length - 1) == ' ') --length;
@@ -95,6 +96,7 @@ class type {
     }
     return size;
   }
+  /** Characters of the longest name. */
   static constexpr size_t longest_name = 12;
 
   /** Reads that form; nothing when it is not the name of a type. */
@@ -1416,8 +1418,8 @@ class box_paths {
 
   /** A box as it stood in the order of the document. */
   struct item {
-    kvjpx::box box;
-    kvjpx::type type;
+    kvjpx::box box;     /**< the box itself */
+    kvjpx::type type;   /**< as box::type, without asking for it */
     size_t child_count; /**< boxes directly in it */
   };
   /** The boxes in their order, a container before its content, from 1 to size(); 0 is the root.

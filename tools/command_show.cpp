@@ -153,6 +153,11 @@ class Lister {
       const bool is_last = !has_tail && child == child_count;
       head_.look_at(paths_, paths_[place]);
       add(indent, is_top ? "" : is_last ? kLast : kOther);
+      const bool has_content = paths_[place].child_count > 0 || head_.extent.tail_length > 0;
+      if (!has_content) {
+        ++place;
+        continue;
+      }
       place = list(place, is_top ? "" : indent + (is_last ? kNothing : kLine));
     }
     if (has_tail) {

@@ -138,15 +138,8 @@ class FieldFacts {
   kvjpx::box box_;
 };
 
-// Of a uuid box. Where nothing is odd, its UUID is the first that the file has in it.
-std::string_view uuid_name_of(const BoxHead& head) {
-  constexpr uint32_t kNotOdd = KV_JPX_BOX_LONG_HEADER | KV_JPX_BOX_OPEN_ENDED;
-  if ((head.extent.flags & ~kNotOdd) == 0) {
-    if (const auto content = head.box.source_content()) {
-      return uuid_name(content->text().substr(0, kUuidSize));
-    }
-  }
-  const auto id = head.box.bytes<kvjpx::uuid::id>();
+std::string_view uuid_name_of(kvjpx::box box) {
+  const auto id = box.bytes<kvjpx::uuid::id>();
   return id ? uuid_name(id->text()) : std::string_view();
 }
 
@@ -261,7 +254,7 @@ void BoxHead::look_at(const kvjpx::box_paths& paths, const kvjpx::box_paths::ite
   extent = box.extent().value_or({});
   path.clear();
   paths.append_path(path, box);
-  uuid = type == "uuid" ? uuid_name_of(*this) : std::string_view();
+  uuid = type == "uuid" ? uuid_name_of(box) : std::string_view();
   marks.clear();
   for (const auto& [flag, word] : kMarks) {
     if ((extent.flags & flag) != 0) marks.push_back(word);

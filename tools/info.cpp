@@ -44,7 +44,7 @@ class InfoFacts {
 
  private:
   void add_brands() {
-    const box type = file_.document().root().child("ftyp");
+    const box type = paths_.child(file_.document().root(), "ftyp");
     if (!type) return;
     const auto brand = type.get<kvjpx::ftyp::br>();
     if (!brand) return;
@@ -58,7 +58,7 @@ class InfoFacts {
   }
 
   void add_image() {
-    const box header = file_.document().root().child("jp2h");
+    const box header = paths_.child(file_.document().root(), "jp2h");
     const box image = header ? header.child("ihdr") : box();
     if (!image) return;
     const auto width = image.get<kvjpx::ihdr::width>();
@@ -164,7 +164,10 @@ class InfoFacts {
   }
 
   void add_label(box place) {
-    facts_["labels"].push_back({{"path", paths_.path(place)}, {"text", label_text(place)}});
+    Json facts;
+    facts["path"] = paths_.path(place);
+    facts["text"] = label_text(place);
+    facts_["labels"].push_back(std::move(facts));
   }
 
   // By the labels that GML in JPEG 2000 (OGC 08-085) prescribes.
@@ -177,7 +180,8 @@ class InfoFacts {
   void add_metadata(box place) {
     const auto payload = place.payload();
     if (!payload) return;
-    Json facts = {{"path", paths_.path(place)}};
+    Json facts;
+    facts["path"] = paths_.path(place);
     if (place.type() == kvjpx::type("xml")) {
       facts["name"] = is_gml(place) ? "GML" : "XML";
     } else {
