@@ -163,9 +163,16 @@ class InfoFacts {
     return text ? std::string(text->text()) : std::string();
   }
 
-  void add_label(box place) {
-    Json facts;
+  // An object with room for its other members: those that are in it are copied when it grows.
+  Json facts_at(box place, size_t others) const {
+    Json::object_t facts;
+    facts.reserve(1 + others);
     facts["path"] = paths_.path(place);
+    return facts;
+  }
+
+  void add_label(box place) {
+    Json facts = facts_at(place, 1);
     facts["text"] = label_text(place);
     facts_["labels"].push_back(std::move(facts));
   }
@@ -180,8 +187,7 @@ class InfoFacts {
   void add_metadata(box place) {
     const auto payload = place.payload();
     if (!payload) return;
-    Json facts;
-    facts["path"] = paths_.path(place);
+    Json facts = facts_at(place, 3);
     if (place.type() == kvjpx::type("xml")) {
       facts["name"] = is_gml(place) ? "GML" : "XML";
     } else {
