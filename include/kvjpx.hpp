@@ -71,9 +71,14 @@ class type {
   /** The printable form that paths use: trailing blanks are left out; characters that cannot be
    *  printed, blanks and those of "/[].#%-=" come as % and two hexadecimal digits. */
   std::string name() const {
+    char name[longest_name];
+    return {name, put_name(name)};
+  }
+  /** Writes that form to where there is room for longest_name characters, without a zero behind
+   *  it; returns its length. */
+  size_t put_name(char* name) const {
     size_t length = 4;
     while (length > 1 && character(length - 1) == ' ') --length;
-    char name[12];
     size_t size = 0;
     for (size_t i = 0; i < length; ++i) {
       const unsigned char c = character(i);
@@ -89,8 +94,10 @@ class type {
         name[size++] = digits[c & 15];
       }
     }
-    return {name, size};
+    return size;
   }
+  /** Characters of the longest name. */
+  static constexpr size_t longest_name = 12;
 
   /** Reads that form; nothing when it is not the name of a type. */
   static std::optional<type> parse(std::string_view name) {
@@ -1094,20 +1101,22 @@ inline std::optional<path_step> parse_step(std::string_view text) {
   return path_step{*wanted, *index};
 }
 
-inline std::string step_text(type box_type, uint64_t index, bool is_only) {
-  std::string step = box_type.name();
-  if (is_only) return step;
-  char digits[24];
-  char* const end = std::to_chars(digits, digits + sizeof digits, index).ptr;
-  step += '[';
-  step.append(digits, end);
-  step += ']';
-  return step;
-}
+struct step_text {
+  step_text(type box_type, uint64_t index, bool is_only) : size(box_type.put_name(text)) {
+    if (is_only) return;
+    text[size++] = '[';
+    char* end = std::to_chars(text + size, text + sizeof text - 1, index).ptr;
+    *end++ = ']';
+    size = static_cast<size_t>(end - text);
+  }
 
-inline void prepend_step(std::string& path, const std::string& step) {
+  char text[type::longest_name + 24];
+  size_t size;
+};
+
+inline void prepend_step(std::string& path, const step_text& step) {
   if (!path.empty()) path.insert(0, 1, '/');
-  path.insert(0, step);
+  path.insert(0, step.text, step.size);
 }
 
 // Goes from `start` along a path; child(box, type, index) finds a box in another.
@@ -1378,62 +1387,75 @@ class document {
 };
 
 /**
- * The paths of all boxes of a document as it is now, for programs that need many: making it takes
- * n log n time for n boxes and 28 bytes a box, twice that meanwhile; a path then takes time in
- * proportion to its length only, and finding one a logarithm a step. Boxes that are added later are
- * not in it; those that are removed must not be asked for.
+ * The boxes of a document as it is now, with their paths, for programs that need many: making it
+ * takes n log n time for n boxes and 32 bytes a box; a path then takes time in proportion to its
+ * length only, and finding one a logarithm a step. Boxes that are added later are not in it; those
+ * that are removed must not be asked for.
  */
 class box_paths {
  public:
   explicit box_paths(const document& file) : root_(file.root()) {
-    std::vector<entry> boxes = all_boxes();
+    list_boxes();
     uint32_t largest_id = 0;
-    for (size_t i = 1; i < boxes.size(); ++i) {
-      ++boxes[boxes[i].parent].child_count;
-      largest_id = std::max(largest_id, boxes[i].id);
+    for (size_t i = 1; i < entries_.size(); ++i) {
+      ++entries_[entries_[i].parent].child_count;
+      largest_id = std::max(largest_id, entries_[i].id);
     }
-    uint32_t place = 1;
-    for (entry& container : boxes) {
-      container.first_child = place;
-      place += container.child_count;
+    // The ends of the containers' parts of by_type_, which become their beginnings by filling them.
+    uint32_t end = 0;
+    for (entry& container : entries_) container.children = end += container.child_count;
+    by_type_.resize(size());
+    place_of_.resize(size() > 0 ? size_t{largest_id} + 1 : 0);
+    for (size_t i = size(); i > 0; --i) {
+      by_type_[--entries_[entries_[i].parent].children] = static_cast<uint32_t>(i);
+      place_of_[entries_[i].id] = static_cast<uint32_t>(i);
     }
-    entries_.resize(boxes.size());
-    place_of_.resize(boxes.size() > 1 ? size_t{largest_id} + 1 : 0);
-    entries_[0] = boxes[0];
-    // The next place for a box of the container, by the container's.
-    std::vector<uint32_t> next_place(boxes.size());
-    for (size_t i = 0; i < boxes.size(); ++i) next_place[i] = boxes[i].first_child;
-    for (size_t i = 1; i < boxes.size(); ++i) entries_[next_place[boxes[i].parent]++] = boxes[i];
-    for (const entry& container : boxes) number_children(container);
-    for (size_t i = 0; i < entries_.size(); ++i) {
-      const entry& container = entries_[i];
-      for (uint32_t k = 0; k < container.child_count; ++k) {
-        entries_[container.first_child + k].parent = static_cast<uint32_t>(i);
-      }
-    }
+    for (const entry& container : entries_) number_children(container);
   }
 
   /** The number of boxes. */
   size_t size() const { return entries_.size() - 1; }
 
+  /** A box as it stood in the order of the document. */
+  struct item {
+    kvjpx::box box;     /**< the box itself */
+    kvjpx::type type;   /**< as box::type, without asking for it */
+    size_t child_count; /**< boxes directly in it */
+  };
+  /** The boxes in their order, a container before its content, from 1 to size(); 0 is the root.
+   *  Takes constant time. */
+  item operator[](size_t place) const {
+    const entry& found = entries_[place];
+    return {{root_.document_, found.id}, type(found.box_type), found.child_count};
+  }
+
   /** As box::path; empty for a box that was not there. */
   std::string path(box wanted) const {
-    if (wanted.is_root()) return "/";
     std::string path;
-    if (const entry* const found = entry_of(wanted)) append(path, *found);
+    append_path(path, wanted);
     return path;
+  }
+  /** The same behind other text. */
+  void append_path(std::string& text, box wanted) const {
+    if (wanted.is_root()) {
+      text += '/';
+    } else if (const entry* const found = entry_of(wanted)) {
+      append(text, *found);
+    }
   }
 
   /** As box::child, in logarithmic time. */
   box child(box container, type wanted, uint64_t index = 0) const {
     const entry* const place = entry_of(container);
     if (place == nullptr) return {};
-    const auto first = entries_.begin() + place->first_child;
-    const entry like{0, wanted.code(), 0, 0, 0, 0};
-    const auto range = std::equal_range(first, first + place->child_count, like);
-    const auto length = static_cast<uint64_t>(range.second - range.first);
-    if (index >= length) return {};
-    return {root_.document_, range.first[static_cast<std::ptrdiff_t>(index)].id};
+    const auto first = by_type_.begin() + place->children;
+    const auto last = first + place->child_count;
+    const auto begin = std::lower_bound(first, last, wanted, [this](uint32_t child, type other) {
+      return type(entries_[child].box_type) < other;
+    });
+    if (index >= static_cast<uint64_t>(last - begin)) return {};
+    const entry& found = entries_[begin[static_cast<std::ptrdiff_t>(index)]];
+    return type(found.box_type) == wanted ? box(root_.document_, found.id) : box();
   }
 
   /** As document::find. */
@@ -1448,39 +1470,44 @@ class box_paths {
     uint32_t parent;  // place in entries_
     uint32_t box_type;
     uint32_t id;
-    uint32_t index;  // among the siblings of its type
-    uint32_t first_child;
+    uint32_t index;     // among the siblings of its type; kOnly: there is no other
+    uint32_t children;  // place in by_type_
     uint32_t child_count;
-    friend bool operator<(const entry& a, const entry& b) { return a.box_type < b.box_type; }
   };
+  static constexpr uint32_t kOnly = UINT32_MAX;
 
-  // In their order, so that no box is looked at twice; the parent is a place in this list.
-  std::vector<entry> all_boxes() const {
-    std::vector<entry> boxes = {{0, KV_JPX_ROOT, KV_JPX_ROOT, 0, 0, 0}};
+  void list_boxes() {
+    entries_.push_back({0, KV_JPX_ROOT, KV_JPX_ROOT, 0, 0, 0});
     uint32_t parent = 0;
     box current = root_.first_child();
     while (current || parent != 0) {
       if (!current) {
-        current = box(root_.document_, boxes[parent].id).next();
-        parent = boxes[parent].parent;
+        current = box(root_.document_, entries_[parent].id).next();
+        parent = entries_[parent].parent;
         continue;
       }
-      boxes.push_back({parent, current.type().code(), current.id(), 0, 0, 0});
+      entries_.push_back({parent, current.type().code(), current.id(), 0, 0, 0});
       const box child = current.first_child();
-      if (child) parent = static_cast<uint32_t>(boxes.size() - 1);
+      if (child) parent = static_cast<uint32_t>(entries_.size() - 1);
       current = child ? child : current.next();
     }
-    return boxes;
   }
 
   void number_children(const entry& container) {
-    const auto begin = entries_.begin() + container.first_child;
+    const auto begin = by_type_.begin() + container.children;
     const auto end = begin + container.child_count;
-    if (!std::is_sorted(begin, end)) std::stable_sort(begin, end);
-    for (auto child = begin; child != end; ++child) {
-      const bool continues = child != begin && !(child[-1] < *child);
-      child->index = continues ? child[-1].index + 1 : 0;
-      place_of_[child->id] = static_cast<uint32_t>(child - entries_.begin());
+    const auto is_before = [this](uint32_t a, uint32_t b) {
+      return entries_[a].box_type < entries_[b].box_type;
+    };
+    if (!std::is_sorted(begin, end, is_before)) std::stable_sort(begin, end, is_before);
+    for (auto first = begin; first != end;) {
+      entry& one = entries_[*first];
+      auto next = first + 1;
+      for (; next != end && entries_[*next].box_type == one.box_type; ++next) {
+        entries_[*next].index = static_cast<uint32_t>(next - first);
+      }
+      one.index = next - first == 1 ? kOnly : 0;
+      first = next;
     }
   }
 
@@ -1495,15 +1522,15 @@ class box_paths {
       append(path, entries_[found.parent]);
       path += '/';
     }
-    const entry* const behind = &found + 1;
-    const bool is_last = behind == entries_.data() + entries_.size() ||
-                         behind->parent != found.parent || behind->box_type != found.box_type;
-    path += detail::step_text(type(found.box_type), found.index, found.index == 0 && is_last);
+    const detail::step_text step(type(found.box_type), found.index, found.index == kOnly);
+    path.append(step.text, step.size);
   }
 
   box root_;
-  // The root, then the boxes of one container after the other: by type, those of one in order.
-  std::vector<entry> entries_;
+  std::vector<entry> entries_;  // in the order of the document; first the root
+  // Places in entries_, of the boxes of one container after the other: by type, those of one in
+  // order.
+  std::vector<uint32_t> by_type_;
   std::vector<uint32_t> place_of_;  // in entries_, by identifier; 0: no such box
 };
 

@@ -115,14 +115,22 @@ TEST(Hpp, PathsLeadToTheirBoxes) {
   document file = read_file(jp2_file() + box("asoc") +
                             box("asoc", box("lbl ", "x") + box("a/b\xff") + box("lbl ", "y")));
   const box_paths paths(file);
+  size_t place = 0;
   for (const kvjpx::box& here : file.boxes()) {
     const std::string path = here.path();
+    const box_paths::item item = paths[++place];
+    EXPECT_EQ(item.box, here);
+    EXPECT_EQ(item.type, here.type());
+    EXPECT_EQ(static_cast<std::ptrdiff_t>(item.child_count),
+              std::distance(here.children().begin(), here.children().end()));
     EXPECT_EQ(paths.path(here), path);
     EXPECT_EQ(file.find(path).value(), here) << path;
     EXPECT_EQ(paths.find(path).value(), here) << path;
   }
   EXPECT_EQ(file.find("asoc[0x1]//lbl[1]/")->payload()->text(), "y");
   EXPECT_EQ(file.find("asoc[1]")->find("a%2fb%ff")->path(), "asoc[1]/a%2fb%ff");
+  EXPECT_EQ(paths.size(), place);
+  EXPECT_EQ(paths[0].box, file.root());
   EXPECT_EQ(file.find("/").value(), file.root());
   EXPECT_EQ(file.root().path() + paths.path(file.root()), "//");
   for (const char* bad :

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <numeric>
 #include <ostream>
 #include <utility>
 
@@ -19,64 +20,99 @@
 namespace kvjpx_tool {
 namespace {
 
-// Rows of text that are printed in aligned columns; numbers to the right, words to the left. All
-// cells stand in one string, as there may be millions, each with a line end behind it.
+// A number as it stands in a table.
+class Digits {
+ public:
+  std::string_view number(uint64_t number) {
+    return {text_, static_cast<size_t>(std::to_chars(text_, std::end(text_), number).ptr - text_)};
+  }
+  std::string_view id(uint32_t id) {
+    if (id == KV_JPX_ROOT) return "-";
+    text_[0] = '#';
+    char* const end = std::to_chars(text_ + 1, std::end(text_), id).ptr;
+    return {text_, static_cast<size_t>(end - text_)};
+  }
+
+ private:
+  char text_[24];
+};
+
+// Rows that are printed in aligned columns: numbers to the right, words to the left. There may be
+// millions, so that the words of all stand in one string.
 class Table {
  public:
-  static constexpr size_t kNumberColumns = 3;
-  static constexpr size_t kColumns = 6;
-
-  void expect(size_t rows) { cells_.reserve(rows * kUsualRow); }
-  // A row is added cell by cell.
-  void add(std::string_view cell) {
-    cells_ += cell;
-    cells_ += '\n';
-    widths_[column_] = std::max(widths_[column_], cell.size());
-    column_ = (column_ + 1) % kColumns;
+  void expect(size_t rows) {
+    rows_.reserve(rows);
+    words_.reserve(rows * kUsualWords);
   }
-  void add(uint64_t number, bool is_id = false) {
-    char digits[24];
-    digits[0] = '#';
-    const auto end = std::to_chars(digits + 1, std::end(digits), number).ptr;
-    const char* const begin = digits + (is_id ? 0 : 1);
-    add({begin, static_cast<size_t>(end - begin)});
+  // For KV_JPX_ROOT, there is a dash in place of the identifier.
+  void add(uint64_t offset, uint64_t length, uint32_t id, std::string_view name,
+           std::string_view type, std::string_view marks) {
+    const Row row = {offset,
+                     length,
+                     id,
+                     static_cast<uint32_t>(name.size()),
+                     static_cast<uint32_t>(type.size()),
+                     static_cast<uint32_t>(marks.size())};
+    rows_.push_back(row);
+    words_.append(name).append(type).append(marks);
+    largest_.offset = std::max(largest_.offset, offset);
+    largest_.length = std::max(largest_.length, length);
+    if (largest_.id == KV_JPX_ROOT || (id != KV_JPX_ROOT && id > largest_.id)) largest_.id = id;
+    largest_.name_size = std::max(largest_.name_size, row.name_size);
+    largest_.type_size = std::max(largest_.type_size, row.type_size);
   }
 
   void print(std::ostream& out) const {
-    size_t width_of_row = 0;
-    for (size_t column = 0; column + 1 < kColumns; ++column) width_of_row += widths_[column] + 2;
+    Digits digits;
+    const size_t widths[] = {digits.number(largest_.offset).size(),
+                             digits.number(largest_.length).size(), digits.id(largest_.id).size(),
+                             largest_.name_size, largest_.type_size};
+    const size_t width =
+        std::accumulate(std::begin(widths), std::end(widths), kGap * std::size(widths));
     std::string lines;
-    std::string_view rest = cells_;
-    size_t place = 0;
-    for (size_t column = 0; !rest.empty(); column = (column + 1) % kColumns) {
-      const std::string_view cell = rest.substr(0, rest.find('\n'));
-      rest.remove_prefix(cell.size() + 1);
-      if (column == 0) {
-        place = lines.size();
-        lines.append(width_of_row, ' ');
-      }
-      if (column + 1 < kColumns) {
-        const bool is_number = column < kNumberColumns;
-        cell.copy(&lines[place + (is_number ? widths_[column] - cell.size() : 0)], cell.size());
-        place += widths_[column] + 2;
-        continue;
-      }
-      if (!cell.empty()) lines += styled(STDOUT_FILENO, Style::kOddity, std::string(cell));
-      while (lines.back() == ' ') lines.pop_back();
+    const char* words = words_.data();
+    for (const Row& row : rows_) {
+      lines.append(width, ' ');
+      char* place = lines.data() + lines.size() - width;
+      const auto put = [&](size_t column, std::string_view cell, bool is_number = false) {
+        cell.copy(place + (is_number ? widths[column] - cell.size() : 0), cell.size());
+        place += widths[column] + kGap;
+      };
+      const auto next = [&](size_t size) {
+        return std::string_view(std::exchange(words, words + size), size);
+      };
+      put(0, digits.number(row.offset), true);
+      put(1, digits.number(row.length), true);
+      put(2, digits.id(row.id), true);
+      put(3, next(row.name_size));
+      put(4, next(row.type_size));
+      const std::string_view marks = next(row.marks_size);
+      if (!marks.empty()) lines += styled(STDOUT_FILENO, Style::kOddity, std::string(marks));
+      lines.resize(lines.find_last_not_of(' ') + 1);
       lines += '\n';
-      if (lines.size() < kPiece && !rest.empty()) continue;
+      if (lines.size() < kPiece && &row != &rows_.back()) continue;
       out << lines;
       lines.clear();
     }
   }
 
  private:
+  struct Row {
+    uint64_t offset;
+    uint64_t length;
+    uint32_t id;
+    uint32_t name_size;
+    uint32_t type_size;
+    uint32_t marks_size;
+  };
   static constexpr size_t kPiece = size_t{1} << 15;
-  static constexpr size_t kUsualRow = 48;
+  static constexpr size_t kUsualWords = 24;
+  static constexpr size_t kGap = 2;
 
-  std::string cells_;
-  size_t column_ = 0;
-  size_t widths_[kColumns] = {};
+  std::vector<Row> rows_;
+  std::string words_;
+  Row largest_ = {0, 0, KV_JPX_ROOT, 0, 0, 0};
 };
 
 std::string marks_of(const BoxHead& head) {
@@ -85,58 +121,68 @@ std::string marks_of(const BoxHead& head) {
   return marks;
 }
 
-// Lists boxes in a table; "branch" is what stands in front of a box to draw the tree.
+// Lists boxes in a table; in front of a box stands what draws the tree.
 class Lister {
  public:
-  Lister(const kvjpx::document& document, bool is_tree)
-      : document_(document), is_tree_(is_tree), paths_(document) {}
+  Lister(const kvjpx::document& document, bool is_tree) : is_tree_(is_tree), paths_(document) {}
 
   void print_all(std::ostream& out) {
     table_.expect(paths_.size());
-    list(head_of(paths_, document_.root()), "");
+    head_.look_at(paths_, paths_[0]);
+    list(0, "");
     table_.print(out);
   }
   void print_children(kvjpx::box container, std::ostream& out) {
-    for (const kvjpx::box child : container.children()) add(head_of(paths_, child), "");
-    add_tail(head_of(paths_, container), "");
+    for (const kvjpx::box child : container.children()) {
+      head_.look_at(paths_, {child, child.type(), 0});
+      add("", "");
+    }
+    head_.look_at(paths_, {container, container.type(), 0});
+    add_tail("");
     table_.print(out);
   }
 
  private:
-  void list(const BoxHead& head, const std::string& indent) {
-    const bool is_top = head.box.is_root();
-    const bool has_tail = head.extent.tail_length > 0;
-    kvjpx::box next;
-    for (kvjpx::box child = head.box.first_child(); child; child = next) {
-      next = child.next();
-      const bool is_last = !is_tree_ || (!has_tail && !next);
-      const BoxHead inner = head_of(paths_, child);
-      add(inner, is_top ? "" : indent + (is_last ? kLast : kOther));
-      if (!child.is_container()) continue;
-      list(inner, is_top ? "" : indent + (is_last ? kNothing : kLine));
+  // What is in the container at a place, where the last look was at; returns the place behind.
+  size_t list(size_t container, const std::string& indent) {
+    const bool is_top = container == 0;
+    const bool has_tail = head_.extent.tail_length > 0;
+    const size_t child_count = paths_[container].child_count;
+    size_t place = container + 1;
+    for (size_t child = 1; child <= child_count; ++child) {
+      const bool is_last = !has_tail && child == child_count;
+      head_.look_at(paths_, paths_[place]);
+      add(indent, is_top ? "" : is_last ? kLast : kOther);
+      const bool has_content = paths_[place].child_count > 0 || head_.extent.tail_length > 0;
+      if (!has_content) {
+        ++place;
+        continue;
+      }
+      place = list(place, is_top ? "" : indent + (is_last ? kNothing : kLine));
     }
-    add_tail(head, is_top ? "" : indent + kLast);
+    if (has_tail) {
+      head_.look_at(paths_, paths_[container]);
+      add_tail(is_top ? "" : indent + kLast);
+    }
+    return place;
   }
 
-  void add(const BoxHead& head, const std::string& branch) {
-    std::string type = head.type.name();
-    if (!head.uuid.empty()) type.append(" ").append(head.uuid);
-    table_.add(head.extent.offset);
-    table_.add(head.length());
-    table_.add(head.box.id(), true);
-    table_.add(is_tree_ ? branch + type : head.path);
-    table_.add(is_tree_ ? "" : type);
-    table_.add(marks_of(head));
+  void add(const std::string& indent, const char* branch) {
+    std::string type = head_.type.name();
+    if (!head_.uuid.empty()) type.append(" ").append(head_.uuid);
+    const uint32_t id = head_.box.id();
+    if (is_tree_) {
+      table_.add(head_.extent.offset, head_.length(), id, indent + branch + type, "",
+                 marks_of(head_));
+    } else {
+      table_.add(head_.extent.offset, head_.length(), id, head_.path, type, marks_of(head_));
+    }
   }
 
-  void add_tail(const BoxHead& container, const std::string& branch) {
-    if (container.extent.tail_length == 0) return;
-    table_.add(container.tail_offset());
-    table_.add(container.extent.tail_length);
-    table_.add("-");
-    table_.add(is_tree_ ? branch + "-" : "-");
-    table_.add(is_tree_ ? "" : "-");
-    table_.add("no box, in " + container.path);
+  void add_tail(const std::string& branch) {
+    if (head_.extent.tail_length == 0) return;
+    table_.add(head_.tail_offset(), head_.extent.tail_length, KV_JPX_ROOT,
+               (is_tree_ ? branch : "") + "-", is_tree_ ? "" : "-", "no box, in " + head_.path);
   }
 
   static constexpr const char* kOther = "|-- ";
@@ -144,9 +190,9 @@ class Lister {
   static constexpr const char* kLine = "|   ";
   static constexpr const char* kNothing = "    ";
 
-  const kvjpx::document& document_;
   bool is_tree_;
   kvjpx::box_paths paths_;
+  BoxHead head_;  // of the last box that was looked at
   Table table_;
 };
 
@@ -154,11 +200,7 @@ void print_json(const OpenedFile& file, std::ostream& out) {
   const kvjpx::box_paths paths(file.document());
   JsonPrinter printer(out);
   printer.begin_file({{"file", file.label()}});
-  printer.section("boxes");
-  for (const kvjpx::box box : file.document().boxes()) {
-    printer.head(head_of(paths, box));
-  }
-  print_tails(file.document(), paths, printer);
+  print_all_boxes(paths, printer, [&](const BoxHead& head) { printer.head(head); });
   printer.end_file();
 }
 

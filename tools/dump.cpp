@@ -27,9 +27,7 @@ void dump_file(const OpenedFile& file, bool with_codestreams, Printer& printer) 
   printer.begin_file({{"file", file.label()},
                       {"size", number_fact(file.bytes().size())},
                       {"kind", file.is_codestream() ? "codestream" : "boxes"}});
-  printer.section("boxes");
-  for (const kvjpx::box box : document.boxes()) printer.box(head_of(paths, box));
-  print_tails(document, paths, printer);
+  print_all_boxes(paths, printer, [&](const BoxHead& head) { printer.box(head); });
   printer.section("findings");
   for (const kvjpx::finding& finding : document.findings()) {
     printer.entry(finding_facts(paths, finding));

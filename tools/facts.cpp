@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -26,22 +27,26 @@ constexpr std::pair<uint32_t, const char*> kMarks[] = {
     {KV_JPX_BOX_LONG_HEADER, "64-bit"},
 };
 
-std::string sha256(std::string_view bytes) {
+void append_sha256(std::string& text, std::string_view bytes) {
   sha256_ctx state;
   uint8_t digest[SHA256_DIGEST_SIZE];
   sha256_init(&state);
   sha256_update(&state, bytes.size(), reinterpret_cast<const uint8_t*>(bytes.data()));
   sha256_digest(&state, sizeof digest, digest);
-  return to_hex({reinterpret_cast<const char*>(digest), sizeof digest});
+  append_hex(text, {reinterpret_cast<const char*>(digest), sizeof digest});
 }
 
-const std::vector<kv_jpx_field_info>& all_fields() {
-  static const std::vector<kv_jpx_field_info> fields = [] {
-    std::vector<kv_jpx_field_info> rows;
-    for (uint32_t i = 0; const auto info = kvjpx::field_info(i); ++i) rows.push_back(*info);
-    return rows;
+const std::vector<kv_jpx_field_info>& known_fields(kvjpx::type type) {
+  static const auto all_fields = [] {
+    std::map<kvjpx::type, std::vector<kv_jpx_field_info>> fields;
+    for (uint32_t i = 0; const auto info = kvjpx::field_info(i); ++i) {
+      fields[kvjpx::type(info->box_type)].push_back(*info);
+    }
+    return fields;
   }();
-  return fields;
+  static const std::vector<kv_jpx_field_info> none;
+  const auto found = all_fields.find(type);
+  return found != all_fields.end() ? found->second : none;
 }
 
 bool is_signed(uint32_t key) {
@@ -52,8 +57,8 @@ bool is_signed(uint32_t key) {
 class FieldFacts {
  public:
   explicit FieldFacts(const BoxHead& head) : box_(head.box) {
-    for (const kv_jpx_field_info& info : all_fields()) {
-      if (info.box_type == head.type.code() && info.key != JPX_FIELD_UUID_DATA) add(info);
+    for (const kv_jpx_field_info& info : known_fields(head.type)) {
+      if (info.key != JPX_FIELD_UUID_DATA) add(info);
     }
   }
 
@@ -148,28 +153,31 @@ bool is_plain(std::string_view text) {
 }
 
 // Texts of JSON are put together by hand where there are as many as boxes.
-constexpr size_t kUsualText = 500;
-
-std::string quote(std::string_view text) {
-  if (!is_plain(text)) return json_text(text);
-  std::string quoted;
-  quoted.reserve(text.size() + 2);
-  quoted.append("\"").append(text) += '"';
-  return quoted;
+void append_quoted(std::string& text, std::string_view words) {
+  if (!is_plain(words)) {
+    text += json_text(words);
+    return;
+  }
+  text += '"';
+  text += words;
+  text += '"';
 }
 
-std::string number_text(uint64_t number) {
-  return number <= kLargestExact ? std::to_string(number) : quote(std::to_string(number));
+void append_number(std::string& text, uint64_t number) {
+  const std::string digits = std::to_string(number);
+  number <= kLargestExact ? void(text += digits) : append_quoted(text, digits);
 }
 
-std::string bytes_text(std::string_view bytes) {
-  std::string text;
-  text.reserve(kUsualText);
-  text.append("{\"length\":").append(number_text(bytes.size()));
-  text.append(",\"sha256\":\"").append(sha256(bytes)) += '"';
-  if (bytes.size() <= kFewBytes) text.append(",\"hex\":\"").append(to_hex(bytes)) += '"';
-  text += '}';
-  return text;
+void append_bytes(std::string& text, std::string_view bytes) {
+  text += "{\"length\":";
+  append_number(text, bytes.size());
+  text += ",\"sha256\":\"";
+  append_sha256(text, bytes);
+  if (bytes.size() <= kFewBytes) {
+    text += "\",\"hex\":\"";
+    append_hex(text, bytes);
+  }
+  text += "\"}";
 }
 
 // What is in a box.
@@ -177,6 +185,8 @@ class Content {
  public:
   explicit Content(const BoxHead& head) : fields(head) {
     if (head.box.is_container()) return;
+    // Of the boxes with fields, only uuid boxes have a payload, too.
+    if (!fields.fields.empty() && head.type != "uuid") return;
     if (auto payload = head.box.payload()) {
       payload_ = *std::move(payload);
       bytes = payload_.text();
@@ -217,7 +227,11 @@ Json number_fact(uint64_t number) {
   return number <= kLargestExact ? Json(number) : Json(std::to_string(number));
 }
 
-Json bytes_fact(std::string_view bytes) { return Json::parse(bytes_text(bytes)); }
+Json bytes_fact(std::string_view bytes) {
+  std::string text;
+  append_bytes(text, bytes);
+  return Json::parse(text);
+}
 
 bool is_utf8(std::string_view text) {
   if (is_plain(text)) return true;
@@ -234,39 +248,59 @@ std::string json_text(const Json& json) {
   return json.dump(-1, ' ', is_for_terminal, Json::error_handler_t::replace);
 }
 
-BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
-  BoxHead head{box, box.type(), box.extent().value_or({}), paths.path(box), {}, {}};
-  if (head.type == "uuid") head.uuid = uuid_name_of(box);
+void BoxHead::look_at(const kvjpx::box_paths& paths, const kvjpx::box_paths::item& other) {
+  box = other.box;
+  type = other.type;
+  extent = box.extent().value_or({});
+  path.clear();
+  paths.append_path(path, box);
+  uuid = type == "uuid" ? uuid_name_of(box) : std::string_view();
+  marks.clear();
   for (const auto& [flag, word] : kMarks) {
-    if ((head.extent.flags & flag) != 0) head.marks.push_back(word);
+    if ((extent.flags & flag) != 0) marks.push_back(word);
   }
+}
+
+BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box) {
+  BoxHead head;
+  head.look_at(paths, {box, box.type(), 0});
   return head;
 }
 
-std::string head_text(const BoxHead& head) {
+void append_head(std::string& text, const BoxHead& head) {
   const uint32_t flags = head.extent.flags;
-  std::string text;
-  text.reserve(kUsualText);
-  text.append("{\"path\":").append(quote(head.path));
-  text.append(",\"type\":").append(quote(code_text(head.type.code())));
-  text.append(",\"id\":").append(std::to_string(head.box.id()));
-  text.append(",\"offset\":").append(number_text(head.extent.offset));
-  text.append(",\"length\":").append(number_text(head.length()));
-  text.append(",\"header_length\":").append(std::to_string(head.extent.header_length));
+  text += "{\"path\":";
+  append_quoted(text, head.path);
+  text += ",\"type\":";
+  append_quoted(text, code_text(head.type.code()));
+  text += ",\"id\":";
+  append_number(text, head.box.id());
+  text += ",\"offset\":";
+  append_number(text, head.extent.offset);
+  text += ",\"length\":";
+  append_number(text, head.length());
+  text += ",\"header_length\":";
+  append_number(text, head.extent.header_length);
   text += (flags & KV_JPX_BOX_OPEN_ENDED) != 0    ? ",\"header\":\"open-ended\""
           : (flags & KV_JPX_BOX_LONG_HEADER) != 0 ? ",\"header\":\"64-bit\""
                                                   : ",\"header\":\"32-bit\"";
-  if (!head.uuid.empty()) text += ",\"uuid\":" + quote(head.uuid);
+  if (!head.uuid.empty()) {
+    text += ",\"uuid\":";
+    append_quoted(text, head.uuid);
+  }
   text += ",\"marks\":[";
   for (const char* const mark : head.marks) {
     if (text.back() != '[') text += ',';
-    text += quote(mark);
+    append_quoted(text, mark);
   }
   text += "]}";
-  return text;
 }
 
-Json head_facts(const BoxHead& head) { return Json::parse(head_text(head)); }
+Json head_facts(const BoxHead& head) {
+  std::string text;
+  append_head(text, head);
+  return Json::parse(text);
+}
 
 Json tail_facts(const BoxHead& container) {
   return {{"path", container.path},
@@ -284,19 +318,23 @@ Json box_facts(const BoxHead& head) {
   return facts;
 }
 
-std::string box_text(const BoxHead& head) {
-  std::string text = head_text(head);
+void append_box(std::string& text, const BoxHead& head) {
+  append_head(text, head);
   text.pop_back();
   const Content content(head);
   if (!content.fields.fields.empty()) text += ",\"fields\":" + json_text(content.fields.fields);
   if (!content.fields.names.empty()) text += ",\"names\":" + json_text(content.fields.names);
-  if (content.bytes) text += ",\"payload\":" + bytes_text(*content.bytes);
+  if (content.bytes) {
+    text += ",\"payload\":";
+    append_bytes(text, *content.bytes);
+  }
   if (content.is_text) {
-    text.pop_back();
-    text.append(",\"text\":").append(quote(*content.bytes)) += '}';
+    text.back() = ',';
+    text += "\"text\":";
+    append_quoted(text, *content.bytes);
+    text += '}';
   }
   text += '}';
-  return text;
 }
 
 std::string profile_description(std::string_view bytes) {

@@ -37,17 +37,19 @@ struct BoxHead {
 
   uint64_t length() const { return extent.header_length + extent.content_length; }
   uint64_t tail_offset() const { return extent.end() - extent.tail_length; }
+  // Goes on to another box, in the same memory.
+  void look_at(const kvjpx::box_paths& paths, const kvjpx::box_paths::item& other);
 };
 BoxHead head_of(const kvjpx::box_paths& paths, kvjpx::box box);
 Json head_facts(const BoxHead& head);
 // The same as text, which takes a fraction of the time.
-std::string head_text(const BoxHead& head);
+void append_head(std::string& text, const BoxHead& head);
 // What stands at the end of a container and is no box.
 Json tail_facts(const BoxHead& container);
 
 // The same with fields and payload.
 Json box_facts(const BoxHead& head);
-std::string box_text(const BoxHead& head);
+void append_box(std::string& text, const BoxHead& head);
 // The description in an ICC profile; empty when there is none.
 std::string profile_description(std::string_view profile);
 

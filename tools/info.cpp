@@ -32,7 +32,7 @@ class InfoFacts {
          {"colours", "resolutions", "codestreams", "layers", "metadata", "labels", "unusual"}) {
       facts_[list] = Json::array();
     }
-    for (const box place : file.document().boxes()) add_box(place);
+    for (size_t place = 1; place <= paths_.size(); ++place) add_box(paths_[place]);
     if (!has_registration_) number_layers();
     for (const kvjpx::finding& finding : file.document().findings()) {
       facts_["unusual"].push_back(finding_facts(paths_, finding));
@@ -40,11 +40,11 @@ class InfoFacts {
     for (Codestream& codestream : codestreams_of(file)) add_codestream(codestream);
   }
 
-  const Json& facts() const { return facts_; }
+  Json take_facts() { return std::move(facts_); }
 
  private:
   void add_brands() {
-    const box type = file_.document().root().child("ftyp");
+    const box type = paths_.child(file_.document().root(), "ftyp");
     if (!type) return;
     const auto brand = type.get<kvjpx::ftyp::br>();
     if (!brand) return;
@@ -58,7 +58,7 @@ class InfoFacts {
   }
 
   void add_image() {
-    const box header = file_.document().root().child("jp2h");
+    const box header = paths_.child(file_.document().root(), "jp2h");
     const box image = header ? header.child("ihdr") : box();
     if (!image) return;
     const auto width = image.get<kvjpx::ihdr::width>();
@@ -90,8 +90,8 @@ class InfoFacts {
     }
   }
 
-  void add_box(box place) {
-    const kvjpx::type type = place.type();
+  void add_box(const kvjpx::box_paths::item& item) {
+    const auto [place, type, child_count] = item;
     if (type == kvjpx::type("colr")) add_colour(place);
     if (type == kvjpx::type("resc")) add_resolution(place, "capture");
     if (type == kvjpx::type("resd")) add_resolution(place, "display");
@@ -115,7 +115,7 @@ class InfoFacts {
     } else if (const auto vendor = place.bytes<kvjpx::colr::uuid>()) {
       facts["name"] = uuid_text(vendor->text());
     }
-    facts_["colours"].push_back(facts);
+    facts_["colours"].push_back(std::move(facts));
   }
 
   // Samples a metre, to be had from fields of one direction; 0: none.
@@ -163,8 +163,18 @@ class InfoFacts {
     return text ? std::string(text->text()) : std::string();
   }
 
+  // An object with room for its other members: those that are in it are copied when it grows.
+  Json facts_at(box place, size_t others) const {
+    Json::object_t facts;
+    facts.reserve(1 + others);
+    facts["path"] = paths_.path(place);
+    return facts;
+  }
+
   void add_label(box place) {
-    facts_["labels"].push_back({{"path", paths_.path(place)}, {"text", label_text(place)}});
+    Json facts = facts_at(place, 1);
+    facts["text"] = label_text(place);
+    facts_["labels"].push_back(std::move(facts));
   }
 
   // By the labels that GML in JPEG 2000 (OGC 08-085) prescribes.
@@ -177,7 +187,7 @@ class InfoFacts {
   void add_metadata(box place) {
     const auto payload = place.payload();
     if (!payload) return;
-    Json facts = {{"path", paths_.path(place)}};
+    Json facts = facts_at(place, 3);
     if (place.type() == kvjpx::type("xml")) {
       facts["name"] = is_gml(place) ? "GML" : "XML";
     } else {
@@ -187,7 +197,7 @@ class InfoFacts {
       if (id) facts["uuid"] = uuid_text(id->text());
     }
     facts["length"] = number_fact(payload->size());
-    facts_["metadata"].push_back(facts);
+    facts_["metadata"].push_back(std::move(facts));
   }
 
   // Takes note of problems only.
@@ -221,7 +231,7 @@ class InfoFacts {
     for (const kvjpx_codestream::Comment& comment : summary.comments) {
       if (comment.is_text) facts["comments"].push_back(comment.text);
     }
-    list.push_back(facts);
+    list.push_back(std::move(facts));
   }
 
   const OpenedFile& file_;
@@ -384,7 +394,7 @@ void add_rows(std::vector<InfoRow>& rows, const Json& entries, const std::string
 
 }  // namespace
 
-Json info_facts(const OpenedFile& file) { return InfoFacts(file).facts(); }
+Json info_facts(const OpenedFile& file) { return InfoFacts(file).take_facts(); }
 
 std::string info_kind(const Json& facts) {
   if (facts["kind"] == "codestream") return "bare codestream";

@@ -153,7 +153,17 @@ constexpr NamedValue kValues[] = {
 };
 
 struct NamedUuid {
-  std::string_view uuid;
+  constexpr NamedUuid(std::string_view text, std::string_view shown) : name(shown) {
+    size_t digits = 0;
+    for (const char c : text) {
+      if (c == '-') continue;
+      char& byte = bytes[digits++ / 2];
+      byte = static_cast<char>(byte << 4 | (c <= '9' ? c - '0' : c - 'a' + 10));
+    }
+  }
+  constexpr std::string_view uuid() const { return {bytes, sizeof bytes}; }
+
+  char bytes[16] = {};
   std::string_view name;
 };
 
@@ -244,19 +254,15 @@ std::string code_text(uint32_t code) {
 }
 
 std::string_view uuid_name(std::string_view uuid) {
-  const std::string text = uuid_text(uuid);
   for (const NamedUuid& row : kUuids) {
-    if (row.uuid == text) return row.name;
+    if (row.uuid() == uuid) return row.name;
   }
   return {};
 }
 
 std::string uuid_of_name(std::string_view name) {
   for (const NamedUuid& row : kUuids) {
-    if (plain(row.name) != plain(name)) continue;
-    std::string digits(row.uuid);
-    digits.erase(std::remove(digits.begin(), digits.end(), '-'), digits.end());
-    return parse_hex(digits).value();
+    if (plain(row.name) == plain(name)) return std::string(row.uuid());
   }
   return "";
 }

@@ -3,6 +3,7 @@
 #ifndef KVJPX_TOOLS_PRINTER_H_
 #define KVJPX_TOOLS_PRINTER_H_
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -37,25 +38,36 @@ class JsonPrinter final : public Printer {
     end_ = "]}\n";
     is_first_ = true;
   }
-  void entry(const Json& facts) override { add(json_text(facts)); }
-  void box(const BoxHead& head) override { add(box_text(head)); }
-  void head(const BoxHead& head) { add(head_text(head)); }
+  void entry(const Json& facts) override {
+    add([&](std::string& text) { text += json_text(facts); });
+  }
+  void box(const BoxHead& head) override {
+    add([&](std::string& text) { append_box(text, head); });
+  }
+  void head(const BoxHead& head) {
+    add([&](std::string& text) { append_head(text, head); });
+  }
   void end_file() override { out_ << end_; }
 
  private:
-  void add(std::string_view text) {
-    if (!is_first_) out_ << ',';
-    out_ << text;
+  template <class Append>
+  void add(const Append& append) {
+    text_ = is_first_ ? "" : ",";
+    append(text_);
+    out_ << text_;
     is_first_ = false;
   }
 
   std::ostream& out_;
+  std::string text_;  // of one entry, in the same memory for all
   const char* end_ = "";
   bool is_first_ = true;
 };
 
-// The section of what stands at the ends of containers and is no box.
-void print_tails(const kvjpx::document& document, const kvjpx::box_paths& paths, Printer& printer);
+// The sections of the boxes, for each of which `print` is called, and of what stands at the ends of
+// containers and is no box.
+void print_all_boxes(const kvjpx::box_paths& paths, Printer& printer,
+                     const std::function<void(const BoxHead&)>& print);
 
 }  // namespace kvjpx_tool
 

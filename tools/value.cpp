@@ -60,14 +60,19 @@ std::optional<std::string> parse_hex(const std::string& digits) {
 }
 
 std::string to_hex(std::string_view bytes) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string digits(bytes.size() * 2, '0');
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    const unsigned value = static_cast<unsigned char>(bytes[i]);
-    digits[2 * i] = kDigits[value >> 4];
-    digits[2 * i + 1] = kDigits[value & 15];
-  }
+  std::string digits;
+  append_hex(digits, bytes);
   return digits;
+}
+
+void append_hex(std::string& text, std::string_view bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  size_t place = text.size();
+  text.resize(place + 2 * bytes.size());
+  for (const unsigned char byte : bytes) {
+    text[place++] = kDigits[byte >> 4];
+    text[place++] = kDigits[byte & 15];
+  }
 }
 
 std::string big_endian(uint64_t number, int width) {

@@ -22,6 +22,7 @@ std::optional<uint32_t> parse_code(const std::string& text);
 // Pairs of hexadecimal digits.
 std::optional<std::string> parse_hex(const std::string& digits);
 std::string to_hex(std::string_view bytes);
+void append_hex(std::string& text, std::string_view bytes);
 
 // The low `width` bytes of a number.
 std::string big_endian(uint64_t number, int width);
