@@ -214,7 +214,7 @@ void check_lookup(const Session& session, const std::vector<BoxInfo>& boxes) {
   }
 }
 
-size_t memory_bound(size_t n) { return 71 * n + 12288; }
+size_t memory_bound(size_t n) { return 49 * n + 12288; }
 
 void check_tree(const Session& session) {
   const std::vector<BoxInfo> boxes = walk(session);

@@ -20,15 +20,17 @@ constexpr uint8_t kDroppedDepthBit = 0x40;
 constexpr uint8_t kSignBit = 0x80;
 constexpr uint32_t kValueSize = sizeof(uint32_t);
 
-// One for every column that a byte can count, and one behind.
+// Depths: one for every column that a byte can count, and one behind. Few columns need no block.
 constexpr uint32_t kDepths = 256;
+constexpr uint32_t kFewDepths = 32;
 
 struct PclrBox : Box {
-  uint16_t entry_count;     // NE
-  uint8_t column_count;     // NPC
-  uint8_t stride;           // by the rules of the standard: columns that the table has room for
-  uint8_t depths[kDepths];  // B
-  EntryList values;         // C, entry by entry, uint32_t each; without storage until needed
+  uint16_t entry_count;  // NE
+  uint8_t column_count;  // NPC
+  uint8_t stride;        // by the rules of the standard: columns that the table has room for
+  uint8_t few_depths[kFewDepths];  // B, or
+  uint8_t* all_depths;             // if it is not null, here
+  EntryList values;                // C, entry by entry, uint32_t each; without storage until needed
 };
 
 PclrBox* pclr(Box* box) { return static_cast<PclrBox*>(box); }
@@ -39,8 +41,25 @@ uint64_t value_count(const PclrBox* self) {
 
 bool has_table(const PclrBox* self) { return self->values.entries != nullptr; }
 
+uint32_t depth_room(const PclrBox* self) {
+  return self->all_depths != nullptr ? kDepths : kFewDepths;
+}
+
+const uint8_t* depths_of(const PclrBox* self) {
+  return self->all_depths != nullptr ? self->all_depths : self->few_depths;
+}
+
 uint8_t depth_byte(const PclrBox* self, uint64_t column) {
-  return column < kDepths ? self->depths[column] : 0;
+  return column < depth_room(self) ? depths_of(self)[column] : 0;
+}
+
+// The depths, with room for so many of them.
+uint8_t* provide_depths(PclrBox* self, Environment* env, uint64_t count) {
+  if (count > depth_room(self)) {
+    self->all_depths = static_cast<uint8_t*>(allocate_zeroed(env, kDepths));
+    memcpy(self->all_depths, self->few_depths, kFewDepths);
+  }
+  return self->all_depths != nullptr ? self->all_depths : self->few_depths;
 }
 
 // Values that have no table yet are zeros.
@@ -64,7 +83,8 @@ int32_t set_entry_count(const Field&, Box* box, Environment* env, uint64_t index
   if (value == old_count) return JPX_OK;
   self->entry_count = static_cast<uint16_t>(value);
   // The depths are taken to be one for each entry, so those of new entries start at 0.
-  for (uint32_t i = old_count; i < self->entry_count && i < kDepths; ++i) self->depths[i] = 0;
+  uint8_t* const depths = provide_depths(self, env, 0);
+  for (uint32_t i = old_count; i < self->entry_count && i < depth_room(self); ++i) depths[i] = 0;
   size_table(self, env);
   return JPX_OK;
 }
@@ -83,11 +103,12 @@ int32_t set_column_count(const Field&, Box* box, Environment* env, uint64_t inde
 
 // Kept for compatibility: one column more than there are is taken, on set and get. Without it, a
 // depth that is set before its column is added would be refused.
-int32_t set_depth(const Field&, Box* box, Environment*, uint64_t index, uint64_t value) {
+int32_t set_depth(const Field&, Box* box, Environment* env, uint64_t index, uint64_t value) {
   PclrBox* const self = pclr(box);
   if (index > self->column_count) return JPX_ERR_NO_SUCH_FIELD;
   if (value > kMaxDepthByte) return JPX_ERR_INVALID_ARGUMENT;
-  self->depths[index] = static_cast<uint8_t>(value & ~uint64_t{kDroppedDepthBit});
+  provide_depths(self, env, index + 1)[index] =
+      static_cast<uint8_t>(value & ~uint64_t{kDroppedDepthBit});
   return JPX_OK;
 }
 
@@ -188,14 +209,16 @@ int32_t set_all_depths(const Field&, Box* box, Environment* env, const BufferSou
     if (size < 1 || size > kMaxColumns) return JPX_ERR_INVALID_ARGUMENT;
     self->column_count = static_cast<uint8_t>(size);
     if (has_table(self)) size_table(self, env);
-    memset(self->depths, 0, kDepths);
+    memset(provide_depths(self, env, size), 0, depth_room(self));
   }
-  if (size != 0) memcpy(self->depths, source.data, size);
+  if (size != 0) memcpy(provide_depths(self, env, size), source.data, size);
   return JPX_OK;
 }
 
 int32_t get_all_depths(const Field&, Box* box, Environment* env, const BufferRequest& request) {
-  return copy_out(env, request, pclr(box)->depths, pclr(box)->column_count, 1);
+  PclrBox* const self = pclr(box);
+  const uint8_t* const depths = provide_depths(self, env, self->column_count);
+  return copy_out(env, request, depths, self->column_count, 1);
 }
 
 constexpr uint32_t kRepeatsAndBytes = KV_JPX_FIELD_REPEATS | KV_JPX_FIELD_BYTES;
@@ -289,16 +312,20 @@ void jpx_pclr_print(Box* box) {
   }
 }
 
-void release_table(Box* box, Environment* env) { list_release(env, &pclr(box)->values); }
+void release_table(Box* box, Environment* env) {
+  release(env, pclr(box)->all_depths);
+  list_release(env, &pclr(box)->values);
+}
 
 void read_table(Environment* env, Stream* stream, Box* box) {
   PclrBox* const self = pclr(box);
   if (!has_content(env, stream, self->column_count + value_count(self), 1)) return;
-  bs_read_memcpy(env, stream, self->depths, self->column_count);
+  uint8_t* const depths = provide_depths(self, env, self->column_count);
+  bs_read_memcpy(env, stream, depths, self->column_count);
   size_table(self, env);
   for (uint64_t place = 0; place < value_count(self); ++place) {
     *entry_at<uint32_t>(self->values, place) =
-        read_value(env, stream, self->depths[place % self->column_count]);
+        read_value(env, stream, depths[place % self->column_count]);
   }
 }
 
@@ -352,16 +379,17 @@ int32_t set_number(const Field& field, Box* box, Environment* env, uint64_t inde
   return JPX_OK;
 }
 
-int32_t set_held_depth(const Field& field, Box* box, Environment*, uint64_t index, uint64_t value) {
+int32_t set_held_depth(const Field& field, Box* box, Environment* env, uint64_t index,
+                       uint64_t value) {
   if (index >= pclr(box)->column_count) return JPX_ERR_NO_SUCH_FIELD;
   if (!is_taken(field, box, value, Rules::kStandard)) return JPX_ERR_INVALID_ARGUMENT;
-  pclr(box)->depths[index] = static_cast<uint8_t>(value);
+  provide_depths(pclr(box), env, index + 1)[index] = static_cast<uint8_t>(value);
   return JPX_OK;
 }
 
 int32_t get_held_depth(const Field&, Box* box, uint64_t index, uint64_t* value) {
   if (index >= pclr(box)->column_count) return JPX_ERR_NO_SUCH_FIELD;
-  *value = pclr(box)->depths[index];
+  *value = depth_byte(pclr(box), index);
   return JPX_OK;
 }
 
@@ -376,7 +404,7 @@ int32_t set_held_depths(const Field&, Box* box, Environment* env, const BufferSo
   }
   pclr(box)->column_count = static_cast<uint8_t>(size);
   widen_table(pclr(box), env, size);
-  memcpy(pclr(box)->depths, depths, size);
+  memcpy(provide_depths(pclr(box), env, size), depths, size);
   return JPX_OK;
 }
 
@@ -392,7 +420,7 @@ bool fits_depth(uint8_t depth, uint64_t value) {
 int32_t set_cell(const Field& field, Box* box, Environment*, uint64_t index, uint64_t value) {
   const PclrBox* const self = pclr(box);
   if (index >= value_count(self)) return JPX_ERR_NO_SUCH_FIELD;
-  const uint8_t depth = self->depths[index % self->column_count];
+  const uint8_t depth = depth_byte(self, index % self->column_count);
   if (field.check != nullptr && !fits_depth(depth, value)) return JPX_ERR_INVALID_ARGUMENT;
   *cell_at(self, index) = static_cast<uint32_t>(value) & written_bits(depth);
   return JPX_OK;
@@ -420,12 +448,12 @@ int32_t set_all_cells(const Field&, Box* box, Environment*, const BufferSource& 
     return JPX_ERR_INVALID_ARGUMENT;
   }
   for (uint64_t i = 0; i < source.count; ++i) {
-    const uint32_t written = written_bits(self->depths[i % self->column_count]);
+    const uint32_t written = written_bits(depth_byte(self, i % self->column_count));
     const uint32_t above = value_in(source, i) & ~written;
     if (above != 0 && above != ~written) return JPX_ERR_INVALID_ARGUMENT;
   }
   for (uint64_t i = 0; i < source.count; ++i) {
-    const uint32_t written = written_bits(self->depths[i % self->column_count]);
+    const uint32_t written = written_bits(depth_byte(self, i % self->column_count));
     *cell_at(self, i) = value_in(source, i) & written;
   }
   return JPX_OK;
@@ -459,7 +487,7 @@ constexpr Field kStandardFields[] = {
 
 uint64_t entry_length(const PclrBox* self) {
   uint64_t length = 0;
-  for (uint32_t i = 0; i < self->column_count; ++i) length += standard_width(self->depths[i]);
+  for (uint32_t i = 0; i < self->column_count; ++i) length += standard_width(depth_byte(self, i));
   return length;
 }
 
@@ -469,24 +497,28 @@ uint64_t length_of_cells(Box* box) {
 
 void render_cells(Box* box, Environment* env, Stream* stream) {
   const PclrBox* const self = pclr(box);
-  bs_write_memcpy(env, stream, self->depths, self->column_count);
+  for (uint32_t i = 0; i < self->column_count; ++i) {
+    bs_write_1_byte(env, stream, depth_byte(self, i));
+  }
   for (uint64_t i = 0; i < value_count(self); ++i) {
-    const uint32_t width = standard_width(self->depths[i % self->column_count]);
+    const uint32_t width = standard_width(depth_byte(self, i % self->column_count));
     bs_write_n_byte(env, stream, *cell_at(self, i), width, 0);
   }
 }
 
 void read_cells(Environment* env, Stream* stream, Box* box) {
   PclrBox* const self = pclr(box);
-  bs_read_memcpy(env, stream, self->depths, self->column_count);
+  if (!has_content(env, stream, self->column_count, 1)) return;
+  uint8_t* const depths = provide_depths(self, env, self->column_count);
+  bs_read_memcpy(env, stream, depths, self->column_count);
   for (uint32_t i = 0; i < self->column_count; ++i) {
-    if (!is_held_depth(box, self->depths[i])) stream->content_is_bad = 1;
+    if (!is_held_depth(box, depths[i])) stream->content_is_bad = 1;
   }
   if (stream->content_is_bad != 0) return;
   if (!has_content(env, stream, self->entry_count * entry_length(self), 1)) return;
   widen_table(self, env, self->column_count);
   for (uint64_t i = 0; i < value_count(self); ++i) {
-    const uint32_t width = standard_width(self->depths[i % self->column_count]);
+    const uint32_t width = standard_width(depth_byte(self, i % self->column_count));
     *cell_at(self, i) = static_cast<uint32_t>(bs_read_n_byte(env, stream, width, 0));
   }
 }
