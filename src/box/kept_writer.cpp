@@ -80,7 +80,7 @@ namespace {
 constexpr uint64_t kHeader = 8;
 constexpr uint64_t kLongHeader = 16;
 constexpr uint64_t kShortLimit = 0xFFFFFFFF;
-constexpr uint64_t kBufferSize = 0x20000;
+constexpr uint64_t kBufferSize = 0x40000;
 constexpr uint64_t kMostMapped = 0x100000;  // of what is only copied
 constexpr uint64_t kTransferLimit = 0x40000000;
 constexpr uint64_t kFragmentSize = 14;
