@@ -9,13 +9,16 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 namespace kvjpx::test {
 namespace fs = std::filesystem;
 
 std::string file_contents(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  std::ostringstream contents;
+  contents << file.rdbuf();
+  return contents.str();
 }
 
 TempFile::TempFile(const std::string& contents)
