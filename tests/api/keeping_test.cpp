@@ -3,6 +3,7 @@
 #include <array>
 
 #include "box/test_document.h"
+#include "support/system_calls.h"
 
 namespace kvjpx::test {
 namespace {
@@ -208,6 +209,37 @@ TEST(Keeping, LetsFragmentsFollowTheirBytes) {
   EXPECT_EQ(kv_jpx_move_box(moved.get(), 2, 0, KV_JPX_PLACE_BEFORE), JPX_OK);
   EXPECT_EQ(kv_jpx_move_box(moved.get(), 4, 2, KV_JPX_PLACE_BEFORE), JPX_OK);
   EXPECT_EQ(moved.written(), box("mdat", "ab") + fragments({{9, 1, 0}}) + fragments({{8, 1, 0}}));
+}
+
+// Inside the system, through a buffer or in short steps, by where they come to lie.
+TEST(Keeping, CopiesLongPiecesWhereverTheyLie) {
+  std::string content(0x2F004D, '\0');
+  for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>(i * 0x9E3779B1u >> 24);
+  const auto file_with = [&](const std::string& front) {
+    return box("free", front) + box("mdat", content);
+  };
+  const TempFile file(file_with("12"));
+  TestDocument document(std::string(), true);
+  ASSERT_EQ(kv_jpx_set_input_image_file(document.get(), file.path()), JPX_OK);
+  for (const char* const front : {"12", "21", "12345"}) {
+    document.set_bytes(0, JPX_FIELD_JP2C_DATA, front);
+    for (const size_t failing : {0, 1, 2}) {
+      const TempFile output("");
+      fail_system_call(kSendfile, failing);
+      EXPECT_EQ(kv_jpx_get_output_image_file(document.get(), output.path()), JPX_OK);
+      fail_system_call(kSendfile, 0);
+      EXPECT_TRUE(output.contents() == file_with(front)) << front << failing;
+    }
+  }
+  constexpr size_t kPage = 4096;
+  const std::string expected = file_with("12345");
+  std::string memory(expected.size() + kPage, '\0');
+  for (size_t place = 0; place < kPage; place += 61) {
+    void* data = memory.data() + place;
+    uint64_t length = expected.size();
+    EXPECT_EQ(kv_jpx_get_output_image(document.get(), &data, &length), JPX_OK);
+    EXPECT_EQ(memory.compare(place, length, expected), 0);
+  }
 }
 
 TEST(Keeping, GrowsHeadersAtFourGibibytes) {

@@ -77,6 +77,13 @@ ssize_t write(int descriptor, const void* buffer, size_t count) {
   return syscall(SYS_write, descriptor, buffer, count);
 }
 
+// Delivers pieces, too.
+ssize_t sendfile(int to, int from, off_t* offset, size_t count) noexcept {
+  constexpr size_t kPiece = 0x100000;
+  if (fails(kSendfile)) return -1;
+  return syscall(SYS_sendfile, to, from, offset, count < kPiece ? count : kPiece);
+}
+
 void* mmap(void* address, size_t length, int protection, int flags, int descriptor,
            off_t offset) noexcept {
   if (descriptor >= 0 && fails(kMmap)) return MAP_FAILED;
@@ -92,8 +99,6 @@ int close(int descriptor) {
 
 SYSTEM_CALL(int, fstat, (int file, struct stat* status) noexcept, kFstat, -1, SYS_fstat, file,
             status)
-SYSTEM_CALL(ssize_t, sendfile, (int to, int from, off_t* offset, size_t count) noexcept, kSendfile,
-            -1, SYS_sendfile, to, from, offset, count)
 SYSTEM_CALL(off_t, lseek, (int file, off_t offset, int origin) noexcept, kSeek, -1, SYS_lseek, file,
             offset, origin)
 SYSTEM_CALL(int, ftruncate, (int file, off_t length) noexcept, kTruncate, -1, SYS_ftruncate, file,
