@@ -184,6 +184,10 @@ TEST(LookUp, AnswersWhatASearchOfTheTreeWould) {
   EXPECT_EQ(kv_jpx_get_box_type_by_id(document.get(), taken, &type), JPX_OK);
   EXPECT_EQ(type, type_code("aaaa"));
   EXPECT_EQ(kv_jpx_get_next_box_id_by_type(document.get(), type_code("twin"), taken - 1, &type), 0);
+  // A tree that ends does not trust what was known before either.
+  TestDocument ending(box("aaaa") + box("bbbb"));
+  Box* const gone = ending.record(0);
+  gone->box_destroy(gone, ending.env());
 }
 
 // The fetch prints where the payload lies.
