@@ -352,12 +352,26 @@ class Edits {
     if (is_alive() && !(snapshot(step.id, type) == *step.before)) is_undone_ = false;
   }
 
+  // A tail that begins like a box without a length is one where nothing follows it any more.
+  bool may_become_longer(const BoxInfo& box) const {
+    kv_jpx_box_extent stood;
+    if (!box.is_container || !get_extent(session_, box.id, &stood) || stood.tail_length < 8) {
+      return false;
+    }
+    const uint8_t* const tail = file_.data() + (end_of(stood) - stood.tail_length);
+    return std::all_of(tail, tail + 4, [](uint8_t byte) { return byte == 0; });
+  }
+
   void check_output() const {
     if (!is_alive()) return;
     const std::optional<Bytes> written = write(session_);
     if (!written.has_value()) return;
     const KeptInput again(*written, Source::kMemory, 0);
     const std::vector<BoxInfo> boxes = walk(session_);
+    if (std::any_of(boxes.begin(), boxes.end(),
+                    [&](const BoxInfo& box) { return may_become_longer(box); })) {
+      return;
+    }
     const std::vector<BoxInfo> reread = walk(again.session());
     require(have_same_shape(boxes, reread), "an edited tree loads as the same tree");
     for (size_t i = 0; i < boxes.size(); ++i) {
