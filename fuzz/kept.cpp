@@ -352,12 +352,14 @@ class Edits {
     if (is_alive() && !(snapshot(step.id, type) == *step.before)) is_undone_ = false;
   }
 
-  // A tail that begins like a box without a length is one where nothing follows it any more.
-  bool may_become_longer(const BoxInfo& box) const {
+  // A container whose content could not be taken is one again with another content; and a tail that
+  // begins like a box without a length is a box where nothing follows it any more.
+  bool may_be_read_otherwise(const BoxInfo& box) const {
     kv_jpx_box_extent stood;
-    if (!box.is_container || !get_extent(session_, box.id, &stood) || stood.tail_length < 8) {
-      return false;
-    }
+    if (!get_extent(session_, box.id, &stood)) return false;
+    constexpr uint32_t kMended = KV_JPX_BOX_MALFORMED | KV_JPX_BOX_CHANGED;
+    if ((stood.flags & kMended) == kMended) return true;
+    if (!box.is_container || stood.tail_length < 8) return false;
     const uint8_t* const tail = file_.data() + (end_of(stood) - stood.tail_length);
     return std::all_of(tail, tail + 4, [](uint8_t byte) { return byte == 0; });
   }
@@ -369,7 +371,7 @@ class Edits {
     const KeptInput again(*written, Source::kMemory, 0);
     const std::vector<BoxInfo> boxes = walk(session_);
     if (std::any_of(boxes.begin(), boxes.end(),
-                    [&](const BoxInfo& box) { return may_become_longer(box); })) {
+                    [&](const BoxInfo& box) { return may_be_read_otherwise(box); })) {
       return;
     }
     const std::vector<BoxInfo> reread = walk(again.session());

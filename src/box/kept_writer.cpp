@@ -403,6 +403,13 @@ bool is_changed(const BoxEntry* entry) {
   return entry == nullptr || (entry->flags & (KV_JPX_BOX_CHANGED | kLookInside)) != 0;
 }
 
+// What stands behind a box in the output.
+enum class Behind {
+  kNothing,
+  kElsewhere,  // behind its container only
+  kSomething,  // in its container
+};
+
 // Whether the box, or its last descendant, goes on to the end of the file by its header.
 bool is_open_at_end(const KeptOutput* output, const Box* box) {
   for (;;) {
@@ -417,16 +424,16 @@ bool is_open_at_end(const KeptOutput* output, const Box* box) {
 }
 
 // Whether the header's length must become an honest one, because something follows now.
-bool needs_length(const Box* box, const BoxEntry* entry, bool is_followed) {
-  if ((entry->flags & KV_JPX_BOX_CUT_SHORT) != 0) return box->next != nullptr;
-  return (entry->flags & KV_JPX_BOX_OPEN_ENDED) != 0 && is_followed;
+bool needs_length(const BoxEntry* entry, Behind behind) {
+  if ((entry->flags & KV_JPX_BOX_CUT_SHORT) != 0) return behind == Behind::kSomething;
+  return (entry->flags & KV_JPX_BOX_OPEN_ENDED) != 0 && behind != Behind::kNothing;
 }
 
 // Whether the box is gone through, rather than copied as it stood.
 bool is_written_anew(const KeptOutput* output, const Box* box, const BoxEntry* entry,
-                     bool is_followed) {
-  return is_changed(entry) || needs_length(box, entry, is_followed) ||
-         (is_followed && is_open_at_end(output, box));
+                     Behind behind) {
+  return is_changed(entry) || needs_length(entry, behind) ||
+         (behind != Behind::kNothing && is_open_at_end(output, box));
 }
 
 uint64_t header_length(const BoxEntry* entry, uint64_t content) {
@@ -434,10 +441,11 @@ uint64_t header_length(const BoxEntry* entry, uint64_t content) {
   return was_long || content + kHeader > kShortLimit ? kLongHeader : kHeader;
 }
 
-uint64_t measure_box(KeptOutput* output, Box* box, bool is_followed, bool* is_same);
+uint64_t measure_box(KeptOutput* output, Box* box, Behind behind, bool* is_same);
 
-bool is_followed_in(const Box* child, const BoxEntry* parent, bool parent_is_followed) {
-  return child->next != nullptr || tail_of(parent) != 0 || parent_is_followed;
+Behind behind_child(const Box* child, const BoxEntry* parent, Behind behind_parent) {
+  if (child->next != nullptr || tail_of(parent) != 0) return Behind::kSomething;
+  return behind_parent == Behind::kNothing ? Behind::kNothing : Behind::kElsewhere;
 }
 
 // The box at which the run of boxes ends that stand in the output as in the input, from a child on;
@@ -466,8 +474,7 @@ uint64_t run_length(const KeptOutput* output, const Box* child, const Box* end) 
   return entry_of(output, end)->offset - entry_of(output, child)->offset;
 }
 
-Measure measure_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry,
-                          bool is_followed) {
+Measure measure_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry, Behind behind) {
   const uint64_t prefix = prefix_length(box);
   Measure measure = {prefix + tail_of(entry), entry != nullptr};
   uint64_t expected = 0;
@@ -491,8 +498,8 @@ Measure measure_container(KeptOutput* output, SuperBox* box, const BoxEntry* ent
       child = end;
     }
     bool is_same;
-    const bool follows = is_followed_in(child, entry, is_followed);
-    measure.content_length += measure_box(output, child, follows, &is_same);
+    const Behind behind_it = behind_child(child, entry, behind);
+    measure.content_length += measure_box(output, child, behind_it, &is_same);
     const BoxEntry* const stood = entry_of(output, child);
     measure.is_same = measure.is_same && is_same && stood->offset == expected;
     if (stood != nullptr) expected = content_begin(stood) + stood->content_length;
@@ -521,18 +528,18 @@ Measure measure_leaf(KeptOutput* output, Box* box, const BoxEntry* entry) {
 }
 
 // The length of a box in the output, and whether its bytes are the input's.
-uint64_t measure_box(KeptOutput* output, Box* box, bool is_followed, bool* is_same) {
+uint64_t measure_box(KeptOutput* output, Box* box, Behind behind, bool* is_same) {
   const BoxEntry* const entry = entry_of(output, box);
-  if (!is_written_anew(output, box, entry, is_followed)) {
+  if (!is_written_anew(output, box, entry, behind)) {
     *is_same = true;
     return entry->header_length + entry->content_length;
   }
   const uint64_t number = output->measures.count;
   list_append(output->env, &output->measures, sizeof(Measure), nullptr);
   Measure measure = box->kind == kSuper
-                        ? measure_container(output, static_cast<SuperBox*>(box), entry, is_followed)
+                        ? measure_container(output, static_cast<SuperBox*>(box), entry, behind)
                         : measure_leaf(output, box, entry);
-  if (entry != nullptr && needs_length(box, entry, is_followed)) measure.is_same = false;
+  if (entry != nullptr && needs_length(entry, behind)) measure.is_same = false;
   if (measure.is_same) {
     list_resize(output->env, &output->measures, sizeof(Measure), number + 1);
   }
@@ -545,13 +552,14 @@ uint64_t measure_box(KeptOutput* output, Box* box, bool is_followed, bool* is_sa
 // ---------------------------------------------------------------------------------------- writing
 
 void put_header(KeptOutput* output, const Box* box, const BoxEntry* entry, uint64_t content,
-                bool is_followed) {
+                Behind behind) {
   if (box->id == kRoot) return;
   uint8_t bytes[kLongHeader];
-  const bool was_open = entry != nullptr && (entry->flags & KV_JPX_BOX_OPEN_ENDED) != 0;
-  const uint64_t length = was_open && !is_followed ? kHeader : header_length(entry, content);
+  const bool stays_open =
+      entry != nullptr && (entry->flags & KV_JPX_BOX_OPEN_ENDED) != 0 && behind == Behind::kNothing;
+  const uint64_t length = stays_open ? kHeader : header_length(entry, content);
   const uint64_t total = length + content;
-  const uint64_t lbox = was_open && !is_followed ? 0 : length == kLongHeader ? 1 : total;
+  const uint64_t lbox = stays_open ? 0 : length == kLongHeader ? 1 : total;
   for (uint32_t i = 0; i < 4; ++i) {
     bytes[i] = static_cast<uint8_t>(lbox >> (24 - 8 * i));
     bytes[4 + i] = static_cast<uint8_t>(box->type >> (24 - 8 * i));
@@ -560,9 +568,9 @@ void put_header(KeptOutput* output, const Box* box, const BoxEntry* entry, uint6
   put_bytes(output, bytes, length);
 }
 
-void put_box(KeptOutput* output, Box* box, bool is_followed);
+void put_box(KeptOutput* output, Box* box, Behind behind);
 
-void put_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry, bool is_followed) {
+void put_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry, Behind behind) {
   const uint64_t prefix = prefix_length(box);
   if (prefix != 0) {
     uint8_t* bytes = render_prefix(output, box, prefix);
@@ -576,7 +584,7 @@ void put_container(KeptOutput* output, SuperBox* box, const BoxEntry* entry, boo
       put_run(output, entry_of(output, child)->offset, run_length(output, child, end));
     }
     child = end;
-    put_box(output, child, is_followed_in(child, entry, is_followed));
+    put_box(output, child, behind_child(child, entry, behind));
   }
 }
 
@@ -603,9 +611,9 @@ void put_leaf(KeptOutput* output, Box* box, const BoxEntry* entry) {
   }
 }
 
-void put_box(KeptOutput* output, Box* box, bool is_followed) {
+void put_box(KeptOutput* output, Box* box, Behind behind) {
   const BoxEntry* const entry = entry_of(output, box);
-  if (!is_written_anew(output, box, entry, is_followed)) {
+  if (!is_written_anew(output, box, entry, behind)) {
     put_run(output, entry->offset, entry->header_length + entry->content_length);
     return;
   }
@@ -614,9 +622,9 @@ void put_box(KeptOutput* output, Box* box, bool is_followed) {
     put_run(output, entry->offset, entry->header_length + entry->content_length);
     return;
   }
-  put_header(output, box, entry, measure.content_length, is_followed);
+  put_header(output, box, entry, measure.content_length, behind);
   if (box->kind == kSuper) {
-    put_container(output, static_cast<SuperBox*>(box), entry, is_followed);
+    put_container(output, static_cast<SuperBox*>(box), entry, behind);
   } else {
     put_leaf(output, box, entry);
   }
@@ -631,7 +639,7 @@ void go_through(KeptOutput* output) {
   output->next_measure = 0;
   output->next_patch = 0;
   output->pending = {};
-  put_box(output, output->index->root, false);
+  put_box(output, output->index->root, Behind::kNothing);
   flush_run(output);
 }
 
@@ -715,7 +723,7 @@ KeptOutput* plan_kept_output(Environment* env, BoxIndex* index, Stream* input, u
   output->has_marks = index->is_all_ours && !index->has_strangers;
   if (output->has_marks) prepare_marks(index);
   bool is_same;
-  output->length = measure_box(output, index->root, false, &is_same);
+  output->length = measure_box(output, index->root, Behind::kNothing, &is_same);
   if (!is_same && index->has_fragments) {
     go_through(output);
     follow_all_fragments(output);

@@ -137,6 +137,10 @@ TEST(Keeping, MovesBoxesWithTheirBytes) {
     EXPECT_EQ(kv_jpx_delete_box(document.get(), append(document, "free", kNothing)), JPX_OK);
     EXPECT_EQ(document.written(), row.expected);
   }
+  // A box that is cut short does not take in the tail that it now stands in front of.
+  KeptDocument cut(odd + cut_short_box("lbl ", "m"));
+  EXPECT_EQ(kv_jpx_move_box(cut.get(), 2, 0, KV_JPX_PLACE_LAST_CHILD), JPX_OK);
+  EXPECT_EQ(cut.written(), asoc(xl_box("lbl ", "l") + box("lbl ", "m") + "tail"));
   KeptDocument document(file + box("jp2h") + box("ihdr"));
   KeptDocument deep(nested("asoc", 200) + nested("asoc", 100));
   const auto move = [](TestDocument& in, uint32_t id, uint32_t reference, int32_t placement) {
