@@ -8,11 +8,13 @@
 #include <new>
 #include <utility>
 
+#include "address_sanitizer.h"
+
 namespace kvjpx_tool {
 namespace {
 
 // Sanitizers see the end of blocks that are made one by one only.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KVJPX_ADDRESS_SANITIZER
 constexpr size_t kLargestCut = 0;
 #else
 constexpr size_t kLargestCut = size_t{16} << 10;

@@ -5,7 +5,9 @@
 #include <cstdlib>
 #include <new>
 
-#ifndef __SANITIZE_ADDRESS__  // which has operators of its own, to see the ends of blocks
+#include "address_sanitizer.h"
+
+#ifndef KVJPX_ADDRESS_SANITIZER
 
 namespace {
 

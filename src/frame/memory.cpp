@@ -154,7 +154,7 @@ void* try_allocate_zeroed(Environment* env, size_t size) {
 extern "C" {
 
 void* JPX_KovraMalloc(const MemoryManager* manager, size_t size) {
-  return has_callbacks(manager) ? manager->allocate(manager->user_data, size) : malloc(size);
+  return raw_allocate(manager, size, nullptr, nullptr);
 }
 
 void JPX_KovraFree(const MemoryManager* manager, void* block) {
