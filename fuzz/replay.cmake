@@ -13,8 +13,9 @@ function(kvjpx_add_fuzz_replays)
     target_sources(${target} PRIVATE ${kvjpx_fuzz_dir}/replay.cpp)
     # The library's objects rather than the library: fuzzers look behind its exports.
     target_link_libraries(${target} PRIVATE kvjpx_objects $<TARGET_NAME_IF_EXISTS:kvj2k>)
-    if(NOT TARGET kvj2k AND NOT KVJPX_RUN_WITHOUT_CODEC)
-      # These fuzzers decode nothing, but the functions have to be somewhere.
+    if(NOT TARGET kvj2k AND NOT KVJPX_RUN_WITHOUT_CODEC AND NOT name STREQUAL dump)
+      # These fuzzers decode nothing, but the functions have to be somewhere; that of dumps has those
+      # of the program, which look for a codec when they are called.
       target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/api/recording_codec.cpp)
       target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     endif()

@@ -87,9 +87,10 @@ constexpr uint64_t kFragmentSize = 14;
 constexpr uint64_t kFragmentCountSize = 2;
 
 const BoxEntry* entry_of(const KeptOutput* output, const Box* box) {
-  if (box->id != kRoot && box->id >= output->index->count) return nullptr;
-  const BoxEntry* const entry = index_entry(output->index, box->id);
-  if (box->id == kRoot) return entry;
+  BoxIndex* const index = output->index;
+  if (box == index->root) return &index->root_entry;
+  if (box->id >= index->count) return nullptr;
+  const BoxEntry* const entry = index_entry(index, box->id);
   return entry->box == box && entry->header_length != 0 ? entry : nullptr;
 }
 
