@@ -40,8 +40,8 @@ typedef struct kv_j2k_codestream {
 
 enum kv_j2k_sample_flags {
   /** Deliver what is there of a damaged codestream instead of failing: whole packets, what
-   *  code-blocks there are of the one that it ends in, and zeros (mid-grey for unsigned samples)
-   * for tiles that are missing. */
+   *  code-blocks there are of the one that it ends in, and zeros (mid-grey for unsigned ones) for
+   *  tiles that are missing. */
   KV_J2K_SAMPLES_PARTIAL = 1
 };
 

@@ -134,10 +134,10 @@ class Lister {
   }
   void print_children(kvjpx::box container, std::ostream& out) {
     for (const kvjpx::box child : container.children()) {
-      head_.look_at(paths_, {child, child.type(), 0});
+      head_ = head_of(paths_, child);
       add("", "");
     }
-    head_.look_at(paths_, {container, container.type(), 0});
+    head_ = head_of(paths_, container);
     add_tail("");
     table_.print(out);
   }

@@ -165,7 +165,11 @@ void append_quoted(std::string& text, std::string_view words) {
 
 void append_number(std::string& text, uint64_t number) {
   const std::string digits = std::to_string(number);
-  number <= kLargestExact ? void(text += digits) : append_quoted(text, digits);
+  if (number <= kLargestExact) {
+    text += digits;
+  } else {
+    append_quoted(text, digits);
+  }
 }
 
 void append_bytes(std::string& text, std::string_view bytes) {

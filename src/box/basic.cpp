@@ -87,9 +87,9 @@ void jpx_read_basic_box_data(Environment* env, Stream* stream, Box* box) {
   release_payload(box, env);
   BasicBox* const self = basic(box);
   self->payload_offset = bs_get_current_position(env, stream);
-  self->payload_length = bytes_left(stream);
   self->source = stream;
-  if (self->payload_length != 0) move_to(env, stream, limit_of(stream));
+  skip_content(env, stream);
+  self->payload_length = stream->unread;
   stream->unread = 0;
 }
 

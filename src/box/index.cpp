@@ -11,10 +11,6 @@ namespace {
 constexpr uint32_t kAhead = 8;  // boxes that memory is asked for before they are looked at
 constexpr uint32_t kSmallestTable = 16;
 
-BoxEntry& entry_of(const BoxIndex& index, uint32_t id) {
-  return index.chunks[id / kEntriesOfChunk][id % kEntriesOfChunk];
-}
-
 TypeNode& node_of(const BoxIndex& index, uint32_t id) {
   return index.node_chunks[id / kEntriesOfChunk][id % kEntriesOfChunk];
 }

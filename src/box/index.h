@@ -86,25 +86,29 @@ void destroy_index(Environment* env, BoxIndex*& index);
 
 constexpr uint32_t kEntriesOfChunk = 128;
 
-// Of an identifier that was announced, or the root's.
+// Of an identifier that was announced.
+inline BoxEntry& entry_of(const BoxIndex& index, uint32_t id) {
+  return index.chunks[id / kEntriesOfChunk][id % kEntriesOfChunk];
+}
+
+// The same, or the root's.
 inline BoxEntry* index_entry(BoxIndex* index, uint32_t id) {
-  if (id == kRoot) return &index->root_entry;
-  return index->chunks[id / kEntriesOfChunk] + id % kEntriesOfChunk;
+  return id == kRoot ? &index->root_entry : &entry_of(*index, id);
 }
 
 // Enters a box in two steps, as its content has boxes, too: its identifier, which is larger than
-// all before, then the record, null if there will be none.
+// all before, then the record, null if there will be none. What few boxes need is not inline.
 BoxEntry* index_announce_apart(Environment* env, BoxIndex* index, uint32_t id);
 inline BoxEntry* index_announce(Environment* env, BoxIndex* index, uint32_t id) {
   if (id < index->count || id / kEntriesOfChunk >= index->chunk_count) {
     return index_announce_apart(env, index, id);
   }
   index->count = id + 1;
-  return index_entry(index, id);
+  return &entry_of(*index, id);
 }
 void index_enter_type(Environment* env, BoxIndex* index, uint32_t id, uint32_t type);
 inline void index_settle(Environment* env, BoxIndex* index, uint32_t id, Box* box) {
-  index_entry(index, id)->box = box;
+  entry_of(*index, id).box = box;
   if (box != nullptr && box->type == code("flst")) index->has_fragments = true;
   if (box != nullptr && index->has_trees) index_enter_type(env, index, id, box->type);
 }

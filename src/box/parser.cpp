@@ -17,8 +17,8 @@ constexpr uint64_t kXLBoxSize = 8;
 
 struct Header {
   uint32_t type;
-  uint32_t length;
-  uint32_t flags;  // bits of kv_jpx_box_flags
+  uint16_t length;
+  uint16_t flags;  // bits of kv_jpx_box_flags
   uint64_t offset;
   uint64_t end;  // absolute position behind the content
 };
@@ -166,8 +166,8 @@ inline Box* read_box(Environment* env, const Header& header, Stream* stream, Box
   BoxIndex* const index = stream->index;
   if (index != nullptr) {
     BoxEntry* const entry = index_announce(env, index, id);
-    entry->flags = static_cast<uint16_t>(header.flags);
-    entry->header_length = static_cast<uint16_t>(header.length);
+    entry->flags = header.flags;
+    entry->header_length = header.length;
     entry->offset = header.offset;
     entry->content_length = header.end - header.offset - header.length;
     *index->at = {0, header.type, id, header.offset, {}};
